@@ -1,0 +1,83 @@
+# Compiler settings shared by everything, and the functions that declare the project's targets.
+include(GNUInstallDirs)
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_CUDA_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(OpenMP REQUIRED COMPONENTS CXX)
+find_package(fmt REQUIRED)
+find_package(Eigen3 REQUIRED NO_MODULE)
+
+# CUDA is optional: without nvcc the same kernels are compiled as C++ alone.
+set(KELVARIS_HAVE_CUDA OFF)
+if(NOT KELVARIS_CUDA STREQUAL "OFF")
+  include(CheckLanguage)
+  check_language(CUDA)
+  if(CMAKE_CUDA_COMPILER)
+    # Machine code for 7.5, 8.0, 8.6 and 8.9, and PTX of 8.9 for later devices.
+    set(CMAKE_CUDA_ARCHITECTURES 75-real 80-real 86-real 89 CACHE STRING "CUDA architectures")
+    set(CMAKE_CUDA_RUNTIME_LIBRARY Static)
+    enable_language(CUDA)
+    set(CMAKE_CUDA_STANDARD 20)
+    find_package(CUDAToolkit REQUIRED)
+    set(KELVARIS_HAVE_CUDA ON)
+  elseif(KELVARIS_CUDA STREQUAL "ON")
+    message(FATAL_ERROR "KELVARIS_CUDA=ON, but no CUDA compiler was found; put nvcc on PATH or set CUDACXX")
+  endif()
+endif()
+
+add_library(KelvarisFlags INTERFACE)
+target_compile_options(KelvarisFlags INTERFACE
+  # No contraction and no fast-math: the two executors agree to the last few bits.
+  $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -ffp-contract=off>
+  # Statics of templates must not pin a library in memory after dlclose.
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-fno-gnu-unique>
+  # Without multiply-add contraction, with IEEE division and square root.
+  $<$<COMPILE_LANGUAGE:CUDA>:--fmad=false --prec-div=true --prec-sqrt=true --ftz=false -Xcompiler=-ffp-contract=off>)
+if(KELVARIS_WERROR)
+  target_compile_options(KelvarisFlags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Werror>)
+endif()
+if(KELVARIS_SANITIZE)
+  target_compile_options(KelvarisFlags INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fsanitize=${KELVARIS_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=undefined>)
+  target_link_options(KelvarisFlags INTERFACE -fsanitize=${KELVARIS_SANITIZE})
+endif()
+
+# kelvaris_host_library(NAME SOURCES file... [LINK target...] [LINK_PRIVATE target...])
+# One folder of host/: the shared library libKelvaris<NAME>.so, included as "<NAME>/File.h".
+function(kelvaris_host_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LINK_PRIVATE" ${ARGN})
+  add_library(Kelvaris${name} SHARED ${ARG_SOURCES})
+  target_include_directories(Kelvaris${name} PUBLIC ${CMAKE_SOURCE_DIR}/host)
+  target_link_libraries(Kelvaris${name} PUBLIC ${ARG_LINK} PRIVATE ${ARG_LINK_PRIVATE} KelvarisFlags)
+  set_target_properties(Kelvaris${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+endfunction()
+
+# kelvaris_test(NAME SOURCES file... [LINK target...])
+# One GoogleTest program; it sees host/, src/ and tests/ and fails on an error log that it did not expect.
+function(kelvaris_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} KelvarisTestMain GTest::gtest KelvarisFlags)
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+endfunction()
