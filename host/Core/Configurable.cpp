@@ -1,0 +1,33 @@
+#include "Core/Configurable.h"
+
+#include "Core/Parameter.h"
+
+namespace Kelvaris {
+
+void Configurable::configure(const Properties* properties) {
+  if (!properties)
+    return;
+  for (ParameterBase* parameter : m_parameters)
+    parameter->read(*properties);
+}
+
+void Configurable::configuration(Properties* properties) const {
+  if (!properties)
+    return;
+  for (const ParameterBase* parameter : m_parameters)
+    parameter->write(*properties);
+}
+
+void Configurable::configureDefaults() {
+  for (ParameterBase* parameter : m_parameters)
+    parameter->reset();
+}
+
+ParameterBase* Configurable::parameter(const char* name) const {
+  for (ParameterBase* parameter : m_parameters)
+    if (parameter->name() == name)
+      return parameter;
+  return nullptr;
+}
+
+} // namespace Kelvaris
