@@ -26,7 +26,8 @@ private:
 class ByteBufferView {
 public:
   ByteBufferView(const char* data, std::size_t size) : m_data(data), m_size(size) {}
-  ByteBufferView(const ByteBuffer& buffer) : ByteBufferView(buffer.data(), buffer.size()) {} // NOLINT: a buffer reads as its view
+  ByteBufferView(const ByteBuffer& buffer)
+      : ByteBufferView(buffer.data(), buffer.size()) {} // NOLINT: a buffer reads as its view
 
   const char* data() const { return m_data; }
   std::size_t size() const { return m_size; }

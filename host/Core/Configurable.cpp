@@ -5,15 +5,13 @@
 namespace Kelvaris {
 
 void Configurable::configure(const Properties* properties) {
-  if (!properties)
-    return;
+  if (!properties) return;
   for (ParameterBase* parameter : m_parameters)
     parameter->read(*properties);
 }
 
 void Configurable::configuration(Properties* properties) const {
-  if (!properties)
-    return;
+  if (!properties) return;
   for (const ParameterBase* parameter : m_parameters)
     parameter->write(*properties);
 }
@@ -25,8 +23,7 @@ void Configurable::configureDefaults() {
 
 ParameterBase* Configurable::parameter(const char* name) const {
   for (ParameterBase* parameter : m_parameters)
-    if (parameter->name() == name)
-      return parameter;
+    if (parameter->name() == name) return parameter;
   return nullptr;
 }
 

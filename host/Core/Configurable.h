@@ -7,8 +7,9 @@ namespace Kelvaris {
 class ParameterBase;
 class Properties;
 
-/// An object whose settings can be stored in and read from `Properties`. The default implementation stores the registered
-/// parameters under their names. Parameters belong to the object that registers them: a copy starts with none registered.
+/// An object whose settings can be stored in and read from `Properties`. The default implementation stores the
+/// registered parameters under their names. Parameters belong to the object that registers them: a copy starts with
+/// none registered.
 class Configurable {
 public:
   Configurable() = default;

@@ -43,7 +43,9 @@ public:
   }
 
 private:
-  Logger() : m_console(std::make_shared<spdlog::logger>("kelvaris", std::make_shared<spdlog::sinks::stderr_color_sink_mt>())) {
+  Logger()
+      : m_console(
+            std::make_shared<spdlog::logger>("kelvaris", std::make_shared<spdlog::sinks::stderr_color_sink_mt>())) {
     m_console->set_pattern("%^%l%$ %v");
     const char* level = std::getenv("KELVARIS_LOG");
     setConsoleLevel(level && *level >= '0' && *level <= '5' && level[1] == '\0' ? *level - '0' : Info);
@@ -51,12 +53,18 @@ private:
 
   static spdlog::level::level_enum toSpdlog(int level) {
     switch (level) {
-    case Trace: return spdlog::level::trace;
-    case Debug: return spdlog::level::debug;
-    case Info: return spdlog::level::info;
-    case Warning: return spdlog::level::warn;
-    case Error: return spdlog::level::err;
-    default: return spdlog::level::off;
+    case Trace:
+      return spdlog::level::trace;
+    case Debug:
+      return spdlog::level::debug;
+    case Info:
+      return spdlog::level::info;
+    case Warning:
+      return spdlog::level::warn;
+    case Error:
+      return spdlog::level::err;
+    default:
+      return spdlog::level::off;
     }
   }
 

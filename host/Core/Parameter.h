@@ -14,8 +14,8 @@ namespace Kelvaris {
 /// What a parameter holds, for generic forms and for messages.
 enum class ParameterType : int { Bool = 1, Int = 2, Double = 3, OptionalDouble = 4, Vector2i = 5, Text = 6, Enum = 8 };
 
-/// A tunable value of a `Configurable`. Its name is also its key in `Properties`; attributes ("suffix", "min", "max", "values")
-/// are hints for user interfaces and never enforced.
+/// A tunable value of a `Configurable`. Its name is also its key in `Properties`; attributes ("suffix", "min", "max",
+/// "values") are hints for user interfaces and never enforced.
 class ParameterBase {
 public:
   explicit ParameterBase(std::string name) : m_name(std::move(name)) {}
@@ -74,20 +74,20 @@ template <typename T> constexpr ParameterType typeOf() {
 }
 } // namespace ParameterDetail
 
-/// A parameter of type bool, int, double, std::optional<double>, Eigen::Vector2i, std::string or an enum. An enum is stored as
-/// its integer value; its attribute "values" lists the display texts in the order of the values. An empty optional is stored
-/// as an empty text.
+/// A parameter of type bool, int, double, std::optional<double>, Eigen::Vector2i, std::string or an enum. An enum is
+/// stored as its integer value; its attribute "values" lists the display texts in the order of the values. An empty
+/// optional is stored as an empty text.
 template <typename T> class Parameter : public ParameterBase {
 public:
-  Parameter(std::string name, T defaultValue) : ParameterBase(std::move(name)), m_value(defaultValue), m_default(std::move(defaultValue)) {}
+  Parameter(std::string name, T defaultValue)
+      : ParameterBase(std::move(name)), m_value(defaultValue), m_default(std::move(defaultValue)) {}
 
   const T& value() const { return m_value; }
   const T& defaultValue() const { return m_default; }
   operator const T&() const { return m_value; } // NOLINT(google-explicit-constructor): a parameter reads as its value
 
   void setValue(const T& value) {
-    if (value == m_value)
-      return;
+    if (value == m_value) return;
     m_value = value;
     changed.emitSignal();
   }
@@ -99,8 +99,7 @@ public:
   void read(const Properties& properties) override {
     if constexpr (std::is_enum_v<T>) {
       int stored = static_cast<int>(m_value);
-      if (properties.param<int>(name(), stored))
-        setValue(static_cast<T>(stored));
+      if (properties.param<int>(name(), stored)) setValue(static_cast<T>(stored));
     } else if constexpr (std::is_same_v<T, std::optional<double>>) {
       double stored = 0.0;
       std::string text;
@@ -110,8 +109,7 @@ public:
         setValue(stored);
     } else {
       T stored = m_value;
-      if (properties.param(name(), stored))
-        setValue(stored);
+      if (properties.param(name(), stored)) setValue(stored);
     }
   }
 

@@ -9,17 +9,13 @@ std::unique_ptr<ProgressTask> Progress::addTask(std::string text, int steps) {
 }
 
 ProgressTask::ProgressTask(Progress& progress, std::string text, int steps)
-    : m_progress(progress),
-      m_text(std::move(text)),
-      m_steps(steps) {
-  if (m_progress.onStep)
-    m_progress.onStep(*this);
+    : m_progress(progress), m_text(std::move(text)), m_steps(steps) {
+  if (m_progress.onStep) m_progress.onStep(*this);
 }
 
 void ProgressTask::incrementStep(int steps) {
   m_step += steps;
-  if (m_progress.onStep)
-    m_progress.onStep(*this);
+  if (m_progress.onStep) m_progress.onStep(*this);
 }
 
 } // namespace Kelvaris

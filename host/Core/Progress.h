@@ -9,8 +9,8 @@ namespace Kelvaris {
 
 class ProgressTask;
 
-/// Progress of long work, shared between the worker and the one who shows it. cancel() may be called from any thread and
-/// from a signal handler.
+/// Progress of long work, shared between the worker and the one who shows it. cancel() may be called from any thread
+/// and from a signal handler.
 class Progress {
 public:
   /// Opens a task of `steps` steps. The task closes when it is destroyed; it must not outlive this object.

@@ -15,8 +15,7 @@ constexpr std::string_view kBlanks = " \t\r\n";
 
 std::string_view trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos)
-    return {};
+  if (first == std::string_view::npos) return {};
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
@@ -29,12 +28,12 @@ std::string_view nextWord(std::string_view& text) {
 }
 
 template <typename T> bool parseNumber(std::string_view word, T& value) {
-  if (!word.empty() && word.front() == '+' && word.size() > 1 && word[1] != '-')
-    word.remove_prefix(1);
+  if (!word.empty() && word.front() == '+' && word.size() > 1 && word[1] != '-') word.remove_prefix(1);
   T parsed{};
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), parsed);
   if (error == std::errc::result_out_of_range && std::is_floating_point_v<T> && end == word.data() + word.size()) {
-    // from_chars leaves the value alone where it over- or underflows; strtod's limit values are what IEEE readers expect.
+    // from_chars leaves the value alone where it over- or underflows; strtod's limit values are what IEEE readers
+    // expect.
     parsed = static_cast<T>(std::strtod(std::string(word).c_str(), nullptr));
   } else if (error != std::errc() || end != word.data() + word.size()) {
     return false;
@@ -47,8 +46,7 @@ template <typename T> bool parseNumbers(std::string_view text, std::vector<T>& v
   std::vector<T> parsed;
   for (std::string_view word = nextWord(text); !word.empty(); word = nextWord(text)) {
     T number{};
-    if (!parseNumber(word, number))
-      return false;
+    if (!parseNumber(word, number)) return false;
     parsed.push_back(number);
   }
   values = std::move(parsed);
@@ -57,8 +55,7 @@ template <typename T> bool parseNumbers(std::string_view text, std::vector<T>& v
 
 template <typename Vector> bool parseVector(std::string_view text, Vector& value) {
   std::vector<typename Vector::Scalar> numbers;
-  if (!parseNumbers(text, numbers) || numbers.size() != static_cast<std::size_t>(value.size()))
-    return false;
+  if (!parseNumbers(text, numbers) || numbers.size() != static_cast<std::size_t>(value.size())) return false;
   for (Eigen::Index i = 0; i < value.rows(); ++i)
     for (Eigen::Index j = 0; j < value.cols(); ++j)
       value(i, j) = numbers[static_cast<std::size_t>(i * value.cols() + j)];
@@ -68,8 +65,7 @@ template <typename Vector> bool parseVector(std::string_view text, Vector& value
 template <typename Range> std::string join(const Range& values, const char* separator) {
   std::string text;
   for (const auto& value : values) {
-    if (!text.empty())
-      text += separator;
+    if (!text.empty()) text += separator;
     text += toText(value);
   }
   return text;
@@ -85,26 +81,47 @@ template <typename Matrix> std::string joinMatrix(const Matrix& value) {
 
 } // namespace
 
-std::string toText(bool value) { return value ? "true" : "false"; }
-std::string toText(int value) { return std::to_string(value); }
+std::string toText(bool value) {
+  return value ? "true" : "false";
+}
+std::string toText(int value) {
+  return std::to_string(value);
+}
 
 std::string toText(double value) {
-  if (std::isnan(value))
-    return "nan";
+  if (std::isnan(value)) return "nan";
   char buffer[32];
   const auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
   return {buffer, end};
 }
 
-std::string toText(const std::string& value) { return value; }
-std::string toText(const char* value) { return value; }
-std::string toText(const std::vector<int>& value) { return join(value, " "); }
-std::string toText(const std::vector<double>& value) { return join(value, " "); }
-std::string toText(const Eigen::Vector2i& value) { return joinMatrix(value); }
-std::string toText(const Eigen::Vector2d& value) { return joinMatrix(value); }
-std::string toText(const Eigen::Vector3d& value) { return joinMatrix(value); }
-std::string toText(const Eigen::Matrix4d& value) { return joinMatrix(value); }
-std::string toText(const std::vector<Eigen::Vector2d>& value) { return join(value, "; "); }
+std::string toText(const std::string& value) {
+  return value;
+}
+std::string toText(const char* value) {
+  return value;
+}
+std::string toText(const std::vector<int>& value) {
+  return join(value, " ");
+}
+std::string toText(const std::vector<double>& value) {
+  return join(value, " ");
+}
+std::string toText(const Eigen::Vector2i& value) {
+  return joinMatrix(value);
+}
+std::string toText(const Eigen::Vector2d& value) {
+  return joinMatrix(value);
+}
+std::string toText(const Eigen::Vector3d& value) {
+  return joinMatrix(value);
+}
+std::string toText(const Eigen::Matrix4d& value) {
+  return joinMatrix(value);
+}
+std::string toText(const std::vector<Eigen::Vector2d>& value) {
+  return join(value, "; ");
+}
 
 bool fromText(std::string_view text, bool& value) {
   text = trimmed(text);
@@ -117,20 +134,36 @@ bool fromText(std::string_view text, bool& value) {
   return true;
 }
 
-bool fromText(std::string_view text, int& value) { return parseNumber(trimmed(text), value); }
-bool fromText(std::string_view text, double& value) { return parseNumber(trimmed(text), value); }
+bool fromText(std::string_view text, int& value) {
+  return parseNumber(trimmed(text), value);
+}
+bool fromText(std::string_view text, double& value) {
+  return parseNumber(trimmed(text), value);
+}
 
 bool fromText(std::string_view text, std::string& value) {
   value = text;
   return true;
 }
 
-bool fromText(std::string_view text, std::vector<int>& value) { return parseNumbers(text, value); }
-bool fromText(std::string_view text, std::vector<double>& value) { return parseNumbers(text, value); }
-bool fromText(std::string_view text, Eigen::Vector2i& value) { return parseVector(text, value); }
-bool fromText(std::string_view text, Eigen::Vector2d& value) { return parseVector(text, value); }
-bool fromText(std::string_view text, Eigen::Vector3d& value) { return parseVector(text, value); }
-bool fromText(std::string_view text, Eigen::Matrix4d& value) { return parseVector(text, value); }
+bool fromText(std::string_view text, std::vector<int>& value) {
+  return parseNumbers(text, value);
+}
+bool fromText(std::string_view text, std::vector<double>& value) {
+  return parseNumbers(text, value);
+}
+bool fromText(std::string_view text, Eigen::Vector2i& value) {
+  return parseVector(text, value);
+}
+bool fromText(std::string_view text, Eigen::Vector2d& value) {
+  return parseVector(text, value);
+}
+bool fromText(std::string_view text, Eigen::Vector3d& value) {
+  return parseVector(text, value);
+}
+bool fromText(std::string_view text, Eigen::Matrix4d& value) {
+  return parseVector(text, value);
+}
 
 bool fromText(std::string_view text, std::vector<Eigen::Vector2d>& value) {
   std::vector<Eigen::Vector2d> parsed;
@@ -138,8 +171,7 @@ bool fromText(std::string_view text, std::vector<Eigen::Vector2d>& value) {
   while (!text.empty()) {
     const auto end = std::min(text.find(';'), text.size());
     Eigen::Vector2d point;
-    if (!parseVector(text.substr(0, end), point))
-      return false;
+    if (!parseVector(text.substr(0, end), point)) return false;
     parsed.push_back(point);
     text.remove_prefix(std::min(end + 1, text.size()));
   }
@@ -155,23 +187,20 @@ void Properties::removeParam(const std::string& key) {
 
 Properties& Properties::subProperties(const std::string& name) {
   for (auto& [childName, child] : m_children)
-    if (childName == name)
-      return child;
+    if (childName == name) return child;
   return addSubProperties(name);
 }
 
 const Properties* Properties::findSubProperties(const std::string& name) const {
   for (const auto& [childName, child] : m_children)
-    if (childName == name)
-      return &child;
+    if (childName == name) return &child;
   return nullptr;
 }
 
 std::vector<const Properties*> Properties::allSubProperties(const std::string& name) const {
   std::vector<const Properties*> found;
   for (const auto& [childName, child] : m_children)
-    if (childName == name)
-      found.push_back(&child);
+    if (childName == name) found.push_back(&child);
   return found;
 }
 
@@ -199,15 +228,14 @@ void Properties::setText(const std::string& key, std::string text) {
 
 const std::string* Properties::find(const std::string& key) const {
   for (const auto& [paramKey, text] : m_params)
-    if (paramKey == key)
-      return &text;
+    if (paramKey == key) return &text;
   return nullptr;
 }
 
 void Properties::reportUnreadable(const std::string& key, const std::string& text) {
   constexpr std::size_t shown = 60;
-  Log::error("Properties", "The value of \"{}\" can't be read as the type that is needed: \"{}\"{}", key, text.substr(0, shown),
-             text.size() > shown ? "..." : "");
+  Log::error("Properties", "The value of \"{}\" can't be read as the type that is needed: \"{}\"{}", key,
+             text.substr(0, shown), text.size() > shown ? "..." : "");
 }
 
 } // namespace Kelvaris

@@ -11,10 +11,10 @@
 
 namespace Kelvaris {
 
-/// Conversion between values and the text that `Properties` hold. Numbers are written in the shortest form that reads back
-/// exactly, NaN as "nan"; lists and vectors are numbers with blanks between, lists of vectors have ';' between the vectors;
-/// booleans are "true" and "false" (1 and 0 are read too). `fromText` leaves the value alone and returns false where the
-/// text is not such a value in full.
+/// Conversion between values and the text that `Properties` hold. Numbers are written in the shortest form that reads
+/// back exactly, NaN as "nan"; lists and vectors are numbers with blanks between, lists of vectors have ';' between the
+/// vectors; booleans are "true" and "false" (1 and 0 are read too). `fromText` leaves the value alone and returns false
+/// where the text is not such a value in full.
 namespace PropertyText {
 std::string toText(bool value);
 std::string toText(int value);
@@ -50,16 +50,16 @@ public:
   using Child = std::pair<std::string, Properties>;
 
   /// Sets `key`, replacing a value that is there in its place.
-  template <typename T> void setParam(const std::string& key, const T& value) { setText(key, PropertyText::toText(value)); }
+  template <typename T> void setParam(const std::string& key, const T& value) {
+    setText(key, PropertyText::toText(value));
+  }
 
   /// Reads `key` into `value`. Returns false and leaves `value` alone if the key is missing, or if its text is no such
   /// value; the second is logged as an error with the key and the text.
   template <typename T> bool param(const std::string& key, T& value) const {
     const std::string* text = find(key);
-    if (!text)
-      return false;
-    if (PropertyText::fromText(*text, value))
-      return true;
+    if (!text) return false;
+    if (PropertyText::fromText(*text, value)) return true;
     reportUnreadable(key, *text);
     return false;
   }

@@ -18,8 +18,7 @@ bool readInto(const pugi::xml_node& node, Properties& properties, int depth) {
   }
   for (const pugi::xml_node& child : node.children()) {
     const std::string_view name = child.name();
-    if (child.type() != pugi::node_element)
-      continue;
+    if (child.type() != pugi::node_element) continue;
     if (name != "param" && name != "properties") {
       Log::error(kCategory, "Unknown element <{}> where <param> or <properties> is expected", name);
       return false;
@@ -54,8 +53,7 @@ void write(const Properties& properties, pugi::xml_node node) {
 
 std::optional<Properties> read(const pugi::xml_node& node) {
   Properties properties;
-  if (!readInto(node, properties, 0))
-    return std::nullopt;
+  if (!readInto(node, properties, 0)) return std::nullopt;
   return properties;
 }
 

@@ -23,14 +23,14 @@ inline constexpr int kMaxDepth = 64;
 
 std::string toXml(const Properties& properties);
 
-/// Reads the XML of one <properties>. On broken XML, foreign elements, a missing key or too deep nesting: an error is logged
-/// and nothing is returned.
+/// Reads the XML of one <properties>. On broken XML, foreign elements, a missing key or too deep nesting: an error is
+/// logged and nothing is returned.
 std::optional<Properties> fromXml(std::string_view xml);
 
 /// Writes the params and sub-properties as children of `node`.
 void write(const Properties& properties, pugi::xml_node node);
-/// Reads the children of `node`. On foreign elements, a missing key or too deep nesting: an error is logged and nothing is
-/// returned.
+/// Reads the children of `node`. On foreign elements, a missing key or too deep nesting: an error is logged and nothing
+/// is returned.
 std::optional<Properties> read(const pugi::xml_node& node);
 
 } // namespace Kelvaris::PropertiesIO

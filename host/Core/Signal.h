@@ -11,7 +11,9 @@ namespace Kelvaris {
 /// A signal that carries `Args` to every connected slot, on the thread that emits.
 template <typename... Args> class SignalImpl {
 public:
-  template <typename Slot> boost::signals2::connection connect(Slot&& slot) { return m_signal.connect(std::forward<Slot>(slot)); }
+  template <typename Slot> boost::signals2::connection connect(Slot&& slot) {
+    return m_signal.connect(std::forward<Slot>(slot));
+  }
   void emitSignal(Args... args) { m_signal(args...); }
 
 private:

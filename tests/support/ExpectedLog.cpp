@@ -23,8 +23,7 @@ Collector& collector() {
 
 void installUnexpectedLogCheck() {
   Log::addSink([](const Log::Entry& entry) {
-    if (entry.level < Log::Warning)
-      return;
+    if (entry.level < Log::Warning) return;
     std::string text = std::to_string(entry.level) + " " + entry.category + ": " + entry.message;
     Collector& c = collector();
     const std::scoped_lock lock(c.mutex);
