@@ -71,6 +71,15 @@ function(kelvaris_host_library name)
   set_target_properties(Kelvaris${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
 endfunction()
 
+# kelvaris_plugin_room(NAME SOURCES file... [LINK target...] [LINK_PRIVATE target...])
+# One folder of src/: the static library KelvarisPlugin<NAME>, which goes into the plugin; included as "<folder>/File.h".
+function(kelvaris_plugin_room name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LINK_PRIVATE" ${ARGN})
+  add_library(KelvarisPlugin${name} STATIC ${ARG_SOURCES})
+  target_include_directories(KelvarisPlugin${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+  target_link_libraries(KelvarisPlugin${name} PUBLIC ${ARG_LINK} PRIVATE ${ARG_LINK_PRIVATE} KelvarisFlags)
+endfunction()
+
 # kelvaris_test(NAME SOURCES file... [LINK target...])
 # One GoogleTest program; it sees host/, src/ and tests/ and fails on an error log that it did not expect.
 function(kelvaris_test name)

@@ -25,6 +25,8 @@ public:
   virtual std::unique_ptr<MemImage> download() const = 0;
 
 protected:
+  Image(Image&&) = default; ///< for classes that can be returned by value
+
   ImageDescriptor m_descriptor;
 };
 

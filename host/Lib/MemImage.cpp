@@ -9,16 +9,18 @@
 namespace Kelvaris {
 
 MemImage::MemImage(const ImageDescriptor& descriptor) : Image(descriptor) {
-  if (!descriptor.isValid())
+  if (descriptor.bytesPerComponent() == 0 || descriptor.channels() < 1 || (descriptor.dimensions().array() < 0).any())
     throw std::invalid_argument(fmt::format("No image can be made of {}", descriptor.toString()));
   constexpr std::size_t alignment = 64;
-  const std::size_t bytes = (descriptor.byteSize() + alignment - 1) / alignment * alignment;
+  const std::size_t bytes = (descriptor.byteSize() / alignment + 1) * alignment;
   m_data.reset(std::aligned_alloc(alignment, bytes));
   if (!m_data) throw std::bad_alloc();
 }
 
 std::unique_ptr<MemImage> MemImage::create(const ImageDescriptor& descriptor) {
   std::unique_ptr<MemImage> image;
+  if (!descriptor.isValid())
+    throw std::invalid_argument(fmt::format("No image can be made of {}", descriptor.toString()));
   if (!dispatchPixelType(descriptor.pixelType(),
                          [&]<typename T>() { image = std::make_unique<TypedImage<T>>(descriptor); }))
     throw std::invalid_argument(fmt::format("No image can be made of {}", descriptor.toString()));

@@ -8,7 +8,8 @@
 namespace Kelvaris {
 
 /// An image in main memory: all samples in one block, component by component, then along width, height, slices, 64-byte
-/// aligned. Made by create() or as a TypedImage. The pixels of a new image are not initialised.
+/// aligned. Made by create() or as a TypedImage. The pixels of a new image are not initialised. An image that has been
+/// moved from can only be destroyed.
 class MemImage : public Image {
 public:
   static constexpr ImageForm form = ImageForm::Mem;
@@ -45,6 +46,9 @@ public:
   double valueAsDouble(int x, int y, int z, int channel) const;
 
 protected:
+  MemImage(MemImage&&) = default;
+  /// An extent may be 0: an image without pixels. Throws std::invalid_argument for an unknown pixel type, a negative
+  /// extent or no channels.
   explicit MemImage(const ImageDescriptor& descriptor);
 
 private:
@@ -84,6 +88,7 @@ template <> constexpr int pixelTypeOf<double>() {
 /// A MemImage whose samples have the type T (float also for half-float images).
 template <typename T> class TypedImage : public MemImage {
 public:
+  /// Throw std::invalid_argument for a negative extent or no channels; an extent of 0 gives an image without pixels.
   TypedImage(int width, int height, int slices = 1, int channels = 1)
       : MemImage(ImageDescriptor(pixelTypeOf<T>(), width, height, slices, channels)) {}
   /// The pixel type must be one whose samples are T.

@@ -1,0 +1,176 @@
+#include "processing/SignalProcessing.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <numbers>
+#include <stdexcept>
+
+namespace Kelvaris::US::Signal {
+namespace {
+
+constexpr double pi = std::numbers::pi;
+
+double sinc(double x) {
+  return x == 0.0 ? 1.0 : std::sin(pi * x) / (pi * x);
+}
+
+/// The window of a kernel of odd length: two full periods of the cosine.
+double windowWeight(int i, int length) {
+  const int half = (length - 1) / 2;
+  return 0.54 + 0.46 * std::cos(2.0 * pi * (i - half) / half);
+}
+
+struct Design {
+  FilterType type;
+  double lower, upper; // Hz
+};
+
+/// The ideal response at distance t from the centre, by sinc functions alone.
+double idealResponse(const Design& d, double samplingFrequency, int t) {
+  const auto lowpass = [&](double cutoff) {
+    const double c = cutoff / samplingFrequency;
+    return 2.0 * c * sinc(2.0 * c * t);
+  };
+  switch (d.type) {
+  case FilterType::Lowpass:
+    return lowpass(d.upper);
+  case FilterType::Highpass:
+    return (t == 0 ? 1.0 : 0.0) - lowpass(d.lower);
+  default:
+    return lowpass(d.upper) - lowpass(d.lower);
+  }
+}
+
+double gain(const TypedImage<float>& filter, double cyclesPerSample) {
+  std::complex<double> sum = 0.0;
+  for (std::size_t i = 0; i < filter.size(); ++i)
+    sum += std::polar<double>(filter[i], -2.0 * pi * cyclesPerSample * static_cast<double>(i));
+  return std::abs(sum);
+}
+
+class FirDesign : public testing::TestWithParam<Design> {};
+
+TEST_P(FirDesign, TapsFollowTheClosedForm) {
+  const Design d = GetParam();
+  constexpr double fs = 40e6;
+  for (const int length : {3, 51, 101}) {
+    const auto filter =
+        createFirFilter(d.type, float(fs), static_cast<float>(d.lower), static_cast<float>(d.upper), length, 1);
+    ASSERT_EQ(filter.size(), static_cast<std::size_t>(length));
+    for (int i = 0; i < length; ++i) {
+      const double expected = idealResponse(d, fs, i - length / 2) * windowWeight(i, length);
+      EXPECT_NEAR(filter[static_cast<std::size_t>(i)], expected, 1e-7) << "tap " << i << " of " << length;
+    }
+  }
+}
+
+TEST_P(FirDesign, PassesItsBandAndStopsTheRest) {
+  const Design d = GetParam();
+  constexpr double fs = 40e6, transition = 2e6;
+  const auto filter =
+      createFirFilter(d.type, float(fs), static_cast<float>(d.lower), static_cast<float>(d.upper), 101, 0);
+  const double passFrom = d.type == FilterType::Lowpass ? 0.0 : d.lower;
+  const double passTo = d.type == FilterType::Highpass ? fs / 2.0 : d.upper;
+  for (double f = 0.0; f <= fs / 2.0; f += 0.1e6) {
+    const double g = gain(filter, f / fs);
+    if (f > passFrom + transition && f < passTo - transition) {
+      EXPECT_NEAR(g, 1.0, 0.05) << f;
+    } else if ((passFrom > 0.0 && f < passFrom - transition) || f > passTo + transition) {
+      EXPECT_LT(g, 0.05) << f;
+    }
+  }
+  for (const double edge : {passFrom, passTo})
+    if (edge > 0.0 && edge < fs / 2.0) {
+      EXPECT_NEAR(gain(filter, edge / fs), 0.5, 0.02) << edge;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, FirDesign,
+                         testing::Values(Design{FilterType::Lowpass, 9e6, 6e6}, Design{FilterType::Highpass, 6e6, 2e6},
+                                         Design{FilterType::Bandpass, 4e6, 12e6}));
+
+TEST(FirFilter, LiesAlongItsAxis) {
+  for (int axis = 0; axis < 3; ++axis) {
+    const auto filter = createFirFilter(FilterType::Lowpass, 4.0f, 0.0f, 1.0f, 51, axis);
+    Eigen::Vector3i dimensions(1, 1, 1);
+    Eigen::Vector3d spacing(1.0, 1.0, 1.0);
+    dimensions[axis] = 51;
+    spacing[axis] = 0.25;
+    EXPECT_EQ(filter.descriptor().dimensions(), dimensions);
+    EXPECT_EQ(filter.descriptor().spacing(), spacing);
+    EXPECT_EQ(filter.channels(), 1);
+    EXPECT_EQ(filter[25], 0.5f); // window weight 1 at the centre
+  }
+}
+
+TEST(FirFilter, EndTapsAndCentreCarryTheFullWeight) {
+  TypedImage<float> ones(1, 9);
+  std::fill_n(ones.pointer(), 9, 1.0f);
+  applyHammingWindow(ones);
+  for (const std::size_t i : {0u, 4u, 8u})
+    EXPECT_EQ(ones[i], 1.0f);
+  for (const std::size_t i : {2u, 6u})
+    EXPECT_FLOAT_EQ(ones[i], 0.08f);
+}
+
+TEST(FirFilter, DegenerateInput) {
+  for (const int length : {50, 0, -2}) {
+    try {
+      createFirFilter(FilterType::Bandpass, 40.0f, 1.0f, 2.0f, length, 0);
+      FAIL() << length;
+    } catch (const std::invalid_argument& e) {
+      EXPECT_EQ(e.what(), "Even filter length is not supported. Given length: " + std::to_string(length));
+    }
+  }
+  EXPECT_THROW(createFirFilter(FilterType::Lowpass, 40.0f, 1.0f, 2.0f, 51, 3), std::invalid_argument);
+
+  const auto single = createFirFilter(FilterType::Lowpass, 40.0f, 0.0f, 2.0f, 1, 0);
+  ASSERT_EQ(single.size(), 1u);
+  EXPECT_TRUE(std::isnan(single[0]));
+
+  const auto unknown = createFirFilter(static_cast<FilterType>(7), 40.0f, 1.0f, 2.0f, 5, 2);
+  EXPECT_EQ(unknown.slices(), 5);
+
+  TypedImage<float> empty(0, 1);
+  idealLowpass(0.1, empty);
+  applyHammingWindow(empty);
+  EXPECT_EQ(empty.size(), 0u);
+}
+
+TEST(Sinusoid, PhaseIsFormedInSinglePrecision) {
+  constexpr float fs = 31.25e6f, f = -5.208e6f, amplitude = 2.0f, phase = 0.3f;
+  constexpr int length = 5000;
+  const auto complex = sinusoidComplex(fs, f, length, amplitude, phase, 0);
+  const auto real = sinusoidReal(fs, f, length, amplitude, phase, 0);
+  double worstAgainstExact = 0.0;
+  for (int i = 0; i < length; ++i) {
+    volatile float x = static_cast<float>(i) / fs; // each step is stored, so that no wider intermediate survives
+    x = x * ((f + f) * 3.1415927f);
+    x = x + phase;
+    const double single = x;
+    const auto k = static_cast<std::size_t>(i);
+    ASSERT_EQ(complex[2 * k], static_cast<float>(2.0 * std::cos(single))) << i;
+    ASSERT_EQ(complex[2 * k + 1], static_cast<float>(2.0 * std::sin(single))) << i;
+    ASSERT_EQ(real[k], complex[2 * k]) << i;
+    const double exact = 2.0 * std::cos(2.0 * pi * double(f) / double(fs) * i + double(phase));
+    worstAgainstExact = std::max(worstAgainstExact, std::abs(exact - double(real[k])));
+  }
+  EXPECT_LT(worstAgainstExact, 4e-3); // 2 x phase of 5000 rad x 2^-22
+}
+
+TEST(Sinusoid, SpacingIsOnTheFirstAxisForEveryAxis) {
+  for (int axis = 0; axis < 3; ++axis) {
+    const auto signal = sinusoidComplex(8.0f, 1.0f, 4, 1.0f, 0.0f, axis);
+    EXPECT_EQ(signal.descriptor().spacing(), Eigen::Vector3d(0.125, 1.0, 1.0));
+    EXPECT_EQ(signal.descriptor().dimensions()[axis], 4);
+    EXPECT_EQ(signal.channels(), 2);
+    EXPECT_NEAR(signal[3], std::sin(pi / 4.0), 1e-7); // sample 1, second channel
+  }
+  EXPECT_EQ(sinusoidReal(8.0f, 1.0f, 0, 1.0f, 0.0f, 0).size(), 0u);
+  EXPECT_EQ(sinusoidComplex(8.0f, 1.0f, -3, 1.0f, 0.0f, 1).size(), 0u);
+}
+
+} // namespace
+} // namespace Kelvaris::US::Signal
