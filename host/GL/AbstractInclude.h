@@ -6,8 +6,9 @@ namespace Kelvaris::GL {
 
 class Program;
 
-/// A piece of GLSL that an object contributes to a shader (for example a frame geometry its coordinate conversion), with the
-/// uniforms that carry the object's values. All names it declares begin with the prefix, so that a program can hold several.
+/// A piece of GLSL that an object contributes to a shader (for example a frame geometry its coordinate conversion),
+/// with the uniforms that carry the object's values. All names it declares begin with the prefix, so that a program can
+/// hold several. The shader says where the text belongs by a line `#abstract_include prefix`.
 class AbstractInclude {
 public:
   virtual ~AbstractInclude() = default;

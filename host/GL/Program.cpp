@@ -1,0 +1,262 @@
+#include "GL/Program.h"
+
+#include "Core/Log.h"
+#include "Core/Resource.h"
+#include "GL/AbstractInclude.h"
+#include "GL/Check.h"
+#include "GL/ContextManager.h"
+#include "GL/GlImage.h"
+
+#include <epoxy/gl.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <optional>
+#include <ranges>
+#include <sstream>
+#include <utility>
+
+namespace Kelvaris::GL {
+namespace {
+
+constexpr const char* kCategory = "GL.Program";
+
+std::vector<std::string> lines(const std::string& text) {
+  std::vector<std::string> result;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);)
+    result.push_back(line);
+  return result;
+}
+
+/// The name behind `#abstract_include`, if the line is one.
+std::optional<std::string> includeName(const std::string& line) {
+  std::istringstream stream(line);
+  std::string directive;
+  std::string name;
+  if (stream >> directive >> name && directive == "#abstract_include") return name;
+  return std::nullopt;
+}
+
+std::string withDefines(const std::string& text, const std::string& defines) {
+  if (defines.empty()) return text;
+  std::size_t position = text.find("#version");
+  position = position == std::string::npos ? 0 : text.find('\n', position) + 1;
+  return text.substr(0, position) + defines + (defines.back() == '\n' ? "" : "\n") + text.substr(position);
+}
+
+std::string numbered(const std::string& text) {
+  std::string result;
+  int number = 0;
+  for (const std::string& line : lines(text))
+    result += fmt::format("{:4} {}\n", ++number, line);
+  return result;
+}
+
+template <typename GetLength, typename GetLog> std::string driverLog(GetLength getLength, GetLog getLog) {
+  GLint length = 0;
+  getLength(&length);
+  std::string text(static_cast<std::size_t>(std::max(length, 1)), '\0');
+  getLog(length, text.data());
+  return text.c_str();
+}
+
+void requireContext() {
+  if (!ContextManager::hasCurrent())
+    throw Error("no OpenGL context is current on this thread; hold a GL::ContextManager::ActivationGuard");
+}
+
+/// Deletes a shader at the end of its scope.
+class Shader {
+public:
+  Shader() : m_id(KELVARIS_GL_CHECKED(glCreateShader(GL_COMPUTE_SHADER))) {}
+  ~Shader() { glDeleteShader(m_id); }
+  Shader(const Shader&) = delete;
+  Shader& operator=(const Shader&) = delete;
+  GLuint id() const { return m_id; }
+
+private:
+  GLuint m_id;
+};
+
+} // namespace
+
+void memoryBarrier(unsigned barriers) {
+  requireContext();
+  KELVARIS_GL_CHECKED(glMemoryBarrier(barriers));
+}
+
+std::unique_ptr<Program> Program::createCompute(const std::string& resource, const std::string& defines,
+                                                CompilationMode mode) {
+  const std::optional<ByteBuffer> text = Resource::query(resource);
+  if (!text) {
+    Log::error(kCategory, "There is no resource \"{}\" to make a compute program from", resource);
+    return nullptr;
+  }
+  return createComputeFromText(resource, std::string(text->text()), defines, mode);
+}
+
+std::unique_ptr<Program> Program::createComputeFromText(const std::string& name, const std::string& text,
+                                                        const std::string& defines, CompilationMode mode) {
+  auto program = std::make_unique<Program>(Token(), name, withDefines(text, defines));
+  if (mode == CompilationMode::Immediate && !program->build()) return nullptr;
+  return program;
+}
+
+Program::Program(Token, std::string name, std::string text) : m_name(std::move(name)), m_text(std::move(text)) {
+  for (const std::string& line : lines(m_text))
+    if (const auto include = includeName(line)) m_includes[*include];
+}
+
+Program::~Program() {
+  if (m_program == 0) return;
+  try {
+    const ContextManager::ActivationGuard guard;
+    glDeleteProgram(m_program);
+  } catch (const Error& error) {
+    Log::warning(kCategory, "The program of {} can't be deleted: {}", m_name, error.what());
+  }
+}
+
+bool Program::addAbstractIncludeDefinition(const AbstractInclude& include, const std::string& name) {
+  const auto found = m_includes.find(name);
+  if (found == m_includes.end()) {
+    Log::error(kCategory, "The shader {} has no abstract include \"{}\"; it has: {}", m_name, name,
+               m_includes.empty() ? "none" : fmt::format("{}", fmt::join(m_includes | std::views::keys, ", ")));
+    return false;
+  }
+  std::string source = include.source(name);
+  if (m_program != 0 && source == found->second) return true;
+  found->second = std::move(source);
+  return !hasAllDefinitions() || build();
+}
+
+std::string Program::generatedText() const {
+  std::string result;
+  for (const std::string& line : lines(m_text)) {
+    const auto include = includeName(line);
+    result += include ? m_includes.at(*include) : line;
+    result += '\n';
+  }
+  return result;
+}
+
+bool Program::hasAllDefinitions() const {
+  return std::none_of(m_includes.begin(), m_includes.end(), [](const auto& include) { return include.second.empty(); });
+}
+
+bool Program::build() {
+  requireContext();
+  glDeleteProgram(std::exchange(m_program, 0));
+  for (const auto& [include, text] : m_includes)
+    if (text.empty()) {
+      Log::error(kCategory, "The abstract include \"{}\" of the shader {} has no definition", include, m_name);
+      return false;
+    }
+
+  const std::string text = generatedText();
+  const Shader shader;
+  const char* source = text.c_str();
+  KELVARIS_GL_CHECKED(glShaderSource(shader.id(), 1, &source, nullptr));
+  KELVARIS_GL_CHECKED(glCompileShader(shader.id()));
+  GLint ok = GL_FALSE;
+  KELVARIS_GL_CHECKED(glGetShaderiv(shader.id(), GL_COMPILE_STATUS, &ok));
+  if (!ok) {
+    const std::string messages =
+        driverLog([&](GLint* length) { glGetShaderiv(shader.id(), GL_INFO_LOG_LENGTH, length); },
+                  [&](GLint length, char* log) { glGetShaderInfoLog(shader.id(), length, nullptr, log); });
+    Log::error(kCategory, "The shader {} can't be compiled:\n{}\n{}", m_name, messages, numbered(text));
+    return false;
+  }
+
+  const GLuint program = KELVARIS_GL_CHECKED(glCreateProgram());
+  KELVARIS_GL_CHECKED(glAttachShader(program, shader.id()));
+  KELVARIS_GL_CHECKED(glLinkProgram(program));
+  KELVARIS_GL_CHECKED(glDetachShader(program, shader.id()));
+  KELVARIS_GL_CHECKED(glGetProgramiv(program, GL_LINK_STATUS, &ok));
+  if (!ok) {
+    const std::string messages =
+        driverLog([&](GLint* length) { glGetProgramiv(program, GL_INFO_LOG_LENGTH, length); },
+                  [&](GLint length, char* log) { glGetProgramInfoLog(program, length, nullptr, log); });
+    glDeleteProgram(program);
+    Log::error(kCategory, "The shader {} can't be linked:\n{}\n{}", m_name, messages, numbered(text));
+    return false;
+  }
+
+  m_program = program;
+  if (m_enabled) KELVARIS_GL_CHECKED(glUseProgram(m_program));
+  return true;
+}
+
+void Program::requireBuilt() {
+  requireContext();
+  if (m_program == 0 && !build()) throw Error(fmt::format("the compute program of {} can't be built", m_name));
+}
+
+void Program::enable() {
+  requireContext();
+  m_enabled = true;
+  // A program that still waits for its includes comes into use when it is built.
+  if (m_program != 0) KELVARIS_GL_CHECKED(glUseProgram(m_program));
+}
+
+void Program::disable() {
+  requireContext();
+  m_enabled = false;
+  KELVARIS_GL_CHECKED(glUseProgram(0));
+}
+
+int Program::uniformLocation(const std::string& name) {
+  requireBuilt();
+  return KELVARIS_GL_CHECKED(glGetUniformLocation(m_program, name.c_str()));
+}
+
+void Program::setUniform(const std::string& name, int value) {
+  const GLint location = uniformLocation(name);
+  KELVARIS_GL_CHECKED(glProgramUniform1i(m_program, location, value));
+}
+
+void Program::setUniform(const std::string& name, float value) {
+  const GLint location = uniformLocation(name);
+  KELVARIS_GL_CHECKED(glProgramUniform1f(m_program, location, value));
+}
+
+void Program::setUniform(const std::string& name, const Eigen::Vector2f& value) {
+  const GLint location = uniformLocation(name);
+  KELVARIS_GL_CHECKED(glProgramUniform2fv(m_program, location, 1, value.data()));
+}
+
+void Program::setUniform(const std::string& name, const Eigen::Matrix4f& value) {
+  const GLint location = uniformLocation(name);
+  KELVARIS_GL_CHECKED(glProgramUniformMatrix4fv(m_program, location, 1, GL_FALSE, value.data()));
+}
+
+void Program::bindImage(const std::string& name, const GlImage& image, ImageAccess access) {
+  const GLint location = uniformLocation(name);
+  if (location < 0) throw Error(fmt::format("the shader {} uses no image \"{}\"", m_name, name));
+  const auto bound = std::find(m_boundImages.begin(), m_boundImages.end(), name);
+  const auto unit = static_cast<GLuint>(bound - m_boundImages.begin());
+  if (bound == m_boundImages.end()) m_boundImages.push_back(name);
+  KELVARIS_GL_CHECKED(
+      glBindImageTexture(unit, image.texture(), 0, GL_TRUE, 0, static_cast<GLenum>(access), image.internalFormat()));
+  KELVARIS_GL_CHECKED(glProgramUniform1i(m_program, location, static_cast<GLint>(unit)));
+}
+
+void Program::unbindImages() {
+  requireContext();
+  for (std::size_t unit = 0; unit < m_boundImages.size(); ++unit)
+    KELVARIS_GL_CHECKED(glBindImageTexture(static_cast<GLuint>(unit), 0, 0, GL_FALSE, 0, GL_READ_ONLY, GL_R32F));
+  m_boundImages.clear();
+}
+
+void Program::dispatchCompute(int groupsX, int groupsY, int groupsZ) {
+  requireBuilt();
+  if (!m_enabled) throw Error(fmt::format("the compute program of {} is dispatched without being enabled", m_name));
+  if (groupsX < 1 || groupsY < 1 || groupsZ < 1)
+    throw Error(fmt::format("{} x {} x {} work groups: each number must be at least 1", groupsX, groupsY, groupsZ));
+  KELVARIS_GL_CHECKED(
+      glDispatchCompute(static_cast<GLuint>(groupsX), static_cast<GLuint>(groupsY), static_cast<GLuint>(groupsZ)));
+}
+
+} // namespace Kelvaris::GL

@@ -1,0 +1,206 @@
+#include "GL/Program.h"
+
+#include "Core/Resource.h"
+#include "GL/AbstractInclude.h"
+#include "GL/Check.h"
+#include "GL/GlImage.h"
+#include "RequireGL.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace Kelvaris {
+namespace {
+
+using GL::ContextManager;
+using GL::ImageAccess;
+using GL::Program;
+using Guard = ContextManager::ActivationGuard;
+
+/// Every texel of u_out gets value(x, y).
+const char* const kFillText = R"(#version 450 core
+layout(local_size_x = 8, local_size_y = 8) in;
+layout(rg32f) writeonly uniform image2D u_out;
+uniform float u_offset;
+uniform int u_factor;
+uniform vec2 u_direction;
+uniform mat4 u_matrix;
+#abstract_include value
+void main() {
+  ivec2 p = ivec2(gl_GlobalInvocationID.xy);
+  if (any(greaterThanEqual(p, imageSize(u_out))))
+    return;
+  vec4 v = u_matrix * vec4(valueAt(p), 0.0, 1.0);
+  imageStore(u_out, p, vec4(float(u_factor) * v.x + u_offset, dot(u_direction, v.xy), 0.0, 0.0));
+}
+)";
+
+class Value : public GL::AbstractInclude {
+public:
+  explicit Value(std::string expression, float shift = 0.0f) : m_expression(std::move(expression)), m_shift(shift) {}
+  std::string source(const std::string& prefix) const override {
+    return "uniform float " + prefix + "_shift;\nvec2 " + prefix + "At(ivec2 p) { return " + m_expression + " + " +
+           prefix + "_shift; }";
+  }
+  void setArguments(Program& program, const std::string& name) const override {
+    program.setUniform(name + "_shift", m_shift);
+  }
+
+private:
+  std::string m_expression;
+  float m_shift;
+};
+
+void setFillUniforms(Program& program) {
+  Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
+  matrix(0, 1) = 100.0f; // adds 100 y to x, so that a transposed matrix would show
+  program.setUniform("u_offset", 0.5f);
+  program.setUniform("u_factor", 2);
+  program.setUniform("u_direction", Eigen::Vector2f(10.0f, 1.0f));
+  program.setUniform("u_matrix", matrix);
+}
+
+void run(Program& program, const GlImage& out) {
+  program.bindImage("u_out", out, ImageAccess::WriteOnly);
+  program.dispatchCompute((out.descriptor().width() + 7) / 8, (out.descriptor().height() + 7) / 8, 1);
+  program.unbindImages();
+  GL::memoryBarrier(GL::kAllBarriers);
+}
+
+TEST(Program, UniformsImagesAndIncludesReachTheShader) {
+  KELVARIS_REQUIRE_GL();
+  const Guard guard;
+  const auto program = Program::createComputeFromText("fill", kFillText, {}, GL::CompilationMode::Deferred);
+  ASSERT_TRUE(program);
+  program->enable();
+  for (const float shift : {0.0f, 3.0f})
+    for (const bool swapped : {false, true}) {
+      const Value value(swapped ? "vec2(p.yx)" : "vec2(p)", shift);
+      ASSERT_TRUE(program->addAbstractIncludeDefinition(value, "value"));
+      value.setArguments(*program, "value");
+      setFillUniforms(*program);
+      const GlImage out(ImageDescriptor(PixelFloat, 21, 13, 1, 2));
+      run(*program, out);
+      const auto result = out.download();
+      for (int y = 0; y < 13; ++y)
+        for (int x = 0; x < 21; ++x) {
+          const float v0 = static_cast<float>(swapped ? y : x) + shift;
+          const float v1 = static_cast<float>(swapped ? x : y) + shift;
+          const float first = v0 + 100.0f * v1;
+          ASSERT_EQ(result->valueAsDouble(x, y, 0, 0), 2.0f * first + 0.5f) << x << " " << y;
+          ASSERT_EQ(result->valueAsDouble(x, y, 0, 1), 10.0f * first + v1) << x << " " << y;
+        }
+    }
+  program->disable();
+}
+
+TEST(Program, AnUnchangedDefinitionKeepsTheProgramAndItsUniforms) {
+  KELVARIS_REQUIRE_GL();
+  const Guard guard;
+  const auto program = Program::createComputeFromText("fill", kFillText, {}, GL::CompilationMode::Deferred);
+  program->enable();
+  const Value value("vec2(p)");
+  ASSERT_TRUE(program->addAbstractIncludeDefinition(value, "value"));
+  value.setArguments(*program, "value");
+  setFillUniforms(*program);
+  ASSERT_TRUE(program->addAbstractIncludeDefinition(value, "value"));
+  const GlImage out(ImageDescriptor(PixelFloat, 2, 1, 1, 2));
+  run(*program, out);
+  EXPECT_EQ(out.download()->valueAsDouble(1, 0, 0, 0), 2.5);
+  program->disable();
+}
+
+TEST(Program, WritesAllSlicesAndReadsImages) {
+  KELVARIS_REQUIRE_GL();
+  const Guard guard;
+  const auto program = Program::createComputeFromText("double", R"(#version 450 core
+layout(local_size_x = 4) in;
+layout(r32f) readonly uniform image2DArray u_in;
+layout(r32f) writeonly uniform image2DArray u_out;
+void main() {
+  ivec3 p = ivec3(gl_GlobalInvocationID);
+  if (all(lessThan(p, imageSize(u_out))))
+    imageStore(u_out, p, FACTOR * imageLoad(u_in, p));
+}
+)",
+                                                      "#define FACTOR 3.0");
+  ASSERT_TRUE(program);
+  TypedImage<short> in(5, 2, 3);
+  for (std::size_t i = 0; i < in.size(); ++i)
+    in[i] = static_cast<short>(100 * static_cast<int>(i) - 1000);
+  const GlImage source(in);
+  const GlImage target(in.descriptor());
+  program->enable();
+  program->bindImage("u_in", source, ImageAccess::ReadOnly);
+  program->bindImage("u_out", target, ImageAccess::WriteOnly);
+  program->dispatchCompute(2, 2, 3);
+  program->unbindImages();
+  program->disable();
+  GL::memoryBarrier(GL::kAllBarriers);
+  const auto result = target.download();
+  for (int z = 0; z < 3; ++z)
+    for (int x = 0; x < 5; ++x)
+      EXPECT_EQ(result->valueAsDouble(x, 1, z, 0), 3 * in.value(x, 1, z));
+}
+
+TEST(Program, TellsWhyATextCannotBeCompiled) {
+  KELVARIS_REQUIRE_GL();
+  const Guard guard;
+  const Tests::ExpectedLog log;
+  EXPECT_FALSE(Program::createComputeFromText("broken",
+                                              "#version 450 core\nlayout(local_size_x = 1) in;\n"
+                                              "void main() { noSuchFunction(FOO); }\n",
+                                              "#define FOO 7\n"));
+  EXPECT_TRUE(log.contains("4 GL.Program: The shader broken can't be compiled"));
+  EXPECT_TRUE(log.contains("noSuchFunction")) << "the driver's messages";
+  EXPECT_TRUE(log.contains("   2 #define FOO 7\n")) << "the generated text, with line numbers";
+}
+
+TEST(Program, TellsWhatIsWrongWithAnInclude) {
+  KELVARIS_REQUIRE_GL();
+  const Guard guard;
+  const Tests::ExpectedLog log;
+  EXPECT_FALSE(Program::createComputeFromText("fill", kFillText));
+  EXPECT_TRUE(log.contains("The abstract include \"value\" of the shader fill has no definition"));
+
+  const auto program = Program::createComputeFromText("fill", kFillText, {}, GL::CompilationMode::Deferred);
+  EXPECT_FALSE(program->addAbstractIncludeDefinition(Value("vec2(p)"), "mask"));
+  EXPECT_TRUE(log.contains("The shader fill has no abstract include \"mask\"; it has: value"));
+  EXPECT_THROW(program->dispatchCompute(1, 1, 1), GL::Error);
+
+  EXPECT_FALSE(program->addAbstractIncludeDefinition(Value("nonsense"), "value"));
+  EXPECT_TRUE(log.contains("nonsense"));
+  EXPECT_FALSE(program->addAbstractIncludeDefinition(Value("nonsense"), "value")) << "a broken text stays broken";
+  EXPECT_TRUE(program->addAbstractIncludeDefinition(Value("vec2(p)"), "value"));
+}
+
+TEST(Program, TellsOfAMissingResource) {
+  const Tests::ExpectedLog log;
+  EXPECT_FALSE(Program::createCompute("NoSuchRepository/Some.comp"));
+  EXPECT_TRUE(log.contains("There is no resource \"NoSuchRepository/Some.comp\" to make a compute program from"));
+}
+
+TEST(Program, RefusesWrongUse) {
+  KELVARIS_REQUIRE_GL();
+  std::unique_ptr<Program> program;
+  {
+    const Guard guard;
+    program =
+        Program::createComputeFromText("empty", "#version 450 core\nlayout(local_size_x = 1) in;\nvoid main() {}\n");
+    ASSERT_TRUE(program);
+    EXPECT_THROW(program->dispatchCompute(1, 1, 1), GL::Error) << "not enabled";
+    program->enable();
+    EXPECT_THROW(program->dispatchCompute(1, 0, 1), GL::Error);
+    const GlImage image(ImageDescriptor(PixelFloat, 1, 1));
+    EXPECT_THROW(program->bindImage("u_nothing", image, ImageAccess::ReadOnly), GL::Error);
+    EXPECT_NO_THROW(program->setUniform("u_nothing", 1));
+    program->disable();
+  }
+  EXPECT_THROW(program->enable(), GL::Error) << "no current context";
+  EXPECT_THROW(program->setUniform("u_nothing", 1), GL::Error);
+}
+
+} // namespace
+} // namespace Kelvaris
