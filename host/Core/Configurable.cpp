@@ -21,6 +21,11 @@ void Configurable::configureDefaults() {
     parameter->reset();
 }
 
+void Configurable::registerParameter(ParameterBase* parameter, std::mutex* guard) {
+  parameter->setGuard(guard);
+  m_parameters.push_back(parameter);
+}
+
 ParameterBase* Configurable::parameter(const char* name) const {
   for (ParameterBase* parameter : m_parameters)
     if (parameter->name() == name) return parameter;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <vector>
 
 namespace Kelvaris {
@@ -30,8 +31,8 @@ public:
   ParameterBase* parameter(const char* name) const;
 
 protected:
-  /// `parameter` must be a member of this object.
-  void registerParameter(ParameterBase* parameter) { m_parameters.push_back(parameter); }
+  /// `parameter` must be a member of this object, and so must `guard`, which becomes the parameter's guard.
+  void registerParameter(ParameterBase* parameter, std::mutex* guard = nullptr);
 
 private:
   std::vector<ParameterBase*> m_parameters;

@@ -4,6 +4,7 @@
 #include "Core/Signal.h"
 
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -44,10 +45,20 @@ public:
   /// In words, what `accepts` takes, for example "a number" or "two whole numbers with a blank between".
   std::string expected() const;
 
-  /// Emitted after the value has changed.
+  /// Emitted after the value has changed, with the guard released.
   SignalImpl<> changed;
 
+  /// The mutex that every change of the value takes, and that a thread holds while it reads the value of a parameter
+  /// which another thread may change. It must outlive the parameter; null (the default) for none.
+  void setGuard(std::mutex* guard) { m_guard = guard; }
+
+protected:
+  std::unique_lock<std::mutex> lockGuard() const {
+    return m_guard ? std::unique_lock(*m_guard) : std::unique_lock<std::mutex>();
+  }
+
 private:
+  std::mutex* m_guard = nullptr;
   std::string m_name;
   bool m_enabled = true;
   std::map<std::string, std::string> m_attributes;
@@ -87,8 +98,11 @@ public:
   operator const T&() const { return m_value; } // NOLINT(google-explicit-constructor): a parameter reads as its value
 
   void setValue(const T& value) {
-    if (value == m_value) return;
-    m_value = value;
+    {
+      const auto lock = lockGuard();
+      if (value == m_value) return;
+      m_value = value;
+    }
     changed.emitSignal();
   }
   Parameter& operator=(const T& value) {

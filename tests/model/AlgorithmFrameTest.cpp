@@ -1,0 +1,227 @@
+#include "model/AlgorithmFrame.h"
+
+#include "Core/Parameter.h"
+#include "Lib/SharedImageSet.h"
+#include "Stream/StreamAlgorithmExecutor.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+
+namespace Kelvaris::US {
+namespace {
+
+class Note : public DataComponent<Note> {
+public:
+  explicit Note(std::string t = {}) : text(std::move(t)) {}
+  std::string id() const override { return "Note"; }
+  bool operator==(const Note& other) const { return text == other.text; }
+  std::string text;
+};
+
+struct SetNote : DataComponent<SetNote> {
+  std::string id() const override { return "SetNote"; }
+  bool operator==(const SetNote&) const { return true; }
+};
+
+/// Adds 1 to every sample; refuses images that are `refusedWidth` wide.
+class AddOne : public Algorithm, public SequentialImageProcessor, public SignalReceiver {
+public:
+  static AlgorithmFrame frame;
+  static constexpr AlgorithmFrame kPlain = {"AddOne",
+                                            "Add One",
+                                            &isVolumeStream,
+                                            [](const SharedImageSet& s) { return holdsVolumes(s); },
+                                            false,
+                                            true,
+                                            "Error while adding to image ",
+                                            " of "};
+
+  explicit AddOne(const SharedImageSet* input) : m_input(input) {}
+  static bool createCompatible(const DataList& data, Algorithm** a) {
+    return createCompatibleAlgorithm<AddOne>(frame, data, a, executorGetsAlgorithm);
+  }
+  void compute() override { computeImages(frame, *this, m_input, m_progress, m_status, m_output); }
+  OwningDataList takeOutput() override { return takeImages(m_output); }
+
+  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
+  processImage(const SharedImage& image, const DataComponentList& components) const override {
+    if (image.descriptor().width() == refusedWidth) return {};
+    seenSetNote = components.get<SetNote>() != nullptr;
+    auto result = image.mem()->clone();
+    for (std::size_t i = 0; i < result->descriptor().elementCount(); ++i)
+      static_cast<float*>(result->data())[i] += 1.0f;
+    return {std::make_shared<SharedImage>(std::shared_ptr<Image>(std::move(result))), components};
+  }
+
+  static inline bool executorGetsAlgorithm = false;
+  static constexpr int refusedWidth = 7;
+  mutable bool seenSetNote = false;
+
+private:
+  const SharedImageSet* m_input;
+  std::unique_ptr<SharedImageSet> m_output;
+};
+AlgorithmFrame AddOne::frame = AddOne::kPlain;
+
+std::shared_ptr<SharedImage> image(float value, int width = 2, int slices = 3) {
+  auto pixels = std::make_shared<TypedImage<float>>(width, 1, slices);
+  std::fill_n(pixels->pointer(), pixels->size(), value);
+  return std::make_shared<SharedImage>(pixels);
+}
+
+class AlgorithmFrameTest : public ::testing::Test {
+protected:
+  AlgorithmFrameTest() {
+    AddOne::frame = AddOne::kPlain;
+    AddOne::executorGetsAlgorithm = false;
+    images.setModality(Data::Ultrasound);
+    images.setName("scan");
+    images.properties().setParam("depth", 40.0);
+    images.components().add<SetNote>();
+    for (int i = 0; i < 3; ++i) {
+      images.add(image(static_cast<float>(i)), 10.0 * i);
+      images.elementwiseComponents().components(i).add<Note>("image " + std::to_string(i));
+    }
+  }
+  SharedImageSet images;
+};
+
+TEST_F(AlgorithmFrameTest, CollectsImagesComponentsTimestampsAndModality) {
+  AddOne algorithm(&images);
+  EXPECT_TRUE(algorithm.takeOutput().empty()) << "before compute()";
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Success);
+  OwningDataList list = algorithm.takeOutput();
+  ASSERT_EQ(list.size(), 1u);
+  EXPECT_TRUE(algorithm.takeOutput().empty()) << "on a second call";
+
+  const auto output = list.extract<SharedImageSet>();
+  ASSERT_EQ(output->size(), 3);
+  EXPECT_EQ(output->modality(), Data::Ultrasound);
+  EXPECT_TRUE(output->components().empty()) << "a fresh output has none of the set-wide state";
+  EXPECT_FALSE(algorithm.seenSetNote);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(output->get(i).mem()->valueAsDouble(1, 0, 2, 0), i + 1.0);
+    EXPECT_EQ(output->timestamp(i), 10.0 * i);
+    EXPECT_EQ(output->elementwiseComponents().components(i).get<Note>()->text, "image " + std::to_string(i));
+  }
+}
+
+TEST_F(AlgorithmFrameTest, KeepsSetStateAndAddsSetWideComponentsWhereToldTo) {
+  AddOne::frame.keepsSetState = true;
+  AddOne::frame.addsSetWide = true;
+  AddOne::frame.finish = [](SharedImageSet& output) { output.properties().setParam("topDown", true); };
+  AddOne algorithm(&images);
+  algorithm.compute();
+  const auto output = algorithm.takeOutput().extract<SharedImageSet>();
+  EXPECT_TRUE(algorithm.seenSetNote);
+  EXPECT_EQ(output->name(), "scan");
+  EXPECT_NE(output->components().get<SetNote>(), nullptr);
+  bool topDown = false;
+  double depth = 0.0;
+  EXPECT_TRUE(output->properties().param("topDown", topDown) && topDown);
+  EXPECT_TRUE(output->properties().param("depth", depth) && depth == 40.0);
+  EXPECT_FALSE(images.properties().hasParam("topDown"));
+}
+
+TEST_F(AlgorithmFrameTest, AnEmptySetGivesAnEmptyOutput) {
+  const SharedImageSet empty;
+  AddOne algorithm(&empty);
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Success);
+  EXPECT_EQ(algorithm.takeOutput().extract<SharedImageSet>()->size(), 0);
+}
+
+TEST_F(AlgorithmFrameTest, AFailedImageEndsTheRunAndDropsTheOutput) {
+  AddOne algorithm(&images);
+  algorithm.compute();
+  images.add(image(0.0f, AddOne::refusedWidth));
+  Tests::ExpectedLog log;
+  algorithm.compute();
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 AddOne: Error while adding to image 3 of 4"});
+  EXPECT_EQ(algorithm.status(), Algorithm::Failure);
+  EXPECT_TRUE(algorithm.takeOutput().empty()) << "the output of the earlier run is gone too";
+}
+
+TEST_F(AlgorithmFrameTest, WithoutInputItFailsWithAMessage) {
+  AddOne algorithm(nullptr);
+  Tests::ExpectedLog log;
+  algorithm.compute();
+  EXPECT_TRUE(log.contains("4 AddOne: No input image given"));
+  EXPECT_EQ(algorithm.status(), Algorithm::Failure);
+}
+
+TEST_F(AlgorithmFrameTest, StepsTheProgressAndCanBeCanceled) {
+  Progress progress;
+  std::vector<std::string> steps;
+  progress.onStep = [&](const ProgressTask& task) {
+    steps.push_back(task.text() + " " + std::to_string(task.step()) + "/" + std::to_string(task.steps()));
+    if (task.step() == 2) progress.cancel();
+  };
+  AddOne algorithm(&images);
+  algorithm.setProgress(&progress);
+  algorithm.compute();
+  EXPECT_EQ(steps, (std::vector<std::string>{"Add One 0/3", "Add One 1/3", "Add One 2/3"}));
+  EXPECT_EQ(algorithm.status(), Algorithm::Canceled);
+  EXPECT_TRUE(algorithm.takeOutput().empty());
+
+  AddOne::frame.hasProgress = false;
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Success) << "without a progress task there is nothing to cancel";
+}
+
+TEST_F(AlgorithmFrameTest, AcceptsExactlyOneElementThatFits) {
+  ImageStream imageStream("images"), volumeStream("volumes");
+  volumeStream.setKind(Data::VolumeStreamKind);
+  SharedImageSet flat, foreign, empty;
+  for (SharedImageSet* set : {&flat, &empty})
+    set->setModality(Data::Ultrasound);
+  flat.add(image(1.0f, 2, 1));
+  foreign.add(image(1.0f));
+
+  const struct {
+    const char* what;
+    DataList data;
+    bool compatible;
+  } cases[] = {{"nothing", {}, false},
+               {"volumes", {&images}, true},
+               {"a volume stream", {&volumeStream}, true},
+               {"the same twice", {&images, &images}, false},
+               {"a set and a stream", {&images, &volumeStream}, false},
+               {"an image stream", {&imageStream}, false},
+               {"flat images", {&flat}, false},
+               {"another modality", {&foreign}, false},
+               {"a set without images", {&empty}, false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(AddOne::createCompatible(c.data, nullptr), c.compatible) << c.what;
+    Algorithm* created = nullptr;
+    EXPECT_EQ(AddOne::createCompatible(c.data, &created), c.compatible) << c.what;
+    const std::unique_ptr<Algorithm> owned(created);
+    EXPECT_EQ(created != nullptr, c.compatible) << c.what;
+    const bool stream = c.compatible && c.data[0] == &volumeStream;
+    EXPECT_EQ(dynamic_cast<StreamAlgorithmExecutor*>(created) != nullptr, stream) << c.what;
+    EXPECT_EQ(dynamic_cast<AddOne*>(created) != nullptr, c.compatible && !stream) << c.what;
+  }
+}
+
+TEST_F(AlgorithmFrameTest, TheExecutorIsSetUpForTheAlgorithm) {
+  ImageStream stream("volumes");
+  stream.setKind(Data::VolumeStreamKind);
+  for (const bool withAlgorithm : {false, true}) {
+    AddOne::executorGetsAlgorithm = withAlgorithm;
+    Algorithm* created = nullptr;
+    ASSERT_TRUE(AddOne::createCompatible({&stream}, &created));
+    const std::unique_ptr<Algorithm> owned(created);
+    const auto& executor = dynamic_cast<const StreamAlgorithmExecutor&>(*created);
+    EXPECT_FALSE(executor.autoStart);
+    EXPECT_EQ(executor.mode, 1);
+    EXPECT_EQ(executor.streamAlgorithmName(), "Add One");
+    EXPECT_EQ(dynamic_cast<AddOne*>(executor.streamAlgorithm()) != nullptr, withAlgorithm);
+  }
+}
+
+} // namespace
+} // namespace Kelvaris::US
