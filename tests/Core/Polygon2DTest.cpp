@@ -1,0 +1,135 @@
+#include "Core/Polygon2D.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <random>
+
+namespace Kelvaris::Geometry {
+namespace {
+
+using Points = std::vector<Eigen::Vector2d>;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+/// How often the closed polygon turns around the point, from the angles at which its edges are seen.
+int turns(const Points& polygon, const Eigen::Vector2d& point) {
+  double angle = 0.0;
+  for (std::size_t i = 0; i < polygon.size(); ++i) {
+    const Eigen::Vector2d a = polygon[i] - point;
+    const Eigen::Vector2d b = polygon[(i + 1) % polygon.size()] - point;
+    angle += std::atan2(a.x() * b.y() - a.y() * b.x(), a.dot(b));
+  }
+  return static_cast<int>(std::lround(angle / (2.0 * std::numbers::pi)));
+}
+
+double edgeDistance(const Points& polygon, const Eigen::Vector2d& point) {
+  double nearest = kInf;
+  for (std::size_t i = 0; i < polygon.size(); ++i) {
+    const Eigen::Vector2d a = polygon[i];
+    const Eigen::Vector2d edge = polygon[(i + 1) % polygon.size()] - a;
+    const double along =
+        edge.squaredNorm() > 0.0 ? std::clamp((point - a).dot(edge) / edge.squaredNorm(), 0.0, 1.0) : 0.0;
+    nearest = std::min(nearest, (point - a - along * edge).norm());
+  }
+  return nearest;
+}
+
+TEST(Polygon2D, AgreesWithTurnsAndEdgeDistanceEverywhere) {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> coordinate(-30.0, 30.0);
+  std::uniform_int_distribution<int> grid(-3, 3);
+  int inside = 0;
+  for (int trial = 0; trial < 3000; ++trial) {
+    const bool onGrid = trial % 2 == 0; // grid points meet vertices, edges and their extensions all the time
+    const auto draw = [&]() -> Eigen::Vector2d {
+      if (onGrid) return {grid(random), grid(random)};
+      return {coordinate(random), coordinate(random)};
+    };
+    Points points(static_cast<std::size_t>(trial % 8));
+    std::generate(points.begin(), points.end(), draw);
+    const Polygon2D polygon(points);
+    for (int i = 0; i < 40; ++i) {
+      const Eigen::Vector2d point = draw();
+      const bool expected = edgeDistance(points, point) <= 1e-9 || turns(points, point) % 2 != 0;
+      ASSERT_EQ(polygon.includesPoint(point), expected) << "trial " << trial << " at " << point.transpose();
+      inside += expected ? 1 : 0;
+    }
+  }
+  EXPECT_GT(inside, 10000);
+}
+
+TEST(Polygon2D, EdgesBelongToThePolygonWithinABillionthOfAMillimetre) {
+  const Points square = {{0, 0}, {10, 0}, {10, 10}, {0, 10}};
+  const Points slanted = {{-19.05, 0}, {-24.2, 20}, {13.9, 20}, {19.05, 0}};
+  for (const Points& points : {square, slanted}) {
+    const Polygon2D polygon(points);
+    const double orientation = turns(points, {1.0, 1.0});
+    ASSERT_EQ(std::abs(orientation), 1.0);
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      const Eigen::Vector2d edge = points[(i + 1) % points.size()] - points[i];
+      const Eigen::Vector2d outward = orientation * Eigen::Vector2d(edge.y(), -edge.x()).normalized();
+      for (const double along : {0.0, 0.3, 1.0}) {
+        const Eigen::Vector2d onEdge = points[i] + along * edge;
+        EXPECT_TRUE(polygon.includesPoint(onEdge)) << i << " at " << along;
+        EXPECT_TRUE(polygon.includesPoint(onEdge + 0.9e-9 * outward)) << i << " at " << along;
+        EXPECT_FALSE(polygon.includesPoint(onEdge + 1.1e-9 * outward)) << i << " at " << along;
+      }
+    }
+  }
+}
+
+TEST(Polygon2D, AFarVertexCostsNoDigitsAtTheNearOne) {
+  // The region of a plane wave of nearly 90 degrees: its sides run off by 10^15 mm.
+  const Polygon2D polygon({{-5, 0}, {1e15 - 5, 20}, {1e15 + 5, 20}, {5, 0}});
+  EXPECT_TRUE(polygon.includesPoint({-5, 0}));
+  EXPECT_TRUE(polygon.includesPoint({0, 1e-14}));
+  EXPECT_TRUE(polygon.includesPoint({0, -0.9e-9}));
+  EXPECT_FALSE(polygon.includesPoint({0, -1.1e-9}));
+  EXPECT_FALSE(polygon.includesPoint({0, 1e-3}));
+}
+
+TEST(Polygon2D, FewVerticesAndUndefinedOnes) {
+  struct Case {
+    const char* what;
+    Points points;
+    Eigen::Vector2d point;
+    bool included;
+  };
+  const std::vector<Case> cases = {
+      {"no vertex", {}, {0, 0}, false},
+      {"a point", {{1, 2}}, {1, 2}, true},
+      {"beside a point", {{1, 2}}, {1, 2.001}, false},
+      {"middle of a segment", {{0, 0}, {3, 3}}, {1, 1}, true},
+      {"end of a segment", {{0, 0}, {3, 3}}, {3, 3}, true},
+      {"beyond a segment", {{0, 0}, {3, 3}}, {3.001, 3.001}, false},
+      {"beside a segment", {{0, 0}, {3, 3}}, {1, 1.001}, false},
+      {"all vertices equal", {{1, 1}, {1, 1}, {1, 1}}, {1, 1}, true},
+      {"bow tie, left half", {{0, 0}, {4, 4}, {4, 0}, {0, 4}}, {0.5, 2}, true},
+      {"bow tie, crossing", {{0, 0}, {4, 4}, {4, 0}, {0, 4}}, {2, 2}, true},
+      {"bow tie, above", {{0, 0}, {4, 4}, {4, 0}, {0, 4}}, {2, 3}, false},
+      {"walked twice", {{0, 0}, {4, 0}, {4, 4}, {0, 0}, {4, 0}, {4, 4}}, {3, 1}, false},
+      {"NaN point", {{0, 0}, {4, 0}, {4, 4}}, {kNaN, 1}, false},
+      {"infinite point", {{0, 0}, {4, 0}, {4, 4}}, {kInf, 1}, false},
+      {"NaN vertex", {{0, 0}, {4, 0}, {4, kNaN}}, {1, 0}, false},
+      {"infinite vertex", {{0, 0}, {4, 0}, {kInf, 4}}, {1, 0}, false},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(Polygon2D(c.points).includesPoint(c.point), c.included) << c.what;
+}
+
+TEST(Polygon2D, EquivalenceIsExactAndOrdered) {
+  const Polygon2D polygon({{0, 0}, {1, 0}, {1, 1}});
+  EXPECT_TRUE(polygon.isEquivalent(Polygon2D({{0, 0}, {1, 0}, {1, 1}})));
+  EXPECT_TRUE(Polygon2D().isEquivalent(Polygon2D()));
+  for (const Points& other : {Points{{1, 0}, {1, 1}, {0, 0}}, Points{{0, 0}, {1, 0}}, Points{},
+                              Points{{0, 0}, {1, 0}, {1, std::nextafter(1.0, 2.0)}}})
+    EXPECT_FALSE(polygon.isEquivalent(Polygon2D(other)));
+}
+
+} // namespace
+} // namespace Kelvaris::Geometry
