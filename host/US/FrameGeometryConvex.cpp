@@ -1,0 +1,39 @@
+#include "US/FrameGeometryConvex.h"
+
+#include "US/FanMath.h"
+
+#include <cmath>
+
+namespace Kelvaris::US {
+
+std::vector<FrameGeometry::Value> FrameGeometryConvex::values() const {
+  return {{.key = "openingAngle", .value = m_openingAngle}, {.key = "shortRadius", .value = m_shortRadius}};
+}
+
+void FrameGeometryConvex::setValues(const std::vector<double>& values) {
+  m_openingAngle = values[0];
+  m_shortRadius = values[1];
+}
+
+Eigen::Vector2d FrameGeometryConvex::toPhysical(double u, double v) const {
+  const double t = (2.0 * u - 1.0) * FanMath::radians(m_openingAngle);
+  return FanMath::onArc(m_shortRadius, t) + v * depth() * Eigen::Vector2d(std::sin(t), std::cos(t));
+}
+
+Eigen::Vector2d FrameGeometryConvex::toNormalized(double x, double y) const {
+  const double t = std::atan2(x, y + m_shortRadius);
+  return {0.5 + 0.5 * t / FanMath::radians(m_openingAngle), FanMath::beyondArc(m_shortRadius, x, y) / depth()};
+}
+
+Geometry::AlignedBox FrameGeometryConvex::bounds() const {
+  Geometry::AlignedBox box;
+  const double opening = std::abs(FanMath::radians(m_openingAngle));
+  for (const double t : FanMath::extremeAngles(-opening, opening)) {
+    const Eigen::Vector2d top = FanMath::onArc(m_shortRadius, t);
+    box.extend(top);
+    box.extend(top + depth() * Eigen::Vector2d(std::sin(t), std::cos(t)));
+  }
+  return box;
+}
+
+} // namespace Kelvaris::US

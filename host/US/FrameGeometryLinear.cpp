@@ -1,0 +1,35 @@
+#include "US/FrameGeometryLinear.h"
+
+#include "US/FanMath.h"
+
+#include <cmath>
+
+namespace Kelvaris::US {
+
+std::vector<FrameGeometry::Value> FrameGeometryLinear::values() const {
+  return {{.key = "width", .value = m_width}, {.key = "steeringAngle", .value = m_steeringAngle, .required = false}};
+}
+
+void FrameGeometryLinear::setValues(const std::vector<double>& values) {
+  m_width = values[0];
+  m_steeringAngle = values[1];
+}
+
+Eigen::Vector2d FrameGeometryLinear::toPhysical(double u, double v) const {
+  const double y = v * depth();
+  return {(u - 0.5) * m_width + y * std::tan(FanMath::radians(m_steeringAngle)), y};
+}
+
+Eigen::Vector2d FrameGeometryLinear::toNormalized(double x, double y) const {
+  return {0.5 + (x - y * std::tan(FanMath::radians(m_steeringAngle))) / m_width, y / depth()};
+}
+
+Geometry::AlignedBox FrameGeometryLinear::bounds() const {
+  Geometry::AlignedBox box;
+  for (const double u : {0.0, 1.0})
+    for (const double v : {0.0, 1.0})
+      box.extend(convertPoint({u, v}, NormalizedToPhysical));
+  return box;
+}
+
+} // namespace Kelvaris::US

@@ -1,0 +1,73 @@
+#include "US/FrameGeometryMetadata.h"
+
+#include "Core/Properties.h"
+#include "US/GeometryCases.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+namespace Kelvaris::US {
+namespace {
+
+using Kelvaris::Tests::ExpectedLog;
+
+TEST(FrameGeometryMetadata, OwnsItsGeometry) {
+  const auto linear = Tests::linearCase(38, 5, 40).geometry;
+  FrameGeometryMetadata metadata(*linear);
+  linear->setDepth(50);
+  EXPECT_EQ(metadata.frameGeometry()->depth(), 40);
+
+  const FrameGeometryMetadata copy = metadata;
+  const std::unique_ptr<DataComponentBase> clone = metadata.clone();
+  EXPECT_TRUE(clone->equals(copy));
+  metadata.frameGeometry()->setDepth(60);
+  EXPECT_EQ(copy.frameGeometry()->depth(), 40);
+  EXPECT_FALSE(clone->equals(metadata));
+  EXPECT_TRUE(clone->assign(metadata));
+  EXPECT_TRUE(clone->equals(metadata));
+
+  metadata.setFrameGeometry(std::unique_ptr<FrameGeometry>());
+  EXPECT_EQ(metadata.frameGeometry(), nullptr);
+  EXPECT_EQ(metadata, FrameGeometryMetadata());
+  EXPECT_NE(metadata, copy);
+  metadata = copy;
+  EXPECT_EQ(metadata, copy);
+}
+
+TEST(FrameGeometryMetadata, TakesOverAGeometryOfAnyKindOrKeepsItsOwn) {
+  FrameGeometryMetadata metadata(*Tests::linearCase(38, 5, 40).geometry);
+  const FrameGeometryMetadata before = metadata;
+  metadata.configure(nullptr);
+  Properties stored;
+  FrameGeometryMetadata().configuration(&stored);
+  EXPECT_TRUE(stored.empty());
+  metadata.configure(&stored);
+  EXPECT_EQ(metadata, before);
+
+  struct Case {
+    const char* key;
+    const char* text;
+    const char* message;
+  };
+  for (const Case& c : {Case{"depth", "40", "a frame geometry needs its class under \"type\""},
+                        Case{"type", "FrameGeometryRound", "Unknown frame geometry type \"FrameGeometryRound\""},
+                        Case{"type", "FrameGeometryLinear", "needs a number under \"depth\""}}) {
+    Properties bad;
+    bad.setParam(c.key, c.text);
+    const ExpectedLog log;
+    metadata.configure(&bad);
+    EXPECT_TRUE(log.contains(c.message)) << testing::PrintToString(log.messages());
+    EXPECT_EQ(metadata, before);
+  }
+
+  for (const Tests::GeometryCase& c : Tests::geometryCases()) {
+    const FrameGeometryMetadata source(*c.geometry);
+    Properties full;
+    source.configuration(&full);
+    metadata.configure(&full);
+    EXPECT_EQ(metadata, source) << c.name;
+  }
+}
+
+} // namespace
+} // namespace Kelvaris::US

@@ -1,0 +1,227 @@
+#include "US/FrameGeometry.h"
+
+#include "Core/Properties.h"
+#include "US/FrameGeometryFactory.h"
+#include "US/GeometryCases.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+
+namespace Kelvaris::US {
+namespace {
+
+using Kelvaris::Tests::ExpectedLog;
+
+constexpr auto kToPhysical = FrameGeometry::NormalizedToPhysical;
+constexpr auto kToNormalized = FrameGeometry::PhysicalToNormalized;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+class FrameGeometryOfEveryKind : public testing::TestWithParam<Tests::GeometryCase> {};
+
+INSTANTIATE_TEST_SUITE_P(Cases, FrameGeometryOfEveryKind, testing::ValuesIn(Tests::geometryCases()),
+                         [](const auto& test) { return test.param.geometry->type() + std::to_string(test.index); });
+
+TEST_P(FrameGeometryOfEveryKind, MapsBothWays) {
+  const auto& [name, geometry, position] = GetParam();
+  std::mt19937 random(3);
+  // Beyond the frame too.
+  std::uniform_real_distribution<double> across(-0.1, 1.1);
+  std::uniform_real_distribution<double> down(0.001, 1.2);
+  const double scale = std::max(1.0, geometry->bounds().extent().maxCoeff());
+  for (int i = 0; i < 2000; ++i) {
+    const Eigen::Vector2d uv(across(random), down(random));
+    const Eigen::Vector2d physical = geometry->convertPoint(uv, kToPhysical);
+    // The plain formula loses digits to radii of up to 1000 mm.
+    ASSERT_LT((physical - position(uv.x(), uv.y())).norm(), 1e-12 * scale + 1e-12) << uv.transpose();
+    const Eigen::Vector2d back = geometry->convertPoint(physical, kToNormalized);
+    ASSERT_LT((back - uv).norm(), 1e-12) << uv.transpose();
+  }
+}
+
+TEST_P(FrameGeometryOfEveryKind, BoundsAreTheSmallestBox) {
+  const auto& [name, geometry, position] = GetParam();
+  Geometry::AlignedBox seen;
+  constexpr int n = 1200;
+  for (int i = 0; i <= n; ++i)
+    for (int j = 0; j <= 40; ++j)
+      seen.extend(position(static_cast<double>(i) / n, j / 40.0));
+  const Geometry::AlignedBox bounds = geometry->bounds();
+  // On a grid an arc's extreme is missed by at most r (opening / n)^2 / 2.
+  const double missed = 1e-5 * seen.extent().maxCoeff();
+  for (int axis = 0; axis < 2; ++axis) {
+    EXPECT_LE(bounds.min()[axis], seen.min()[axis] + 1e-11);
+    EXPECT_GE(bounds.max()[axis], seen.max()[axis] - 1e-11);
+    EXPECT_NEAR(bounds.min()[axis], seen.min()[axis], missed);
+    EXPECT_NEAR(bounds.max()[axis], seen.max()[axis], missed);
+  }
+}
+
+TEST_P(FrameGeometryOfEveryKind, IsStoredToTheLastBit) {
+  const std::shared_ptr<FrameGeometry> geometry = GetParam().geometry;
+  Properties stored;
+  geometry->configuration(&stored);
+  const std::unique_ptr<FrameGeometry> read = readFrameGeometry(stored);
+  ASSERT_TRUE(read);
+  EXPECT_TRUE(geometry->isApprox(*read, 0.0));
+  Properties again;
+  read->configuration(&again);
+  EXPECT_EQ(stored, again);
+
+  for (const auto& [key, text] : stored.params()) {
+    if (key == "type") continue;
+    Properties other = stored;
+    double value = 0.0;
+    ASSERT_TRUE(stored.param(key, value));
+    other.setParam(key, value + 0.01);
+    if (key == "depth" && stored.hasParam("longRadius")) {
+      ASSERT_TRUE(stored.param("longRadius", value));
+      other.setParam("longRadius", value + 0.01);
+    } else if (key == "shortRadius" && stored.hasParam("longRadius")) {
+      ASSERT_TRUE(stored.param("longRadius", value));
+      other.setParam("longRadius", value + 0.01);
+    } else if (key == "longRadius") {
+      continue; // moves with the two others only
+    }
+    const std::unique_ptr<FrameGeometry> moved = readFrameGeometry(other);
+    ASSERT_TRUE(moved) << key;
+    EXPECT_FALSE(geometry->isApprox(*moved, 0.009)) << key;
+    EXPECT_TRUE(geometry->isApprox(*moved, 0.011)) << key;
+  }
+}
+
+TEST(FrameGeometry, FlatSectorsKeepTheirDigits) {
+  // A sector of a million millimetres is a linear frame to within w^2 / 8R = 2e-4 mm, and its lines are 20 mm long.
+  const auto flat = Tests::sectorCase(19.0 / 1e6 * 180.0 / std::numbers::pi, 1e6, 1e6 + 20, 1).geometry;
+  for (const double u : {0.0, 0.3, 0.5, 1.0})
+    for (const double v : {0.0, 1e-6, 0.5, 1.0}) {
+      const double t = (2 * u - 1) * 19.0 / 1e6;
+      const Eigen::Vector2d p = flat->convertPoint({u, v}, kToPhysical);
+      const double y = v * 20 * (1 - t * t / 2) - 1e6 * t * t / 2 * (1 - t * t / 12);
+      EXPECT_NEAR(p.y(), y, 1e-14) << u << ", " << v;
+      EXPECT_NEAR(flat->convertPoint(p, kToNormalized).y(), v, 1e-15) << u << ", " << v;
+    }
+}
+
+TEST(FrameGeometry, SectorRadiiAndDepthMoveTogether) {
+  FrameGeometrySector sector;
+  sector.setShortRadius(70);
+  sector.setLongRadius(90);
+  EXPECT_EQ(sector.depth(), 20);
+  sector.setDepth(35);
+  EXPECT_EQ(sector.longRadius(), 105);
+  EXPECT_EQ(sector.shortRadius(), 70);
+  sector.setShortRadius(60);
+  EXPECT_EQ(sector.depth(), 35);
+  EXPECT_EQ(sector.longRadius(), 95);
+}
+
+TEST(FrameGeometry, WithoutAnAnswerThePointIsNaN) {
+  const auto linear = Tests::linearCase(38, 0, 40).geometry;
+  const auto flatBottom = Tests::sectorCase(100, 10, 30, 0).geometry;
+  const auto steered = Tests::steeredCase(30, 60, 60, 50).geometry;
+  struct Case {
+    const char* what;
+    std::shared_ptr<FrameGeometry> geometry;
+    FrameGeometry::Direction direction;
+    Eigen::Vector2d point;
+  };
+  const std::vector<Case> cases = {
+      {"NaN in", linear, kToPhysical, {kNaN, 0.5}},
+      {"NaN in, back", linear, kToNormalized, {0.5, kNaN}},
+      {"infinite", linear, kToPhysical, {0.5, kInf}},
+      {"no width", Tests::linearCase(0, 0, 40).geometry, kToNormalized, {0, 1}},
+      {"no depth", Tests::linearCase(38, 0, 0).geometry, kToNormalized, {0, 1}},
+      {"no opening", Tests::convexCase(0, 60, 40).geometry, kToNormalized, {0, 1}},
+      {"infinite opening", Tests::convexCase(kInf, 0, 40).geometry, kToPhysical, {0.3, 0.5}},
+      {"NaN radius", Tests::sectorCase(15, kNaN, 40, 1).geometry, kToPhysical, {0.3, 0.5}},
+      {"flat bottom beyond the level", flatBottom, kToPhysical, {0, 0.5}},
+      {"a point above the apex of a flat bottom", flatBottom, kToNormalized, {1, -20}},
+      {"no line through the apex", steered, kToNormalized, {0, -60}},
+      {"lines along the array", Tests::steeredCase(30, 60, 120, 50).geometry, kToNormalized, {0, 10}},
+      {"new linear", std::make_shared<FrameGeometryLinear>(), kToNormalized, {0, 0}},
+      {"new sector", std::make_shared<FrameGeometrySector>(), kToNormalized, {0, 0}},
+      {"new convex", std::make_shared<FrameGeometryConvex>(), kToNormalized, {0, 0}},
+      {"new steered", std::make_shared<FrameGeometryConvexSteered>(), kToNormalized, {0, 0}},
+  };
+  for (const Case& c : cases)
+    EXPECT_TRUE(c.geometry->convertPoint(c.point, c.direction).array().isNaN().all()) << c.what;
+
+  EXPECT_TRUE(Tests::convexCase(kInf, 0, 40).geometry->bounds().isEmpty());
+  EXPECT_TRUE(Tests::linearCase(kNaN, 0, 40).geometry->bounds().isEmpty());
+}
+
+TEST(FrameGeometry, ComparesKindOffsetAndOnRequestImages) {
+  const auto convex = Tests::convexCase(30, 60, 40).geometry;
+  EXPECT_FALSE(convex->isApprox(*Tests::steeredCase(30, 60, 0, 40).geometry, 1e9));
+  EXPECT_TRUE(Tests::convexCase(kNaN, 60, 40).geometry->isApprox(*Tests::convexCase(kNaN, 60, 40).geometry, 0.001));
+  EXPECT_FALSE(Tests::convexCase(kNaN, 60, 40).geometry->isApprox(*convex, 0.001));
+  EXPECT_TRUE(Tests::convexCase(kInf, 60, 40).geometry->isApprox(*Tests::convexCase(kInf, 60, 40).geometry, 0.001));
+  EXPECT_FALSE(convex->isApprox(FrameGeometryConvex(CoordinateSystem::Pixel), 1e9));
+
+  const std::unique_ptr<FrameGeometry> copy = convex->clone();
+  copy->setImgDescPrescan(ImageDescriptor(PixelFloat, 16, 512));
+  EXPECT_TRUE(convex->isApprox(*copy, 0.0));
+  EXPECT_FALSE(convex->isApprox(*copy, 0.0, true));
+  EXPECT_TRUE(copy->clone()->isApprox(*copy, 0.0, true));
+  copy->setOffset({0, 1, 0});
+  EXPECT_FALSE(convex->isApprox(*copy, 0.001));
+}
+
+TEST(FrameGeometry, OffsetAndCoordinateSystemAreStoredWhereTheyMatter) {
+  FrameGeometryLinear geometry(CoordinateSystem::Pixel);
+  geometry.setOffset({1, -20.5, 0});
+  Properties stored;
+  geometry.configuration(&stored);
+  const std::unique_ptr<FrameGeometry> read = readFrameGeometry(stored);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->offset(), geometry.offset());
+  EXPECT_EQ(read->coordinateSystem(), CoordinateSystem::Pixel);
+}
+
+TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
+  struct Case {
+    const char* key;
+    const char* text; // null: no such key
+    const char* message;
+  };
+  const std::vector<Case> cases = {
+      {"type", "FrameGeometryConvex", "of type \"FrameGeometryConvex\" can't be read into a FrameGeometrySector"},
+      {"depth", nullptr, "needs a number under \"depth\""},
+      {"shortRadius", nullptr, "needs a number under \"shortRadius\""},
+      {"openingAngle", "wide", "needs a number under \"openingAngle\""},
+      {"bottomCurvature", "round", "needs a number under \"bottomCurvature\""},
+      {"longRadius", "200", "longRadius less its shortRadius"},
+      {"offset", "1 2", "its \"offset\" can't be read"},
+      {"coordinateSystem", "7", "Unknown coordinateSystem 7"},
+  };
+  const auto sector = Tests::sectorCase(15, 70, 90, 0.5).geometry;
+  Properties good;
+  Tests::sectorCase(20, 60, 100, 1).geometry->configuration(&good);
+  for (const Case& c : cases) {
+    Properties bad = good;
+    if (c.text)
+      bad.setParam(c.key, c.text);
+    else
+      bad.removeParam(c.key);
+    const std::unique_ptr<FrameGeometry> geometry = sector->clone();
+    const ExpectedLog log;
+    geometry->configure(&bad);
+    EXPECT_TRUE(log.contains(c.message)) << c.key << ": " << testing::PrintToString(log.messages());
+    EXPECT_TRUE(geometry->isApprox(*sector, 0.0)) << c.key;
+  }
+
+  Properties sparse = good;
+  sparse.removeParam("bottomCurvature");
+  const std::unique_ptr<FrameGeometry> geometry = sector->clone();
+  geometry->configure(nullptr);
+  EXPECT_TRUE(geometry->isApprox(*sector, 0.0));
+  geometry->configure(&sparse);
+  EXPECT_TRUE(geometry->isApprox(*Tests::sectorCase(20, 60, 100, 1).geometry, 0.0));
+}
+
+} // namespace
+} // namespace Kelvaris::US
