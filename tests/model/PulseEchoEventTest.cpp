@@ -1,0 +1,281 @@
+#include "model/PulseEchoEvent.h"
+
+#include "Core/Properties.h"
+#include "model/Transducer.h"
+#include "model/TransmitTransitTime.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <random>
+
+namespace Kelvaris::US {
+namespace {
+
+using Eigen::Vector3d;
+using EventType = PulseEchoEvent::EventType;
+using Tests::ExpectedLog;
+using Range = std::pair<int, int>;
+
+constexpr double kSpeedOfSound = 1.54e6;                        // mm/s
+const Transducer kLinear = Transducer::createLinear(128, 0.25); // exact positions, exact ties
+const Transducer kConvex = Transducer::createConvex(128, 0.4, 50.0);
+
+struct Wave {
+  const char* name;
+  PulseEchoEvent event;
+};
+
+/// One of each type and direction on the array, with the speed of sound set.
+std::vector<Wave> waves(const Transducer& transducer) {
+  const auto elements = transducer.elementPositions();
+  const int n = transducer.numElements(), half = n / 2;
+  const Vector3d centre = elements[static_cast<std::size_t>(half)], left = elements[static_cast<std::size_t>(n / 4)];
+  std::vector<Wave> all = {
+      {"focused", PulseEchoEvent::createFocused(transducer, centre, centre + Vector3d(0, 30, 0), half, half)},
+      {"steered", PulseEchoEvent::createFocused(transducer, left, left + Vector3d(7, 25, 0), half, half)},
+      {"plane", PulseEchoEvent::createPlaneWave(transducer, centre, 0.0, n, n)},
+      {"plane to the right", PulseEchoEvent::createPlaneWave(transducer, centre, 0.3, half, n)},
+      {"plane to the left", PulseEchoEvent::createPlaneWave(transducer, centre, -0.2, half, n)},
+      {"diverging", PulseEchoEvent::createDivergingWave(transducer, centre, centre - Vector3d(0, 10, 0), half, n)},
+      {"diverging from aside",
+       PulseEchoEvent::createDivergingWave(transducer, left, left - Vector3d(3, 8, 0), half, n)}};
+  for (Wave& wave : all)
+    wave.event.transmit.speedOfSound = kSpeedOfSound;
+  return all;
+}
+
+TEST(Aperture, IsTheRunOfNearestElementsWithTiesToLowerIndices) {
+  const auto at = [](double element) { return Vector3d(0.25 * (element - 63.5), 0.0, 0.0); };
+  const struct {
+    Vector3d position;
+    int size;
+    Range expected;
+  } cases[] = {{at(0), 64, {0, 63}},    {at(127), 64, {64, 127}}, {at(63.5), 64, {32, 95}}, {at(5), 1, {5, 5}},
+               {at(5), 128, {0, 127}},  {at(5), 1000, {0, 127}},  {at(2), 9, {0, 8}},       {at(-50), 3, {0, 2}},
+               {at(20.4), 2, {20, 21}}, {at(20.6), 4, {19, 22}},  {at(1000), 3, {125, 127}}};
+  for (const auto& c : cases)
+    EXPECT_EQ(calculateAperture(kLinear, c.position, c.size), c.expected) << c.position.x() << " size " << c.size;
+  const Transducer whole = Transducer::createLinear(9, 1.0);
+  EXPECT_EQ(calculateAperture(whole, Vector3d(1, 7, 0), 2), Range(4, 5));
+  EXPECT_EQ(calculateAperture(whole, Vector3d(0.5, 0, 2), 1), Range(4, 4));
+  EXPECT_EQ(calculateAperture(whole, Vector3d(0, 0, 0), 4), Range(2, 5));
+}
+
+TEST(Aperture, AgreesWithSortingElementsByDistance) {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> x(-25.0, 25.0), y(-5.0, 40.0);
+  std::uniform_int_distribution<int> sizes(1, 127);
+  for (const Transducer& transducer : {kLinear, kConvex}) {
+    const auto elements = transducer.elementPositions();
+    for (int trial = 0; trial < 500; ++trial) {
+      const Vector3d position(x(random), y(random), 0.0);
+      const int size = sizes(random);
+      std::vector<std::pair<double, int>> byDistance;
+      for (int i = 0; i < transducer.numElements(); ++i)
+        byDistance.emplace_back((elements[static_cast<std::size_t>(i)] - position).norm(), i);
+      std::sort(byDistance.begin(), byDistance.end());
+      int first = transducer.numElements();
+      for (int i = 0; i < size; ++i)
+        first = std::min(first, byDistance[static_cast<std::size_t>(i)].second);
+      EXPECT_EQ(calculateAperture(transducer, position, size), Range(first, first + size - 1));
+    }
+  }
+}
+
+TEST(Aperture, EmptyOrUndefinedIsRefused) {
+  const ExpectedLog log;
+  EXPECT_FALSE(calculateAperture(kLinear, Vector3d::Zero(), 0));
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 PulseEchoEvent: empty aperture requested"});
+  const auto zero = Vector3d::Zero();
+  EXPECT_THROW(PulseEchoEvent::createPlaneWave(kLinear, zero, 0.0, 0, 64), std::bad_optional_access);
+  EXPECT_THROW(PulseEchoEvent::createFocused(kLinear, zero, zero, 64, -1), std::bad_optional_access);
+  EXPECT_THROW(calculateAperture(kLinear, Vector3d(0, std::nan(""), 0), 4), std::invalid_argument);
+  EXPECT_THROW(calculateAperture(Transducer::createConvex(8, 0.3, 0.0), zero, 4), std::invalid_argument);
+  EXPECT_THROW(calculateElementToChannelMapping(0, 3, 0), std::invalid_argument);
+}
+
+TEST(PulseEchoEvent, ElementsKeepTheirChannelsWhileTheApertureMoves) {
+  EXPECT_EQ(calculateElementToChannelMapping(62, 66, 64), (std::vector<int>{62, 63, 0, 1, 2}));
+  EXPECT_EQ(calculateElementToChannelMapping(-2, 1, 3), (std::vector<int>{-2, -1, 0, 1}));
+  EXPECT_TRUE(calculateElementToChannelMapping(0, -1, 64).empty());
+  const PulseEchoEvent whole = PulseEchoEvent::createPlaneWave(kLinear, Vector3d::Zero(), 0.0, 64, 500);
+  EXPECT_EQ(Range(whole.receive.apertureFirst, whole.receive.apertureLast), Range(0, 127));
+  EXPECT_EQ(whole.receive.elementToChannelMapping[127], 127);
+}
+
+/// Delays so that all pulses meet at the focus at one time, or leave in step with the wave, and the first is 0.
+TEST(PulseEchoEvent, DelaysBringAllPulsesInStep) {
+  for (const Transducer& transducer : {kLinear, kConvex}) {
+    const auto elements = transducer.elementPositions();
+    for (const auto& [name, event] : waves(transducer)) {
+      const auto delays = event.transmit.calculateDelays(transducer);
+      const Vector3d& f = event.transmit.waveFiducial;
+      ASSERT_EQ(delays.size(),
+                static_cast<std::size_t>(event.transmit.apertureLast - event.transmit.apertureFirst + 1));
+      std::vector<double> expected;
+      for (int i = event.transmit.apertureFirst; i <= event.transmit.apertureLast; ++i) {
+        const Vector3d& e = elements[static_cast<std::size_t>(i)];
+        if (event.transmit.eventType == EventType::Focused) expected.push_back(-(e - f).norm());
+        if (event.transmit.eventType == EventType::PlaneWave) expected.push_back(e.x() * f.x() + e.y() * f.y());
+        if (event.transmit.eventType == EventType::DivergingWave) expected.push_back((e - f).norm());
+      }
+      const double earliest = *std::min_element(expected.begin(), expected.end());
+      for (std::size_t i = 0; i < delays.size(); ++i)
+        EXPECT_NEAR(delays[i], (expected[i] - earliest) / kSpeedOfSound, 1e-18) << name << " " << i;
+      EXPECT_EQ(*std::min_element(delays.begin(), delays.end()), 0.0) << name;
+    }
+  }
+}
+
+TEST(PulseEchoEvent, TimeZeroPointIsTheElementThatFiresFirst) {
+  const auto elements = kLinear.elementPositions();
+  const auto all = waves(kLinear);
+  EXPECT_EQ(all[0].event.transmit.timeZeroPoint, elements[32]); // 32 to 95 around element 64
+  EXPECT_EQ(all[2].event.transmit.timeZeroPoint, elements[0]);  // all equal
+  EXPECT_EQ(all[3].event.transmit.timeZeroPoint, elements[32]);
+  EXPECT_EQ(all[4].event.transmit.timeZeroPoint, elements[95]);
+  EXPECT_EQ(all[5].event.transmit.timeZeroPoint, elements[64]);
+  // Behind the centre of an even array both middle elements are equally near.
+  const auto middle = PulseEchoEvent::createDivergingWave(kLinear, Vector3d::Zero(), Vector3d(0, -10, 0), 64, 64);
+  EXPECT_EQ(middle.transmit.timeZeroPoint, elements[63]);
+  // All elements on the focus: none lies farther than 0.
+  const Transducer point = Transducer::createLinear(1, 0.3);
+  const auto onFocus = PulseEchoEvent::createFocused(point, Vector3d::Zero(), Vector3d::Zero(), 1, 1);
+  EXPECT_EQ(onFocus.transmit.timeZeroPoint, Vector3d::Zero());
+}
+
+TEST(PulseEchoEvent, DelaysWarnOfHardwareTrouble) {
+  const std::string negative =
+      "3 PulseEchoEvent: There are negative delays, this might be unsupported by the ultrasound hardware";
+  const std::string noZero = "3 PulseEchoEvent: There is no zero delay, this might lead to shift in zero time";
+  PulseEchoEvent plane = waves(kLinear)[2].event;
+  const auto warnings = [](const PulseEchoEvent& event) {
+    const ExpectedLog log;
+    event.transmit.calculateDelays(kLinear);
+    return log.messages();
+  };
+  EXPECT_TRUE(warnings(plane).empty());
+  plane.transmit.timeZeroPoint.y() = 1e-14; // a delay of -6.5e-21 s is rounding noise
+  EXPECT_TRUE(warnings(plane).empty());
+  EXPECT_EQ(plane.transmit.calculateDelays(kLinear)[5], 0.0);
+  plane.transmit.timeZeroPoint.y() = 1.0;
+  EXPECT_EQ(warnings(plane), std::vector<std::string>{negative});
+  plane.transmit.timeZeroPoint.y() = -1.0;
+  EXPECT_EQ(warnings(plane), std::vector<std::string>{noZero});
+  plane.transmit.eventType = static_cast<EventType>(9);
+  EXPECT_EQ(warnings(plane), std::vector<std::string>{noZero});
+  plane.transmit.apertureLast = 128;
+  EXPECT_THROW(plane.transmit.calculateDelays(kLinear), std::invalid_argument);
+}
+
+/// Huygens: the wave is what the elements send out in step. No pulse arrives before the front of a diverging or plane
+/// wave or of a wave that still converges; none arrives after the front of a wave that has passed its focus.
+TEST(TransmitTransitTime, AgreesWithTheWavesOfTheSingleElements) {
+  std::mt19937 random(3);
+  for (const Transducer& transducer :
+       {Transducer::createLinear(4001, 0.01), Transducer::createConvex(4001, 0.01, 40.0)}) {
+    const auto elements = transducer.elementPositions();
+    for (const auto& [name, event] : waves(transducer)) {
+      const auto& transmit = event.transmit;
+      const auto delays = transmit.calculateDelays(transducer);
+      for (int trial = 0; trial < 40; ++trial) {
+        // A ray through the wave from one element of the inner aperture, where the front isn't cut off by its edges.
+        const int width = transmit.apertureLast - transmit.apertureFirst;
+        const int chosen =
+            transmit.apertureFirst + std::uniform_int_distribution<int>(width / 4, 3 * width / 4)(random);
+        const Vector3d& e = elements[static_cast<std::size_t>(chosen)];
+        const double way = std::uniform_real_distribution<double>(2.0, 60.0)(random);
+        const bool focused = transmit.eventType == EventType::Focused;
+        const Vector3d direction = transmit.eventType == EventType::PlaneWave ? transmit.waveFiducial
+                                   : focused ? Vector3d((transmit.waveFiducial - e).normalized())
+                                             : Vector3d((e - transmit.waveFiducial).normalized());
+        const Vector3d point = e + way * direction;
+        const bool passedFocus = focused && way > (transmit.waveFiducial - e).norm();
+        double front = passedFocus ? 0.0 : 1.0;
+        for (std::size_t i = 0; i < delays.size(); ++i) {
+          const auto& element = elements[static_cast<std::size_t>(transmit.apertureFirst) + i];
+          const double arrival = delays[i] + (point - element).norm() / kSpeedOfSound;
+          front = passedFocus ? std::max(front, arrival) : std::min(front, arrival);
+        }
+        EXPECT_NEAR(transmitTransitTime(point, event), front, 1e-11) << name << " " << point.transpose();
+      }
+    }
+  }
+  PulseEchoEvent unknown;
+  unknown.transmit.eventType = static_cast<EventType>(3);
+  EXPECT_EQ(transmitTransitTime(Vector3d(1, 2, 3), unknown), 0.0);
+}
+
+TEST(PulseEchoEvent, EqualityIsExactAndLeavesWaveStartOut) {
+  const PulseEchoEvent event = waves(kConvex)[1].event;
+  PulseEchoEvent moved = event;
+  moved.transmit.waveStart.x() += 1.0;
+  EXPECT_EQ(moved, event);
+  const auto differs = [&](auto change) {
+    PulseEchoEvent other = event;
+    change(other);
+    return other != event && !other.equals(event);
+  };
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.pulseFrequency = 1.0; }));
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.pulseLength = 1.0; }));
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.speedOfSound = std::nextafter(kSpeedOfSound, 0.0); }));
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.apertureFirst++; }));
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.apertureLast++; }));
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.timeZeroPoint.z() = 1e-300; }));
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.eventType = EventType::PlaneWave; }));
+  EXPECT_TRUE(differs([](auto& e) { e.transmit.waveFiducial.x() = std::nan(""); }));
+  EXPECT_TRUE(differs([](auto& e) { e.receive.apertureFirst++; }));
+  EXPECT_TRUE(differs([](auto& e) { e.receive.apertureLast++; }));
+  EXPECT_TRUE(differs([](auto& e) { e.receive.samplingFrequency = 1.0; }));
+  EXPECT_TRUE(differs([](auto& e) { e.receive.startTime = 1.0; }));
+  EXPECT_TRUE(differs([](auto& e) { e.receive.endTime = std::nan(""); }));
+  EXPECT_TRUE(differs([](auto& e) { e.receive.elementToChannelMapping.back()++; }));
+}
+
+TEST(PulseEchoEvent, StoresAndReadsBack) {
+  for (const auto& [name, wave] : waves(kConvex)) {
+    PulseEchoEvent original = wave;
+    original.receive.startTime = 1.0 / 3.0;
+    Properties stored;
+    original.configuration(&stored);
+    PulseEchoEvent read;
+    read.configure(&stored);
+    EXPECT_EQ(read, original) << name;
+    EXPECT_EQ(read.transmit.waveStart, original.transmit.waveStart);
+
+    original.transmit.waveFiducial.setConstant(std::nan(""));
+    original.configuration(&stored);
+    read.configure(&stored);
+    EXPECT_TRUE(read.transmit.waveFiducial.array().isNaN().all());
+  }
+}
+
+TEST(PulseEchoEvent, ReadsAllOrNothing) {
+  const PulseEchoEvent before = waves(kLinear)[1].event;
+  PulseEchoEvent event = before;
+  event.configure(nullptr);
+  Properties stored;
+  stored.subProperties("transmit").setParam("pulseLength", 7.0);
+  event.configure(&stored);
+  EXPECT_EQ(event, before);
+  stored.subProperties("receive").setParam("startTime", "soon");
+  {
+    const ExpectedLog log;
+    EXPECT_FALSE(event.read(stored));
+    EXPECT_TRUE(log.contains("\"startTime\""));
+  }
+  EXPECT_EQ(event, before);
+  stored.subProperties("receive").setParam("startTime", 0.5);
+  EXPECT_TRUE(event.read(stored));
+  PulseEchoEvent expected = before;
+  expected.transmit.pulseLength = 7.0;
+  expected.receive.startTime = 0.5;
+  EXPECT_EQ(event, expected);
+}
+
+} // namespace
+} // namespace Kelvaris::US

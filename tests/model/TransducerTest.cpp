@@ -1,0 +1,136 @@
+#include "model/Transducer.h"
+
+#include "Core/Properties.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace Kelvaris::US {
+namespace {
+
+using Tests::ExpectedLog;
+
+TEST(Transducer, ElementsOfALinearArrayAreCentred) {
+  for (const int n : {1, 2, 3, 128}) {
+    const auto elements = Transducer::createLinear(n, 0.3).elementPositions();
+    ASSERT_EQ(elements.size(), static_cast<std::size_t>(n));
+    for (int i = 0; i < n; ++i) {
+      const Eigen::Vector3d& element = elements[static_cast<std::size_t>(i)];
+      EXPECT_NEAR(element.x(), 0.3 * (i - (n - 1) / 2.0), 1e-13);
+      EXPECT_EQ(element.tail(2), Eigen::Vector2d::Zero());
+    }
+  }
+  EXPECT_EQ(Transducer::createLinear(2, 1.0).elementPositions()[0], Eigen::Vector3d(-0.5, 0.0, 0.0));
+  EXPECT_EQ(Transducer::createLinear(3, 1.0).elementPositions()[1], Eigen::Vector3d::Zero());
+  for (const int none : {0, -5}) {
+    EXPECT_TRUE(Transducer::createLinear(none, 1.0).elementPositions().empty());
+    EXPECT_TRUE(Transducer::createConvex(none, 1.0, 50.0).elementPositions().empty());
+  }
+}
+
+TEST(Transducer, ElementsOfAConvexArrayLieOnTheArcAPitchApart) {
+  const double radius = 60.0, pitch = 0.47;
+  for (const int n : {3, 192}) {
+    const auto elements = Transducer::createConvex(n, pitch, radius).elementPositions();
+    const Eigen::Vector3d centre(0.0, -radius, 0.0);
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+      EXPECT_NEAR((elements[i] - centre).norm(), radius, 1e-12);
+      EXPECT_NEAR(elements[i].x(), -elements[elements.size() - 1 - i].x(), 1e-12);
+      if (i == 0) continue;
+      const Eigen::Vector3d a = elements[i - 1] - centre, b = elements[i] - centre;
+      EXPECT_NEAR(std::atan2(b.x() * a.y() - b.y() * a.x(), a.dot(b)) * radius, pitch, 1e-10);
+    }
+    EXPECT_LT(elements.front().y(), 0.0);
+  }
+  EXPECT_EQ(Transducer::createConvex(3, pitch, radius).elementPositions()[1], Eigen::Vector3d::Zero());
+}
+
+TEST(Transducer, EqualityToleratesRoundingOnly) {
+  const Transducer linear = Transducer::createLinear(64, 0.3), convex = Transducer::createConvex(64, 0.3, 50.0);
+  const double nan = std::nan("");
+  const struct {
+    Transducer a, b;
+    bool equal;
+  } cases[] = {{linear, Transducer::createLinear(64, 0.3 + 1e-13), true},
+               {linear, Transducer::createLinear(64, 0.3 + 1e-11), false},
+               {Transducer::createLinear(4, 0.0), Transducer::createLinear(4, 1e-12), false},
+               {linear, Transducer::createLinear(65, 0.3), false},
+               {linear, convex, false},
+               {convex, linear, false},
+               {convex, Transducer::createConvex(64, 0.3, 50.0 + 1e-13), true},
+               {convex, Transducer::createConvex(64, 0.3, 50.1), false},
+               {Transducer::createLinear(64, nan), Transducer::createLinear(64, nan), false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.a == c.b, c.equal);
+    EXPECT_EQ(c.a != c.b, !c.equal);
+    EXPECT_EQ(c.a.equals(c.b), c.equal);
+  }
+  Transducer changed = convex;
+  changed.configureLinear(64, 0.3);
+  EXPECT_EQ(changed, linear);
+}
+
+TEST(Transducer, StoresAndReadsBack) {
+  for (const Transducer& original :
+       {Transducer::createLinear(128, 0.1 + 0.2), Transducer::createConvex(2, 0.5, 1 / 3.0)}) {
+    Properties stored;
+    original.configuration(&stored);
+    EXPECT_EQ(stored.hasParam("radiusCurvature"), original.isConvex());
+    Transducer read;
+    read.configure(&stored);
+    EXPECT_EQ(read, original);
+    EXPECT_EQ(read.pitch(), original.pitch());
+    EXPECT_TRUE(original.clone()->equals(read));
+  }
+  Transducer untouched;
+  untouched.configure(nullptr);
+  untouched.configuration(nullptr);
+  EXPECT_EQ(untouched, Transducer());
+}
+
+TEST(Transducer, BadPropertiesAreLoggedAndChangeNothing) {
+  const std::string incomplete = "4 Transducer: Incomplete properties during configure";
+  const struct {
+    const char *type, *number, *pitch, *radius;
+    std::string message;
+  } cases[] = {
+      {nullptr, "64", "0.3", nullptr, incomplete},
+      {"linear", nullptr, "0.3", nullptr, incomplete},
+      {"linear", "64", nullptr, nullptr, incomplete},
+      {"round", "1", "0.3", nullptr,
+       "4 Transducer: Number of elements 1 is too low, at least 2 elements are required."},
+      {"linear", "2147483647", "0.3", nullptr,
+       "4 Transducer: Number of elements 2147483647 is too high, at most 65536 elements are supported."},
+      {"round", "64", "0.3", nullptr, "4 Transducer: Unknown transducer type round during configure"},
+      {"linear", "64", "wide", nullptr, "\"pitch\""},
+      {"convex", "64", "0.3", "?", "\"radiusCurvature\""},
+  };
+  for (const auto& c : cases) {
+    Properties stored;
+    if (c.type) stored.setParam("type", c.type);
+    if (c.number) stored.setParam("numberElements", c.number);
+    if (c.pitch) stored.setParam("pitch", c.pitch);
+    if (c.radius) stored.setParam("radiusCurvature", c.radius);
+    Transducer transducer = Transducer::createConvex(7, 0.2, 30.0);
+    const ExpectedLog log;
+    transducer.configure(&stored);
+    EXPECT_EQ(log.messages().size(), 1u);
+    EXPECT_TRUE(log.contains(c.message)) << c.message;
+    EXPECT_EQ(transducer, Transducer::createConvex(7, 0.2, 30.0));
+  }
+}
+
+TEST(Transducer, ConvexWithoutRadiusReadsAsRadiusZero) {
+  Properties stored;
+  Transducer::createLinear(4, 0.3).configuration(&stored);
+  stored.setParam("type", "convex");
+  Transducer transducer;
+  transducer.configure(&stored);
+  EXPECT_EQ(transducer.radiusCurvature(), 0.0);
+  EXPECT_TRUE(transducer.elementPositions()[0].hasNaN());
+}
+
+} // namespace
+} // namespace Kelvaris::US
