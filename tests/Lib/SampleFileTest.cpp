@@ -1,0 +1,227 @@
+#include "Lib/SampleFile.h"
+
+#include "Lib/Hdf5.h"
+
+#include <gtest/gtest.h>
+#include <matio.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+
+namespace Kelvaris {
+namespace {
+
+namespace fs = std::filesystem;
+using Extents = SampleArray::Extents;
+
+/// A folder of its own for each test.
+class SampleFileTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    m_folder = fs::path(::testing::TempDir()) /
+               (std::string("samples_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::create_directories(m_folder);
+  }
+  void TearDown() override { fs::remove_all(m_folder); }
+
+  fs::path write(const std::string& name, const std::string& bytes) const {
+    std::ofstream(m_folder / name, std::ios::binary) << bytes;
+    return m_folder / name;
+  }
+
+  /// A file with "rf" = 0, 1, 2 ... of MATLAB shape (4, 3, 2), "iq" complex and "exp_data" with the fields "tx" and
+  /// "note".
+  fs::path writeMatlab(mat_ft version, matio_compression compression) const {
+    const fs::path path = m_folder / "recording.mat";
+    mat_t* file = Mat_CreateVer(path.c_str(), nullptr, version);
+    std::size_t dims[3] = {4, 3, 2}, pair[2] = {1, 5}, one[2] = {1, 1};
+    const auto add = [&](matvar_t* variable) {
+      EXPECT_EQ(Mat_VarWrite(file, variable, compression), 0);
+      Mat_VarFree(variable);
+    };
+    std::vector<std::int16_t> rf(24);
+    std::iota(rf.begin(), rf.end(), std::int16_t{0});
+    add(Mat_VarCreate("rf", MAT_C_INT16, MAT_T_INT16, 3, dims, rf.data(), 0));
+    double re[5] = {}, im[5] = {};
+    mat_complex_split_t split{re, im};
+    add(Mat_VarCreate("iq", MAT_C_DOUBLE, MAT_T_DOUBLE, 2, pair, &split, MAT_F_COMPLEX));
+    const char* fields[2] = {"tx", "note"};
+    matvar_t* record = Mat_VarCreateStruct("exp_data", 2, one, fields, 2);
+    std::uint8_t tx[5] = {1, 1, 2, 2, 3};
+    Mat_VarSetStructFieldByName(record, "tx", 0, Mat_VarCreate(nullptr, MAT_C_UINT8, MAT_T_UINT8, 2, pair, tx, 0));
+    char text[] = "notch";
+    Mat_VarSetStructFieldByName(record, "note", 0, Mat_VarCreate(nullptr, MAT_C_CHAR, MAT_T_UTF8, 2, pair, text, 0));
+    add(record);
+    Mat_Close(file);
+    return path;
+  }
+
+  fs::path writeHdf5() const {
+    const fs::path path = m_folder / "recording.h5";
+    const Hdf5::Handle file(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT), H5Fclose);
+    const Hdf5::Handle group(H5Gcreate2(file, "scan", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Gclose);
+    const hsize_t dims[3] = {2, 3, 4};
+    const Hdf5::Handle space(H5Screate_simple(3, dims, nullptr), H5Sclose);
+    const Hdf5::Handle data(H5Dcreate2(group, "rf", H5T_STD_I16BE, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
+                            H5Dclose);
+    std::vector<int> rf(24);
+    std::iota(rf.begin(), rf.end(), 0);
+    H5Dwrite(data, H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, rf.data());
+    return path;
+  }
+
+  static std::string numpy(const std::string& header, const std::string& data) {
+    return std::string("\x93NUMPY\x01\x00", 8) + static_cast<char>(header.size()) + '\0' + header + data;
+  }
+
+  /// The message of the error that `call` throws.
+  template <typename Call> static std::string errorOf(Call&& call) {
+    try {
+      call();
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    ADD_FAILURE() << "no error";
+    return {};
+  }
+
+  fs::path m_folder;
+};
+
+std::vector<double> box(const SampleArray& array, const Extents& start, const Extents& count) {
+  const auto bytes = array.read(start, count);
+  return dispatchSampleType(array.type(), [&]<typename T>() {
+    const auto* samples = reinterpret_cast<const T*>(bytes.data());
+    return std::vector<double>(samples, samples + bytes.size() / sizeof(T));
+  });
+}
+
+/// 0, 1, 2 ... lie in storage order, so a sample's value is its linear index.
+void expectBoxes(const SampleArray& array) {
+  const Extents& shape = array.shape();
+  ASSERT_EQ(shape.size(), 3u);
+  const auto linear = [&](std::size_t a, std::size_t b, std::size_t c) {
+    return static_cast<double>(array.firstIndexFastest() ? a + shape[0] * (b + shape[1] * c)
+                                                         : (a * shape[1] + b) * shape[2] + c);
+  };
+  for (const auto& [start, count] : std::vector<std::pair<Extents, Extents>>{{{0, 0, 0}, shape},
+                                                                             {{1, 0, 0}, {1, shape[1], shape[2]}},
+                                                                             {{0, 1, 0}, {shape[0], 2, 1}},
+                                                                             {{1, 1, 1}, {1, 2, 1}}}) {
+    std::vector<double> expected;
+    for (std::size_t i = 0; i < count[0] * count[1] * count[2]; ++i) {
+      const bool first = array.firstIndexFastest();
+      const std::size_t fast = first ? i % count[0] : i % count[2];
+      const std::size_t middle = (i / (first ? count[0] : count[2])) % count[1];
+      const std::size_t slow = i / (first ? count[0] : count[2]) / count[1];
+      expected.push_back(linear(start[0] + (first ? fast : slow), start[1] + middle, start[2] + (first ? slow : fast)));
+    }
+    EXPECT_EQ(box(array, start, count), expected) << shapeText(start) << " " << shapeText(count);
+  }
+  EXPECT_THROW(array.read({0, 0, 1}, shape), std::out_of_range);
+  EXPECT_THROW(array.read({0, SIZE_MAX, 0}, {1, 2, 1}), std::out_of_range);
+}
+
+TEST_F(SampleFileTest, ReadsBoxesOfEveryFormat) {
+  std::string raw, bigEndian;
+  for (char i = 0; i < 24; ++i) {
+    raw += {i, '\0'};
+    bigEndian += {'\0', i};
+  }
+  const std::string numpyHead = "{'descr': '<i2', 'fortran_order': False, 'shape': (2, 3, 4), }";
+  const std::string numpyFortran = "{'descr': '>i2', 'fortran_order': True, 'shape': (4, 3, 2), }";
+  const struct {
+    fs::path path;
+    std::string variable;
+    Extents shape;
+    bool firstFastest;
+  } cases[] = {
+      {writeHdf5(), "", {2, 3, 4}, false},
+      {m_folder / "recording.h5", "/scan/rf", {2, 3, 4}, false},
+      {write("c.npy", numpy(numpyHead, raw)), "", {2, 3, 4}, false},
+      {write("f.npy", numpy(numpyFortran, bigEndian)), "array", {4, 3, 2}, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path);
+    const auto array = SampleFile::open(c.path)->array(c.variable);
+    EXPECT_EQ(array->shape(), c.shape);
+    EXPECT_EQ(array->type(), SampleType::Int16);
+    EXPECT_EQ(array->firstIndexFastest(), c.firstFastest);
+    expectBoxes(*array);
+  }
+  expectBoxes(*openRawSamples(write("c.raw", raw), SampleType::Int16, {2, 3, 4}, false));
+  expectBoxes(*openRawSamples(write("h.raw", "head" + raw), SampleType::Int16, {4, 3, 2}, true, 4));
+}
+
+TEST_F(SampleFileTest, ReadsMatlabVariablesAndFields) {
+  for (const auto& [version, compression] : {std::pair{MAT_FT_MAT5, MAT_COMPRESSION_NONE},
+                                             {MAT_FT_MAT5, MAT_COMPRESSION_ZLIB},
+                                             {MAT_FT_MAT73, MAT_COMPRESSION_NONE}}) {
+    SCOPED_TRACE(version);
+    const fs::path path = writeMatlab(version, compression);
+    const auto file = SampleFile::open(path);
+    const auto rf = file->array("rf");
+    EXPECT_EQ(rf->shape(), (Extents{4, 3, 2}));
+    EXPECT_EQ(rf->type(), SampleType::Int16);
+    expectBoxes(*rf);
+    EXPECT_EQ(file->array("exp_data.tx")->readAll(), (std::vector<double>{1, 1, 2, 2, 3}));
+    for (const auto& [name, what] : {std::pair{"iq", "complex"},
+                                     {"exp_data.note", "array of real numbers"},
+                                     {"RF", "no variable \"RF\""},
+                                     {"", "several variables"}}) {
+      const std::string message = errorOf([&, variable = name] { file->array(variable); });
+      EXPECT_NE(message.find(what), std::string::npos) << message;
+      EXPECT_NE(message.find("recording.mat"), std::string::npos) << message;
+      EXPECT_NE(message.find("rf  int16 (4, 3, 2)"), std::string::npos) << message;
+    }
+  }
+}
+
+TEST_F(SampleFileTest, RefusesBrokenAndForeignFilesInWords) {
+  const auto head = [](const fs::path& path, std::uintmax_t bytes) {
+    fs::resize_file(path, bytes);
+    return path;
+  };
+  const auto open = [](const fs::path& path, const std::string& variable = "") {
+    return [=] { SampleFile::open(path)->array(variable); };
+  };
+  const fs::path text =
+      write("text.txt", "Not a recording, but longer than any header that is looked at. " + std::string(200, 'x'));
+  const fs::path shortNumpy =
+      write("short.npy", numpy("{'descr': '<f8', 'fortran_order': False, 'shape': (2, 3), }", std::string(40, 'x')));
+  const fs::path hugeNumpy =
+      write("huge.npy", numpy("{'descr': '<f8', 'fortran_order': False, 'shape': (9000000000, 9000000000, 9), }", "x"));
+  const fs::path complexNumpy =
+      write("complex.npy", numpy("{'descr': '<c8', 'fortran_order': False, 'shape': (2, 3), }", std::string(48, 'x')));
+  const fs::path hdf5 = head(writeHdf5(), 1500);
+  const struct {
+    std::string message;
+    const char* part;
+  } cases[] = {
+      {errorOf(open("/nowhere/x.mat")), "There is no file /nowhere/x.mat"},
+      {errorOf(open(text)), "raw binary samples need their shape and type"},
+      {errorOf(open(write("empty.mat", ""))), "is no HDF5, MATLAB"},
+      {errorOf(open(shortNumpy)), "truncated"},
+      {errorOf(open(hugeNumpy)), "larger than any memory"},
+      {errorOf(open(complexNumpy)), "'<c8'"},
+      {errorOf(open(write("head.npy", numpy("{'descr'", "")))), "NumPy header"},
+      {errorOf(open(hdf5)), "recording.h5"},
+      {errorOf([&] {
+         openRawSamples(text, SampleType::Int16, {7, 5}, false);
+       }),
+       "take 70"},
+      {errorOf([&] { sampleTypeFromName("int17"); }), "\"int17\" is no sample type; there are int8"},
+  };
+  for (const auto& c : cases)
+    EXPECT_NE(c.message.find(c.part), std::string::npos) << c.message << "\n  should hold: " << c.part;
+
+  for (const auto compression : {MAT_COMPRESSION_NONE, MAT_COMPRESSION_ZLIB})
+    for (const std::uintmax_t bytes : {230, 170, 130, 128})
+      EXPECT_NE(errorOf(open(head(writeMatlab(MAT_FT_MAT5, compression), bytes), "rf")).find("recording.mat"),
+                std::string::npos);
+}
+
+} // namespace
+} // namespace Kelvaris
