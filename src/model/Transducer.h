@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Core/Spline.h"
 #include "Lib/DataComponent.h"
 
 #include <Eigen/Core>
@@ -65,6 +66,8 @@ public:
 
   /// By computeElementsLinear or computeElementsConvex, afresh on each call.
   std::vector<Eigen::Vector3d> elementPositions() const;
+  /// The curve through the element positions.
+  Spline shape() const { return Spline(elementPositions()); }
 
   std::string id() const override { return "Transducer"; }
   /// Reads "numberElements" (2 to kMaxStoredElements), "pitch", "type" ("linear" or "convex") and, for a convex

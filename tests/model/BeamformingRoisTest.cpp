@@ -1,0 +1,69 @@
+#include "model/BeamformingRois.h"
+
+#include "Core/Properties.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace Kelvaris::US {
+namespace {
+
+using Geometry::Polygon2D;
+
+const Polygon2D kLine(std::vector<Eigen::Vector2d>{{0.1, 0.0}, {0.1 + 0.2, 40.0}});
+const Polygon2D kArea(std::vector<Eigen::Vector2d>{{-10, 0}, {-10, 40}, {10, 40}, {10, 0}});
+
+BeamformingRois roisOf(std::initializer_list<Polygon2D> polygons) {
+  BeamformingRois rois;
+  for (const Polygon2D& polygon : polygons)
+    rois.add(polygon);
+  return rois;
+}
+
+TEST(BeamformingRois, RefusesIndicesOutOfRange) {
+  BeamformingRois rois;
+  for (const int index : {0, -1, 1})
+    try {
+      rois.roi(index);
+      ADD_FAILURE() << index;
+    } catch (const std::invalid_argument& e) {
+      EXPECT_STREQ(e.what(), "Index out of range");
+    }
+  rois.add(kLine);
+  rois.add(kArea);
+  EXPECT_EQ(rois.size(), 2);
+  EXPECT_TRUE(rois.roi(1).isEquivalent(kArea));
+  EXPECT_THROW(rois.roi(2), std::invalid_argument);
+}
+
+TEST(BeamformingRois, EqualityCountsTheOrder) {
+  EXPECT_EQ(roisOf({kLine, kArea}), roisOf({kLine, kArea}));
+  EXPECT_NE(roisOf({kLine, kArea}), roisOf({kArea, kLine}));
+  EXPECT_NE(roisOf({kLine, kArea}), roisOf({kLine}));
+  EXPECT_EQ(roisOf({}), BeamformingRois());
+}
+
+TEST(BeamformingRois, StoresAndReadsBack) {
+  const BeamformingRois original = roisOf({kArea, kLine, Polygon2D()});
+  Properties stored;
+  roisOf({kLine, kLine, kLine, kLine}).configuration(&stored);
+  original.configuration(&stored);
+  BeamformingRois read = roisOf({kLine});
+  read.configure(&stored);
+  EXPECT_EQ(read, original);
+
+  const Properties empty;
+  read.configure(&empty);
+  read.configure(nullptr);
+  EXPECT_EQ(read, original);
+
+  stored.addSubProperties("rois").setParam("points", "0 0; 1");
+  const Tests::ExpectedLog log;
+  EXPECT_THROW(read.configure(&stored), std::runtime_error);
+  EXPECT_EQ(read, original);
+}
+
+} // namespace
+} // namespace Kelvaris::US
