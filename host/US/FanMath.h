@@ -25,4 +25,15 @@ double beyondArc(double radius, double x, double y);
 /// right angle, and both ends. Empty if an end isn't finite.
 std::vector<double> extremeAngles(double from, double to);
 
+/// GLSL for the same, with '@' for the prefix. Written out, as the language promises little about the accuracy of its
+/// own sine and arc tangent:
+///   vec2 @Turn(float t)         (sin t, 1 - cos t) for |t| up to pi, from the power series at t / 2, where
+///                               sin t = 2 s c and 1 - cos t = 2 s^2
+///   float @Angle(vec2 d)        the angle of direction d, from tan(t / 2) = x / (r + y), halved three times more by
+///                               tan(t / 2) = tan t / (1 + sqrt(1 + tan^2 t)) and then summed as the arc tangent's
+///                               series
+///   float @Power(vec2 p, float radius)
+///   vec2 @Undefined()           NaN
+extern const char* const kShaderText;
+
 } // namespace Kelvaris::US::FanMath

@@ -2,6 +2,10 @@
 
 #include "Core/Log.h"
 #include "Core/Properties.h"
+#include "GL/AbstractInclude.h"
+#ifdef KELVARIS_HAVE_GL
+#include "US/TransformInclude.h"
+#endif
 
 #include <cmath>
 #include <limits>
@@ -21,6 +25,15 @@ Eigen::Vector2d FrameGeometry::convertPoint(const Eigen::Vector2d& point, Direct
       direction == NormalizedToPhysical ? toPhysical(point.x(), point.y()) : toNormalized(point.x(), point.y());
   if (!converted.allFinite()) return Eigen::Vector2d::Constant(std::numeric_limits<double>::quiet_NaN());
   return converted;
+}
+
+std::unique_ptr<GL::AbstractInclude> FrameGeometry::transformInclude() const {
+#ifdef KELVARIS_HAVE_GL
+  Shader code = shader();
+  return std::make_unique<TransformInclude>(std::move(code.text), std::move(code.uniforms));
+#else
+  return nullptr;
+#endif
 }
 
 bool FrameGeometry::isApprox(const FrameGeometry& other, double tolerance, bool compareImages) const {

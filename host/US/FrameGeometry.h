@@ -8,7 +8,12 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
+
+namespace Kelvaris::GL {
+class AbstractInclude;
+}
 
 namespace Kelvaris::US {
 
@@ -52,6 +57,11 @@ public:
   /// The smallest box around the frame in frame coordinates, curved edges included; empty if nothing of the frame is
   /// defined.
   virtual Geometry::AlignedBox bounds() const = 0;
+
+  /// Both conversions in GLSL, `vec2 <prefix>ToPhysical(vec2 uv)` and `vec2 <prefix>ToNormalized(vec2 p)`, with this
+  /// geometry's values as they are now. They agree with convertPoint within single-precision rounding; where that gives
+  /// NaN, a component of theirs isn't finite. Null in a build without OpenGL.
+  std::unique_ptr<GL::AbstractInclude> transformInclude() const;
 
   CoordinateSystem coordinateSystem() const { return m_coordinateSystem; }
 
@@ -97,6 +107,13 @@ protected:
   virtual void setValues(const std::vector<double>& values) = 0;
   /// Empty if the depth and the values fit together, otherwise what is wrong, for the log.
   virtual std::string contradiction(double /*depth*/, const std::vector<double>& /*values*/) const { return {}; }
+
+  /// The conversions in GLSL, with '@' for the prefix, and the values of the uniforms by name without the prefix.
+  struct Shader {
+    std::string text;
+    std::vector<std::pair<std::string, double>> uniforms;
+  };
+  virtual Shader shader() const = 0;
 
   virtual Eigen::Vector2d toPhysical(double u, double v) const = 0;
   virtual Eigen::Vector2d toNormalized(double x, double y) const = 0;

@@ -25,6 +25,21 @@ Eigen::Vector2d FrameGeometryConvex::toNormalized(double x, double y) const {
   return {0.5 + 0.5 * t / FanMath::radians(m_openingAngle), FanMath::beyondArc(m_shortRadius, x, y) / depth()};
 }
 
+FrameGeometry::Shader FrameGeometryConvex::shader() const {
+  return {std::string(FanMath::kShaderText) + R"(
+vec2 @ToPhysical(vec2 uv) {
+  vec2 turn = @Turn((2.0 * uv.x - 1.0) * @Opening);
+  float l = uv.y * @Depth;
+  return vec2((@Radius + l) * turn.x, l - (@Radius + l) * turn.y);
+}
+vec2 @ToNormalized(vec2 p) {
+  vec2 fromApex = vec2(p.x, p.y + @Radius);
+  return vec2(0.5 + 0.5 * @Angle(fromApex) / @Opening, @Power(p, @Radius) / (length(fromApex) + @Radius) / @Depth);
+}
+)",
+          {{"Opening", FanMath::radians(m_openingAngle)}, {"Radius", m_shortRadius}, {"Depth", depth()}}};
+}
+
 Geometry::AlignedBox FrameGeometryConvex::bounds() const {
   Geometry::AlignedBox box;
   const double opening = std::abs(FanMath::radians(m_openingAngle));

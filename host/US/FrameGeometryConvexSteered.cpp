@@ -39,6 +39,34 @@ Eigen::Vector2d FrameGeometryConvexSteered::toNormalized(double x, double y) con
   return {0.5 + 0.5 * t / FanMath::radians(m_openingAngle), l / depth()};
 }
 
+FrameGeometry::Shader FrameGeometryConvexSteered::shader() const {
+  const double steering = FanMath::radians(m_steeringAngle);
+  return {std::string(FanMath::kShaderText) + R"(
+vec2 @ToPhysical(vec2 uv) {
+  vec2 turn = @Turn((2.0 * uv.x - 1.0) * @Opening);
+  float cosine = 1.0 - turn.y;
+  vec2 direction = vec2(turn.x * @Cosine + cosine * @Sine, cosine * @Cosine - turn.x * @Sine);
+  return @Radius * vec2(turn.x, -turn.y) + uv.y * @Depth * direction;
+}
+vec2 @ToNormalized(vec2 p) {
+  if (@Cosine <= 0.0)
+    return @Undefined();
+  float base = @Radius * @Cosine;
+  float power = @Power(p, @Radius);
+  float l = power / (base + sqrt(base * base + power));
+  vec2 seen = vec2(l * @Sine, @Radius + l * @Cosine);
+  vec2 fromApex = vec2(p.x, p.y + @Radius);
+  float t = @Angle(vec2(seen.y * fromApex.x - seen.x * fromApex.y, dot(seen, fromApex)));
+  return vec2(0.5 + 0.5 * t / @Opening, l / @Depth);
+}
+)",
+          {{"Opening", FanMath::radians(m_openingAngle)},
+           {"Radius", m_shortRadius},
+           {"Depth", depth()},
+           {"Sine", std::sin(steering)},
+           {"Cosine", std::cos(steering)}}};
+}
+
 Geometry::AlignedBox FrameGeometryConvexSteered::bounds() const {
   Geometry::AlignedBox box;
   const double opening = std::abs(FanMath::radians(m_openingAngle));

@@ -24,6 +24,19 @@ Eigen::Vector2d FrameGeometryLinear::toNormalized(double x, double y) const {
   return {0.5 + (x - y * std::tan(FanMath::radians(m_steeringAngle))) / m_width, y / depth()};
 }
 
+FrameGeometry::Shader FrameGeometryLinear::shader() const {
+  return {R"(
+vec2 @ToPhysical(vec2 uv) {
+  float y = uv.y * @Depth;
+  return vec2((uv.x - 0.5) * @Width + y * @Slope, y);
+}
+vec2 @ToNormalized(vec2 p) {
+  return vec2(0.5 + (p.x - p.y * @Slope) / @Width, p.y / @Depth);
+}
+)",
+          {{"Width", m_width}, {"Depth", depth()}, {"Slope", std::tan(FanMath::radians(m_steeringAngle))}}};
+}
+
 Geometry::AlignedBox FrameGeometryLinear::bounds() const {
   Geometry::AlignedBox box;
   for (const double u : {0.0, 1.0})

@@ -29,8 +29,7 @@ public:
   /// Takes ownership; null removes the geometry.
   void setFrameGeometry(std::unique_ptr<FrameGeometry> geometry) { m_geometry = std::move(geometry); }
 
-  /// True if both have no geometry, or geometries whose values are the same to the last bit, image descriptors
-  /// included.
+  /// True if both have no geometry, or both one with exactly the same values, and image descriptors that agree.
   bool operator==(const FrameGeometryMetadata& other) const;
 
   /// Replaces the geometry by the stored one. Empty properties, the stored form of no geometry, leave it as it is; so

@@ -51,6 +51,31 @@ Eigen::Vector2d FrameGeometrySector::toNormalized(double x, double y) const {
   return {0.5 + 0.5 * t / FanMath::radians(m_openingAngle), FanMath::beyondArc(m_shortRadius, x, y) / lineLength(t)};
 }
 
+FrameGeometry::Shader FrameGeometrySector::shader() const {
+  return {std::string(FanMath::kShaderText) + R"(
+vec2 @ToPhysical(vec2 uv) {
+  vec2 turn = @Turn((2.0 * uv.x - 1.0) * @Opening);
+  if (@Flatness != 0.0 && turn.y >= 1.0)
+    return @Undefined();
+  float l = uv.y * (@Depth + @Flatness * turn.y / (1.0 - turn.y));
+  return vec2((@Radius + l) * turn.x, l - (@Radius + l) * turn.y);
+}
+vec2 @ToNormalized(vec2 p) {
+  vec2 fromApex = vec2(p.x, p.y + @Radius);
+  if (@Flatness != 0.0 && fromApex.y <= 0.0)
+    return @Undefined();
+  float r = length(fromApex);
+  // (1 - cos t) / cos t without the difference.
+  float line = @Depth + @Flatness * p.x * p.x / ((r + fromApex.y) * fromApex.y);
+  return vec2(0.5 + 0.5 * @Angle(fromApex) / @Opening, @Power(p, @Radius) / (r + @Radius) / line);
+}
+)",
+          {{"Opening", FanMath::radians(m_openingAngle)},
+           {"Radius", m_shortRadius},
+           {"Depth", depth()},
+           {"Flatness", (1.0 - m_bottomCurvature) * longRadius()}}};
+}
+
 Geometry::AlignedBox FrameGeometrySector::bounds() const {
   Geometry::AlignedBox box;
   const double opening = std::abs(FanMath::radians(m_openingAngle));

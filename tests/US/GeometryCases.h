@@ -86,7 +86,7 @@ inline GeometryCase sectorCase(double opening, double shortRadius, double longRa
 
 /// Ordinary frames, narrow and wide ones, flat ones of a large radius.
 inline std::vector<GeometryCase> geometryCases() {
-  return {linearCase(38.1, 0, 40),        linearCase(38.1, 15, 40),      linearCase(1, -30, 100),
+  return {linearCase(38.1, 0, 40),        linearCase(38.1, 15, 40),      linearCase(10, -30, 100),
           convexCase(28.5, 60, 120),      convexCase(100, 10, 30),       convexCase(149, 5, 20),
           convexCase(1, 1000, 40),        convexCase(45, 0, 100),        steeredCase(28.5, 60, 0, 120),
           steeredCase(28.5, 60, 20, 120), steeredCase(80, 10, -35, 50),  steeredCase(1.1, 1000, 10, 40),
