@@ -37,6 +37,10 @@ if(NOT KELVARIS_CUDA STREQUAL "OFF")
     set(CMAKE_CUDA_RUNTIME_LIBRARY Static)
     enable_language(CUDA)
     set(CMAKE_CUDA_STANDARD 20)
+    if(NOT CMAKE_CUDA20_STANDARD_COMPILE_OPTION) # CMake 3.25 does not know it of nvcc 13
+      set(CMAKE_CUDA20_STANDARD_COMPILE_OPTION "-std=c++20")
+      set(CMAKE_CUDA20_EXTENSION_COMPILE_OPTION "-std=c++20")
+    endif()
     find_package(CUDAToolkit REQUIRED)
     set(KELVARIS_HAVE_CUDA ON)
   elseif(KELVARIS_CUDA STREQUAL "ON")
@@ -80,13 +84,39 @@ function(kelvaris_plugin_room name)
   target_link_libraries(KelvarisPlugin${name} PUBLIC ${ARG_LINK} PRIVATE ${ARG_LINK_PRIVATE} KelvarisFlags)
 endfunction()
 
-# kelvaris_test(NAME SOURCES file... [LINK target...])
-# One GoogleTest program; it sees host/, src/ and tests/ and fails on an error log that it did not expect.
+# kelvaris_cpu_variants(TARGET file...)
+# Builds each file for x86-64-v2, v3 and v4 into TARGET, where what it defines stands in a namespace KELVARIS_ARCH of each
+# build's own (cpu_v2, cpu_v3, cpu_v4; see CUDA/KernelCode.h). The caller picks one at run time (CUDA/CpuVariant.h).
+function(kelvaris_cpu_variants target)
+  foreach(level v2 v3 v4)
+    set(objects ${target}_${level})
+    add_library(${objects} OBJECT ${ARGN})
+    target_link_libraries(${objects} PRIVATE KelvarisFlags $<TARGET_PROPERTY:${target},LINK_LIBRARIES>)
+    target_include_directories(${objects} PRIVATE $<TARGET_PROPERTY:${target},INCLUDE_DIRECTORIES>)
+    target_compile_definitions(${objects} PRIVATE KELVARIS_ARCH=cpu_${level})
+    # The headers of g++ 12 for AVX-512 set off -Wmaybe-uninitialized. Without optimisation the files would be useless.
+    target_compile_options(${objects} PRIVATE -march=x86-64-${level} -fno-math-errno -Wno-maybe-uninitialized $<$<CONFIG:Debug>:-O2>)
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${objects}>)
+  endforeach()
+endfunction()
+
+# kelvaris_test(NAME SOURCES file... [LINK target...] [DEVICE])
+# One GoogleTest program; it sees host/, src/ and tests/ and fails on an error log that it did not expect. With DEVICE its
+# tests run once per executor: as they are on the CPU, and as "cuda.<name>" on a CUDA device where the build has CUDA code
+# (they are skipped where there is no device; see tests/support/DeviceTest.h).
 function(kelvaris_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "DEVICE" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARG_LINK} KelvarisTestMain GTest::gtest KelvarisFlags)
   set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+  if(NOT ARG_DEVICE)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+    return()
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120 ENVIRONMENT KELVARIS_DEVICE=cpu)
+  if(KELVARIS_HAVE_CUDA)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX cuda. TEST_LIST ${name}_cuda
+      PROPERTIES TIMEOUT 120 ENVIRONMENT KELVARIS_DEVICE=cuda)
+  endif()
 endfunction()

@@ -1,0 +1,120 @@
+#include "CUDA/Check.h"
+#include "CUDA/DeviceBufferImage.h"
+#include "CUDA/DeviceBufferPool.h"
+#include "CUDA/Utils.h"
+#include "Lib/SharedImage.h"
+#include "support/DeviceTest.h"
+#include "support/ExpectedLog.h"
+
+#include <cstdint>
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+namespace Kelvaris::CUDA {
+namespace {
+
+class DeviceBuffer : public Tests::DeviceTest<> {};
+
+TEST_F(DeviceBuffer, EveryPixelTypeSurvivesTheWayThereAndBack) {
+  for (const int type :
+       {PixelInt8, PixelUInt8, PixelInt16, PixelUInt16, PixelInt32, PixelUInt32, PixelFloat, PixelDouble, PixelHalf}) {
+    const auto image = MemImage::create(ImageDescriptor(type, 7, 5, 3, 2));
+    auto* bytes = static_cast<unsigned char*>(image->data());
+    std::iota(bytes, bytes + image->byteSize(), static_cast<unsigned char>(type));
+    const DeviceBufferImage device(*image);
+    EXPECT_TRUE(device.descriptor().isApprox(image->descriptor()));
+    const auto back = device.download();
+    ASSERT_EQ(back->byteSize(), image->byteSize());
+    EXPECT_EQ(std::memcmp(back->data(), bytes, image->byteSize()), 0) << ImageDescriptor::pixelTypeName(type);
+  }
+}
+
+TEST_F(DeviceBuffer, KernelBufferDescribesTheMemory) {
+  const DeviceBufferImage image(ImageDescriptor(PixelInt16, 7, 5, 3, 2));
+  const KernelBuffer buffer = image.kernelBuffer();
+  EXPECT_EQ(buffer.width, 7);
+  EXPECT_EQ(buffer.height, 5);
+  EXPECT_EQ(buffer.slices, 3);
+  EXPECT_EQ(buffer.elementStride, 4);
+  EXPECT_EQ(buffer.rowPitch, 28);
+  EXPECT_NE(buffer.data, nullptr);
+  EXPECT_EQ(elementAddress(buffer, 1, 2, 2) - static_cast<char*>(buffer.data), (2 * 5 + 2) * 28 + 4);
+  EXPECT_EQ(DeviceBufferImage(ImageDescriptor(PixelHalf, 3, 1)).kernelBuffer().elementStride, 4);
+}
+
+TEST_F(DeviceBuffer, SharedImageMakesItOnDemandAndReadsItBack) {
+  auto mem = std::make_shared<TypedImage<float>>(3, 2);
+  std::iota(mem->pointer(), mem->pointer() + mem->size(), 1.0f);
+  const SharedImage shared(mem);
+  const auto device = shared.sharedCustom<DeviceBufferImage>();
+  EXPECT_EQ(device, shared.sharedCustom<DeviceBufferImage>());
+
+  SharedImage result(ImageDescriptor(PixelFloat, 1, 1));
+  result.assign(device);
+  EXPECT_EQ(result.descriptor().width(), 3);
+  EXPECT_EQ(result.mem()->valueAsDouble(2, 1, 0, 0), 6.0);
+}
+
+TEST_F(DeviceBuffer, RefusesWhatHasNoPixels) {
+  EXPECT_THROW(DeviceBufferImage(ImageDescriptor(PixelFloat, 0, 4)), std::invalid_argument);
+  EXPECT_THROW(DeviceBufferImage(ImageDescriptor(17, 4, 4)), std::invalid_argument);
+  DeviceMemory memory(8);
+  std::vector<char> large(9);
+  EXPECT_THROW(memory.upload(large.data(), large.size()), std::out_of_range);
+  EXPECT_THROW(memory.download(large.data(), large.size()), std::out_of_range);
+}
+
+TEST_F(DeviceBuffer, PoolReusesBlocksWhileAGuardLives) {
+  { DeviceMemory memory(1000); }
+  EXPECT_EQ(DeviceBufferPool::keptBlocks(), 0u);
+  {
+    const DeviceBufferPool::ActivationGuard outer;
+    const void* first;
+    {
+      const DeviceBufferPool::ActivationGuard inner;
+      DeviceMemory memory(1000);
+      first = memory.data();
+    }
+    EXPECT_EQ(DeviceBufferPool::keptBlocks(), 1u);
+    const DeviceMemory other(2000), same(1000);
+    EXPECT_NE(other.data(), first);
+    EXPECT_EQ(same.data(), first);
+    EXPECT_EQ(DeviceBufferPool::keptBlocks(), 0u);
+    for (std::size_t i = 0; i < 2 * DeviceBufferPool::maxKeptBlocks; ++i)
+      DeviceMemory(1 + i);
+    std::vector<DeviceMemory> many;
+    for (std::size_t i = 0; i < 2 * DeviceBufferPool::maxKeptBlocks; ++i)
+      many.emplace_back(64);
+    many.clear();
+    EXPECT_EQ(DeviceBufferPool::keptBlocks(), DeviceBufferPool::maxKeptBlocks);
+  }
+  EXPECT_EQ(DeviceBufferPool::keptBlocks(), 0u);
+}
+
+TEST_F(DeviceBuffer, BlocksOfTheCpuExecutorAreAlignedAndPadded) {
+  if (Device::isCuda()) GTEST_SKIP() << "concerns the CPU executor";
+  for (const std::size_t bytes : {1u, 63u, 64u, 1000u}) {
+    const DeviceMemory memory(bytes);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory.data()) % 64, 0u);
+    for (std::size_t i = bytes; i < bytes + 64; ++i)
+      EXPECT_EQ(static_cast<const char*>(memory.data())[i], 0);
+  }
+}
+
+TEST_F(DeviceBuffer, ErrorsAreLoggedWithTheirNumber) {
+  Utils::PrimaryContext::ensureCurrent();
+  Utils::printError(0);
+  const Tests::ExpectedLog log;
+  Utils::printError(2);
+  EXPECT_TRUE(log.contains("CUDA error 2"));
+  try {
+    KELVARIS_CUDA_CHECKED(2);
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_NE(std::string(e.what()).find("DeviceBufferTest.cpp"), std::string::npos) << e.what();
+  }
+}
+
+} // namespace
+} // namespace Kelvaris::CUDA
