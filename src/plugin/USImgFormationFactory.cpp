@@ -1,0 +1,28 @@
+#include "plugin/USImgFormationFactory.h"
+
+#include "Lib/DefaultAlgorithmController.h"
+#include "imaging/LogCompressionAlgorithm.h"
+
+namespace Kelvaris::US {
+namespace {
+
+template <typename... T> bool isOneOf(Algorithm* algorithm) {
+  return ((dynamic_cast<T*>(algorithm) != nullptr) || ...);
+}
+
+} // namespace
+
+USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
+  registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
+}
+
+USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}
+
+std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm* algorithm) const {
+  if (!isOneOf<LogCompressionAlgorithm>(algorithm)) return nullptr;
+  auto controller = std::make_unique<DefaultAlgorithmController>(algorithm, "", false, false);
+  controller->setConfigureOnChanged(true);
+  return controller;
+}
+
+} // namespace Kelvaris::US
