@@ -76,12 +76,14 @@ function(kelvaris_host_library name)
 endfunction()
 
 # kelvaris_plugin_room(NAME SOURCES file... [LINK target...] [LINK_PRIVATE target...])
-# One folder of src/: the static library KelvarisPlugin<NAME>, which goes into the plugin; included as "<folder>/File.h".
+# One folder of src/: the static library KelvarisPlugin<NAME>, which goes into the plugin as a whole; included as
+# "<folder>/File.h".
 function(kelvaris_plugin_room name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK;LINK_PRIVATE" ${ARGN})
   add_library(KelvarisPlugin${name} STATIC ${ARG_SOURCES})
   target_include_directories(KelvarisPlugin${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
   target_link_libraries(KelvarisPlugin${name} PUBLIC ${ARG_LINK} PRIVATE ${ARG_LINK_PRIVATE} KelvarisFlags)
+  set_property(GLOBAL APPEND PROPERTY KELVARIS_PLUGIN_ROOMS KelvarisPlugin${name})
 endfunction()
 
 # kelvaris_cpu_variants(TARGET file...)

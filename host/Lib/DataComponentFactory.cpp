@@ -25,6 +25,11 @@ void DataComponentFactory::registerComponent(const std::string& id, Creator crea
   m_entries[id] = {std::move(creator), t_owner};
 }
 
+void DataComponentFactory::unregisterComponent(const std::string& id) {
+  const std::scoped_lock lock(m_mutex);
+  m_entries.erase(id);
+}
+
 void DataComponentFactory::unregisterComponentsOf(const void* owner) {
   const std::scoped_lock lock(m_mutex);
   std::erase_if(m_entries, [&](const auto& entry) { return entry.second.owner == owner; });

@@ -19,6 +19,8 @@ public:
 
   /// A second registration of an id replaces the first.
   void registerComponent(const std::string& id, Creator creator);
+  void unregisterComponent(const std::string& id);
+
   /// While a scope lives, registrations on its thread belong to `owner`.
   class OwnerScope {
   public:

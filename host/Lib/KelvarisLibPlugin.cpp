@@ -1,5 +1,6 @@
 #include "Lib/KelvarisLibPlugin.h"
 
+#include "Lib/DataComponentFactory.h"
 #include "Lib/FactoryRegistry.h"
 
 #include <utility>
@@ -8,6 +9,7 @@ namespace Kelvaris {
 
 KelvarisLibPlugin::~KelvarisLibPlugin() {
   FactoryRegistry::get().remove(this);
+  DataComponentFactory::get().unregisterComponentsOf(this);
 }
 
 void KelvarisLibPlugin::registerFactories(std::unique_ptr<AlgorithmFactory> algorithms,

@@ -16,7 +16,8 @@ public:
   virtual ~DataAnnotationFactory() = default;
 };
 
-/// A plugin that contributes factories. They go away with it.
+/// A plugin that contributes factories. They go away with it, and so do the data component types that it registers
+/// under a DataComponentFactory::OwnerScope of itself.
 class KelvarisLibPlugin : public PluginBase {
 public:
   ~KelvarisLibPlugin() override;

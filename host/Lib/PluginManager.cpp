@@ -57,8 +57,9 @@ fs::path folderOfHostLibraries() {
 struct PluginManager::Plugin {
   explicit Plugin(const fs::path& libraryPath) : path(libraryPath), library(libraryPath) {}
   ~Plugin() {
+    const void* const owner = plugin.get();
     plugin.reset();
-    DataComponentFactory::get().unregisterComponentsOf(this);
+    DataComponentFactory::get().unregisterComponentsOf(owner);
   }
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
@@ -121,7 +122,7 @@ PluginBase& PluginManager::loadChecked(const fs::path& path, std::string& id) {
                                   missing.size() == 1 ? "is" : "are"));
 
   try {
-    const DataComponentFactory::OwnerScope scope(loaded.get());
+    const DataComponentFactory::OwnerScope scope(loaded->plugin.get());
     if (const int result = loaded->plugin->init(); result != 0)
       throw PluginError(fmt::format("init() of the plugin {} failed with {}", id, result));
   } catch (const PluginError&) {

@@ -3,6 +3,7 @@
 #include "Lib/DataComponentFactory.h"
 #include "Lib/PluginAutoRegistrationGuard.h"
 #include "Lib/PluginInterface.h"
+#include "model/BeamformingRois.h"
 #include "model/ChannelDataLayout.h"
 #include "model/PulseEchoEvent.h"
 #include "model/Transducer.h"
@@ -50,9 +51,12 @@ int KelvarisUSImgFormationPlugin::init() {
   m_repository = std::make_unique<Repository_KelvarisUSImgFormationPlugin>();
   Resource::addRepository(m_repository.get());
 
+  const DataComponentFactory::OwnerScope scope(this);
   registerComponent<ChannelDataLayout>();
   registerComponent<PulseEchoEvent>();
   registerComponent<Transducer>();
+  registerComponent<BeamformingRois>();
+  registerComponent<BeamformingRois>("UltrafastBeamformingRois"); // what older files call it
   return 0;
 }
 

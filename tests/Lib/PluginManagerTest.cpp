@@ -1,0 +1,206 @@
+#include "Lib/PluginManager.h"
+
+#include "Lib/DataComponentFactory.h"
+#include "Lib/FactoryRegistry.h"
+#include "Lib/PluginAutoRegistrationGuard.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <elf.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+
+namespace Kelvaris {
+namespace fs = std::filesystem;
+namespace {
+
+const fs::path kPlugin = TEST_PLUGIN_FILE;
+
+bool isInProcess(const fs::path& library) {
+  void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (handle) dlclose(handle);
+  return handle != nullptr;
+}
+
+class PluginManagerTest : public ::testing::Test {
+protected:
+  PluginManagerTest() {
+    std::string folder = (fs::temp_directory_path() / "kelvaris-plugins-XXXXXX").string();
+    m_folder = mkdtemp(folder.data());
+  }
+  ~PluginManagerTest() override {
+    unsetenv("TEST_PLUGIN");
+    unsetenv("KELVARIS_PLUGIN_PATH");
+    PluginManager::get().unloadAll();
+    fs::remove_all(m_folder);
+  }
+
+  static std::string pluginBytes() {
+    std::ifstream file(kPlugin, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  fs::path write(const std::string& name, const std::string& bytes) const {
+    std::ofstream(m_folder / name, std::ios::binary) << bytes;
+    return m_folder / name;
+  }
+  /// The message with which load() refuses the file; empty if it doesn't.
+  static std::string refusal(const fs::path& file) {
+    try {
+      PluginManager::get().load(file);
+      return {};
+    } catch (const PluginError& error) {
+      return error.what();
+    }
+  }
+
+  fs::path m_folder;
+};
+
+std::string replaced(std::string bytes, const std::string& from, const std::string& to) {
+  EXPECT_EQ(from.size(), to.size());
+  const std::size_t at = bytes.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) bytes.replace(at, to.size(), to);
+  return bytes;
+}
+
+TEST_F(PluginManagerTest, LoadsRegistersAndReallyUnloads) {
+  PluginManager& manager = PluginManager::get();
+  PluginBase& plugin = manager.load(kPlugin);
+  EXPECT_EQ(plugin.description(), "for tests");
+  EXPECT_EQ(&manager.load(kPlugin), &plugin) << "a second load gives the same object";
+  ASSERT_EQ(manager.entries().size(), 1u);
+  EXPECT_EQ(manager.entries()[0].state, PluginManager::Loaded);
+  EXPECT_EQ(manager.entries()[0].id, "Test.Plugin");
+  EXPECT_TRUE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
+  EXPECT_NE(DataComponentFactory::get().create("Test.Mark"), nullptr);
+
+  for (int round = 0; round < 2; ++round) {
+    manager.unload("Test.Plugin");
+    EXPECT_FALSE(isInProcess(kPlugin));
+    EXPECT_FALSE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
+    EXPECT_EQ(DataComponentFactory::get().create("Test.Mark"), nullptr);
+    const auto present = PluginAutoRegistrationGuard::presentIds();
+    EXPECT_EQ(std::count(present.begin(), present.end(), "Test.Plugin"), 0);
+    EXPECT_THROW(manager.unload("Test.Plugin"), PluginError);
+    manager.load(kPlugin);
+    EXPECT_TRUE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
+  }
+}
+
+TEST_F(PluginManagerTest, SaysWhenALibraryStaysInTheProcess) {
+  PluginManager::get().load(kPlugin);
+  void* held = dlopen(kPlugin.c_str(), RTLD_NOW);
+  EXPECT_THROW(PluginManager::get().unload("Test.Plugin"), PluginError);
+  dlclose(held);
+}
+
+TEST_F(PluginManagerTest, RefusesFilesBeforeTheirCodeRuns) {
+  const std::string good = pluginBytes();
+  std::string otherMachine = good, program = good;
+  otherMachine[offsetof(Elf64_Ehdr, e_machine)] = static_cast<char>(EM_AARCH64);
+  program[offsetof(Elf64_Ehdr, e_type)] = ET_EXEC;
+  const struct {
+    const char* name;
+    std::string bytes;
+    std::vector<std::string> parts; // of the message
+  } cases[] = {
+      {"text.so", "not a library", {"is not a plugin", "no ELF file"}},
+      {"empty.so", "", {"is not a plugin", "no ELF file"}},
+      {"arm.so", otherMachine, {"another machine", "machine 183", "machine 62"}},
+      {"program.so", program, {"no shared library", "ELF type 2", "expected 3"}},
+      {"half.so", good.substr(0, good.size() / 2), {"cut short or damaged"}},
+      {"version.so", replaced(good, "hostversion=4.5.0", "hostversion=4.4.9"), {"version 4.4.9", "this is 4.5.0"}},
+      {"flags.so",
+       replaced(good, "GLIBCXX_DEBUG:_GLIBCXX_DEBUG", "GLIBCXX_DEBUG:1@@@@@@@@@@@@@"),
+       {"GLIBCXX_DEBUG:1@", "this host has \"GLIBCXX_DEBUG:_GLIBCXX_DEBUG\""}},
+      {"v1.so",
+       replaced(good, "PLUGIN_V2_MAGIC", "PLUGIN_V1_MAGIC"),
+       {"PLUGIN_V1_MAGIC", "expected", "PLUGIN_V2_MAGIC"}},
+      {"nofields.so", replaced(good, "|hostversion=", "|hostversion:"), {"expected", "hostversion="}},
+      {"noexport.so",
+       replaced(good, "kelvarisCreatePlugin", "kelvarisDestroyPlugi"),
+       {"does not export kelvarisCreatePlugin"}},
+      {"nodescriptor.so",
+       replaced(good, "kelvarisPluginDescriptor", "kelvarisPluginDescripxxx"),
+       {"does not export kelvarisPluginDescriptor"}},
+  };
+  for (const auto& c : cases) {
+    const fs::path file = write(c.name, c.bytes);
+    const std::string message = refusal(file);
+    EXPECT_NE(message.find(file.string()), std::string::npos) << message;
+    for (const std::string& part : c.parts)
+      EXPECT_NE(message.find(part), std::string::npos) << c.name << ": " << message;
+    EXPECT_FALSE(isInProcess(file)) << c.name;
+    EXPECT_EQ(PluginManager::get().entries().back().state, PluginManager::Refused);
+  }
+  EXPECT_NE(refusal(m_folder / "absent.so").find("No such file"), std::string::npos);
+  EXPECT_NE(refusal(m_folder).find("it is no file"), std::string::npos);
+}
+
+TEST_F(PluginManagerTest, RefusesPluginsThatCanNotRunAndLeavesNothingBehind) {
+  const struct {
+    const char* mode;
+    const char* message;
+  } cases[] = {{"dependency", "needs Test.Absent, which is not loaded"},
+               {"fail", "init() of the plugin Test.Plugin failed with 7"},
+               {"throw", "init() of the plugin Test.Plugin failed: no memory for the test"}};
+  for (const auto& c : cases) {
+    setenv("TEST_PLUGIN", c.mode, 1);
+    const std::string message = refusal(kPlugin);
+    EXPECT_NE(message.find(c.message), std::string::npos) << message;
+    EXPECT_FALSE(isInProcess(kPlugin));
+    EXPECT_FALSE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
+    EXPECT_EQ(DataComponentFactory::get().create("Test.Mark"), nullptr);
+  }
+  unsetenv("TEST_PLUGIN");
+  EXPECT_EQ(refusal(kPlugin), "");
+  const fs::path twin = write("libTwinPlugin.so", pluginBytes());
+  EXPECT_NE(refusal(twin).find("has the id Test.Plugin, as has"), std::string::npos);
+}
+
+TEST_F(PluginManagerTest, NoDamagedByteCrashesTheReader) {
+  const std::string good = pluginBytes();
+  // The reader only: a library whose code is damaged would crash in its own right. The tables that it goes by lie at
+  // both ends of the file.
+  const std::size_t size = good.size();
+  const auto step = [&](std::size_t at) { return at < 64 ? 1 : at < 1024 ? 5 : at + 4096 < size ? 4999 : 41; };
+  for (std::size_t at = 0; at < size; at += static_cast<std::size_t>(step(at))) {
+    std::string damaged = good;
+    damaged[at] = static_cast<char>(~damaged[at]);
+    try {
+      PluginFile::read(write(std::to_string(at) + ".so", damaged));
+    } catch (const PluginError&) {
+    }
+  }
+}
+
+TEST_F(PluginManagerTest, LooksForPluginsWhereTheEnvironmentSays) {
+  fs::copy(kPlugin, m_folder / "libFoundPlugin.so");
+  write("libBrokenPlugin.so", "broken");
+  write("libOther.so", "not looked at");
+  setenv("KELVARIS_PLUGIN_PATH", (m_folder.string() + "::/nowhere/libAbsentPlugin.so").c_str(), 1);
+  EXPECT_EQ(PluginManager::searchPath(), (std::vector<fs::path>{m_folder, "/nowhere/libAbsentPlugin.so"}));
+  Tests::ExpectedLog log;
+  EXPECT_EQ(PluginManager::get().loadAll(), 1);
+  EXPECT_EQ(log.messages().size(), 2u);
+  EXPECT_TRUE(log.contains("libBrokenPlugin.so\" is not a plugin"));
+  EXPECT_TRUE(log.contains("libAbsentPlugin.so\" can't be read"));
+  EXPECT_TRUE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
+
+  unsetenv("KELVARIS_PLUGIN_PATH");
+  const auto places = PluginManager::searchPath();
+  const fs::path libraries = fs::canonical("/proc/self/exe").parent_path().parent_path() / "lib";
+  EXPECT_NE(std::find(places.begin(), places.end(), libraries), places.end());
+}
+
+} // namespace
+} // namespace Kelvaris
