@@ -3,6 +3,7 @@
 #include "Core/PropertiesIO.h"
 #include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
+#include "Lib/Hdf5OutputDriver.h"
 #include "Lib/PendingFile.h"
 
 #include <fmt/format.h>
@@ -229,6 +230,7 @@ struct KelvarisFile::Writer::Impl {
   explicit Impl(const std::filesystem::path& path) : pending(path) {}
 
   PendingFile pending;
+  Hdf5::OutputState output;
   Handle file;
   Handle images;
   int size = 0;
@@ -236,7 +238,7 @@ struct KelvarisFile::Writer::Impl {
 
   void create() {
     // The newest format guards its metadata by checksums, so that damage shows when the file is opened.
-    const Handle access = checked(Handle(H5Pcreate(H5P_FILE_ACCESS), H5Pclose), "prepare the file");
+    const Handle access = Hdf5::outputAccess(output);
     check(H5Pset_libver_bounds(access, H5F_LIBVER_V110, H5F_LIBVER_V110), "prepare the file");
     file = checked(Handle(H5Fcreate(pending.path().c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access), H5Fclose),
                    "create the file");
@@ -273,6 +275,7 @@ struct KelvarisFile::Writer::Impl {
     if (image.mask()) Hdf5::writeDoubles(dataset, "mask", {image.mask()->value()});
     if (!components.empty()) Hdf5::writeText(dataset, "components", DataComponentsIO::toXml(components));
     if (!dataset.close()) throw std::runtime_error(fmt::format("Can't write the samples: {}", Hdf5::lastError()));
+    output.check();
     ++size;
     volumes = volumes || d.slices() > 1;
   }
@@ -292,6 +295,7 @@ struct KelvarisFile::Writer::Impl {
     if (!set.components().empty()) Hdf5::writeText(file, "components", DataComponentsIO::toXml(set.components()));
     if (!images.close() || H5Fflush(file, H5F_SCOPE_GLOBAL) < 0 || !file.close())
       throw std::runtime_error(fmt::format("Can't complete the file: {}", Hdf5::lastError()));
+    output.check();
   }
 };
 

@@ -1,0 +1,68 @@
+#include "kelvaris/AlgorithmsCommand.h"
+
+#include "kelvaris/Step.h"
+
+#include "Lib/FactoryRegistry.h"
+#include "Lib/KelvarisFile.h"
+#include "Lib/PluginManager.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Kelvaris::CommandLine {
+namespace {
+
+/// The first two images without their pixels: as much as an algorithm asks for before it says whether it works on a
+/// set.
+std::unique_ptr<SharedImageSet> outlineOf(const KelvarisFile::Reader& reader) {
+  std::unique_ptr<SharedImageSet> set = reader.set().clone(3);
+  for (int i = 0; i < std::min(reader.size(), 2); ++i) {
+    set->add(std::make_shared<SharedImage>(reader.descriptor(i)), reader.timestamp(i));
+    set->elementwiseComponents().components(i) = reader.components(i);
+  }
+  return set;
+}
+
+void print(const std::vector<AlgorithmFactory::Descriptor>& descriptors, const SharedImageSet* set) {
+  std::size_t idWidth = 0, pathWidth = 0;
+  for (const auto& descriptor : descriptors) {
+    idWidth = std::max(idWidth, descriptor.id.size());
+    pathWidth = std::max(pathWidth, descriptor.category.size());
+  }
+  for (const auto& descriptor : descriptors) {
+    fmt::print("{:{}}  {:{}}  {}\n", descriptor.id, idWidth, descriptor.category, pathWidth, descriptor.displayName());
+    if (!set) continue;
+    DataList data{const_cast<SharedImageSet*>(set)};
+    if (const auto algorithm = descriptor.create(data)) fmt::print("{}\n", describeParameters(*algorithm));
+  }
+}
+
+void algorithms(const std::string& file) {
+  PluginManager::get().loadAll();
+  if (file.empty()) {
+    print(FactoryRegistry::get().algorithmDescriptors(), nullptr);
+    return;
+  }
+  const std::unique_ptr<SharedImageSet> set = outlineOf(KelvarisFile::Reader(file));
+  const auto descriptors = FactoryRegistry::get().compatibleDescriptors(DataList{set.get()});
+  if (descriptors.empty()) fmt::print("No algorithm works on {}\n", file);
+  print(descriptors, set.get());
+}
+
+} // namespace
+
+void addAlgorithmsCommand(CLI::App& app, Job& job) {
+  CLI::App* command =
+      app.add_subcommand("algorithms", "List the algorithms: id, menu path, display name; for a file, those that work "
+                                       "on it, with their parameters");
+  auto file = std::make_shared<std::string>();
+  command->add_option("FILE", *file, "Images (.kvx)");
+  command->callback([file, &job] { job = [file] { algorithms(*file); }; });
+}
+
+} // namespace Kelvaris::CommandLine

@@ -1,0 +1,155 @@
+#include "kelvaris/InfoCommand.h"
+
+#include "Lib/KelvarisFile.h"
+#include "Lib/PluginManager.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <sstream>
+
+namespace Kelvaris::CommandLine {
+namespace {
+
+struct InfoOptions {
+  std::string file;
+  bool full = false;
+  bool values = false;
+};
+
+/// Longest text of a parameter that is shown whole.
+constexpr std::size_t kShownText = 72;
+
+std::string shortened(const std::string& text) {
+  if (text.size() <= kShownText) return text;
+  const auto words = std::count(text.begin(), text.end(), ' ') + 1;
+  return fmt::format("{}... ({} values)", text.substr(0, text.rfind(' ', kShownText - 20) + 1), words);
+}
+
+std::string describeComponents(const DataComponentList& components, int indent, bool full) {
+  std::string text;
+  for (const auto& component : components) {
+    Properties contents;
+    component->configuration(&contents);
+    text += fmt::format("{:{}}{}\n{}", "", indent, component->id(), describeProperties(contents, indent + 2, full));
+  }
+  return text;
+}
+
+std::string kindText(int images, bool volumes) {
+  return fmt::format("{} {}{}", images, volumes ? "volume" : "image", images == 1 ? "" : "s");
+}
+
+std::string modalityText(int modality) {
+  if (modality == Data::Ultrasound) return "ultrasound";
+  return modality == Data::UnknownModality ? "unknown" : fmt::format("number {}", modality);
+}
+
+std::string describeImage(const ImageDescriptor& d) {
+  std::string text = fmt::format("{} (width x height x slices), spacing {:.6g} x {:.6g} x {:.6g}{}", d.toString(),
+                                 d.spacing().x(), d.spacing().y(), d.spacing().z(), d.isMetric() ? " mm" : "");
+  if (d.shift() != 0.0 || d.scale() != 1.0) text += fmt::format(", value = stored * {} + {}", d.scale(), d.shift());
+  return text;
+}
+
+/// Smallest and largest valid sample, and how many are invalid.
+std::string describeValues(const SharedImage& image) {
+  const std::shared_ptr<MemImage> pixels = image.mem();
+  double least = std::numeric_limits<double>::infinity(), most = -least;
+  std::size_t invalid = 0;
+  dispatchPixelType(image.descriptor().pixelType(), [&]<typename T>() {
+    const auto& typed = static_cast<const TypedImage<T>&>(*pixels);
+    for (std::size_t i = 0; i < typed.size(); ++i) {
+      const auto value = static_cast<double>(typed[i]);
+      if (std::isnan(value) || (image.mask() && image.mask()->isMasked(value))) {
+        ++invalid;
+        continue;
+      }
+      least = std::min(least, value);
+      most = std::max(most, value);
+    }
+  });
+  if (least > most) return "no valid sample";
+  return fmt::format("samples {:.6g} to {:.6g}, {} invalid", least, most, invalid);
+}
+
+/// One line for each run of images that look alike.
+void printImages(const KelvarisFile::Reader& reader, bool values) {
+  const auto print = [](int first, int last, const std::string& text) {
+    if (first == last)
+      fmt::print("  image {}: {}\n", first, text);
+    else
+      fmt::print("  images {} to {}: {}\n", first, last, text);
+  };
+  std::string previous;
+  int first = 0;
+  for (int i = 0; i < reader.size(); ++i) {
+    std::string text = describeImage(reader.descriptor(i));
+    if (values) text += ", " + describeValues(*reader.image(i));
+    if (i > 0 && text != previous) {
+      print(first, i - 1, previous);
+      first = i;
+    }
+    previous = std::move(text);
+  }
+  if (reader.size() > 0) print(first, reader.size() - 1, previous);
+}
+
+void info(const InfoOptions& options) {
+  PluginManager::get().loadAll();
+  const KelvarisFile::Reader reader(options.file);
+  bool volumes = false;
+  for (int i = 0; i < reader.size(); ++i)
+    volumes = volumes || reader.descriptor(i).slices() > 1;
+  fmt::print("{}: {}, modality {}\n", options.file, kindText(reader.size(), volumes),
+             modalityText(reader.set().modality()));
+  printImages(reader, options.values);
+  if (reader.size() > 0)
+    fmt::print("  timestamps: {} to {} ms\n", reader.timestamp(0), reader.timestamp(reader.size() - 1));
+  if (!reader.set().properties().empty())
+    fmt::print("Properties:\n{}", describeProperties(reader.set().properties(), 2, options.full));
+  if (!reader.set().components().empty())
+    fmt::print("Components of the set:\n{}", describeComponents(reader.set().components(), 2, options.full));
+
+  // Images of one recording usually carry equal components; they are shown once.
+  std::string shown;
+  for (int i = 0; i < reader.size(); ++i) {
+    const std::string text = describeComponents(reader.components(i), 2, options.full);
+    if (text.empty() || text == shown) continue;
+    fmt::print("Components from image {} on:\n{}", i, text);
+    shown = text;
+  }
+}
+
+} // namespace
+
+std::string describeProperties(const Properties& properties, int indent, bool full) {
+  std::string text;
+  for (const auto& [key, value] : properties.params())
+    text += fmt::format("{:{}}{}: {}\n", "", indent, key, full ? value : shortened(value));
+  std::string previous;
+  for (const auto& [name, child] : properties.children()) {
+    if (!full && name == previous) continue;
+    previous = name;
+    const std::size_t count = properties.allSubProperties(name).size();
+    text += fmt::format("{:{}}{}{}\n{}", "", indent, name,
+                        !full && count > 1 ? fmt::format(" (the first of {})", count) : "",
+                        describeProperties(child, indent + 2, full));
+  }
+  return text;
+}
+
+void addInfoCommand(CLI::App& app, Job& job) {
+  CLI::App* command = app.add_subcommand("info", "Say what is in a file");
+  auto options = std::make_shared<InfoOptions>();
+  command->add_option("FILE", options->file, "The images (.kvx)")->required();
+  command->add_flag("--full", options->full, "Show long lists and repeated parts whole");
+  command->add_flag("--values", options->values, "Read the samples and show the smallest and the largest");
+  command->callback([options, &job] { job = [options] { info(*options); }; });
+}
+
+} // namespace Kelvaris::CommandLine

@@ -1,0 +1,41 @@
+#include "kelvaris/AlgorithmsCommand.h"
+#include "kelvaris/Command.h"
+#include "kelvaris/InfoCommand.h"
+#include "kelvaris/RunCommand.h"
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <new>
+
+int main(int argc, char** argv) {
+  using namespace Kelvaris::CommandLine;
+  // A file that may not grow any more is then an error as any other.
+  std::signal(SIGXFSZ, SIG_IGN);
+
+  CLI::App app("Ultrasound image formation: from recorded channel data to pictures");
+  app.require_subcommand(1);
+  Job job;
+  addAlgorithmsCommand(app, job);
+  addInfoCommand(app, job);
+  addRunCommand(app, job);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+  try {
+    job();
+    return 0;
+  } catch (const Canceled& canceled) {
+    std::fprintf(stderr, "kelvaris: %s\n", canceled.what());
+    return 130;
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "kelvaris: There is not enough memory\n");
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "kelvaris: %s\n", error.what());
+  }
+  return 1;
+}

@@ -1,0 +1,196 @@
+#include "apps/Program.h"
+#include "apps/TestAlgorithms.h"
+#include "support/TemporaryFolder.h"
+
+#include "Lib/DataComponentsIO.h"
+#include "Lib/KelvarisFile.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+
+#include <sys/resource.h>
+
+namespace Kelvaris {
+namespace {
+
+using Tests::floatImage;
+using Tests::readFile;
+using Tests::writeFile;
+
+#define EXPECT_CONTAINS(text, part) EXPECT_NE(std::string(text).find(part), std::string::npos) << (text)
+
+/// A folder with in.kvx: five float images with the values 1 to 5, the first sample NaN.
+class Program : public testing::Test {
+protected:
+  Program() {
+    SharedImageSet set;
+    set.setModality(Data::Ultrasound);
+    set.properties().setParam("session", 7);
+    set.components().add<UnknownDataComponent>("OfTheSet");
+    for (int i = 0; i < 5; ++i) {
+      auto image = floatImage(40, 30, static_cast<float>(i + 1));
+      static_cast<float*>(image->mem()->data())[0] = std::nanf("");
+      set.add(image, 10.0 * i);
+      set.elementwiseComponents().components(i).add<UnknownDataComponent>("OfTheImage");
+    }
+    KelvarisFile::save(m_folder / "in.kvx", set);
+  }
+
+  Tests::ProgramResult run(const std::vector<std::string>& arguments, const std::function<void()>& prepare = {}) const {
+    return Tests::runKelvaris(arguments, m_folder.path(), prepare);
+  }
+  std::vector<std::string> names() const {
+    std::vector<std::string> names = m_folder.names();
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  const Tests::TemporaryFolder m_folder;
+};
+
+TEST_F(Program, RunsAChainIntoSeveralOutputs) {
+  const auto result =
+      run({"run", "in.kvx", "--images", "1:4", "--output", "cut.kvx", "--step", "Gain:factor=10", "--output",
+           "gained.kvx", "--step", "Test.Levels", "--output", "picture.png", "--save-chain", "chain.xml"});
+  ASSERT_EQ(result.status, 0) << result.error;
+  EXPECT_EQ(result.error, "");
+  EXPECT_CONTAINS(result.output, "Gain: float, 40 x 30 x 1, 1 channel -> float, 40 x 30 x 1, 1 channel; 3 images in ");
+  EXPECT_CONTAINS(result.output, "Wrote picture_0000.png to picture_0002.png (3 pictures)");
+  EXPECT_EQ(names(), (std::vector<std::string>{"chain.xml", "cut.kvx", "gained.kvx", "in.kvx", "picture_0000.png",
+                                               "picture_0001.png", "picture_0002.png"}));
+
+  const auto gained = KelvarisFile::load(m_folder / "gained.kvx");
+  ASSERT_EQ(gained->size(), 3);
+  EXPECT_EQ(gained->modality(), Data::Ultrasound);
+  EXPECT_TRUE(gained->properties().hasParam("session") && gained->properties().hasParam("gained"));
+  ASSERT_EQ(gained->components().size(), 1U);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(gained->get(i).mem()->valueAsDouble(5, 5, 0, 0), 10.0 * (i + 2));
+    EXPECT_EQ(gained->timestamp(i), 10.0 * (i + 1));
+    EXPECT_EQ(gained->elementwiseComponents().components(i).size(), 1U);
+  }
+  EXPECT_EQ(KelvarisFile::load(m_folder / "cut.kvx")->get(0).mem()->valueAsDouble(5, 5, 0, 0), 2.0);
+
+  ASSERT_EQ(run({"run", "in.kvx", "--images=1:4", "--chain", "chain.xml", "--output", "again.png"}).status, 0);
+  for (const char* number : {"0000", "0001", "0002"})
+    EXPECT_EQ(readFile(m_folder / (std::string("again_") + number + ".png")),
+              readFile(m_folder / (std::string("picture_") + number + ".png")));
+  ASSERT_EQ(run({"run", "in.kvx", "--images", "3", "--chain", "chain.xml", "--output", "one.png"}).status, 0);
+  EXPECT_EQ(readFile(m_folder / "one.png"), readFile(m_folder / "picture_0002.png"));
+}
+
+TEST_F(Program, OverwritesItsOwnInput) {
+  ASSERT_EQ(run({"run", "in.kvx", "--step", "Gain:factor=2", "--output", "in.kvx"}).status, 0);
+  EXPECT_EQ(KelvarisFile::load(m_folder / "in.kvx")->get(4).mem()->valueAsDouble(5, 5, 0, 0), 10.0);
+}
+
+TEST_F(Program, ListsAlgorithms) {
+  EXPECT_EQ(run({"algorithms"}).output, "Test.Gain     Test;Gain              Gain\n"
+                                        "Test.Levels   Test;Make Levels       Make Levels\n"
+                                        "Test.Trouble  Test;Advanced;Trouble  Trouble\n");
+  const auto fitting = run({"algorithms", "in.kvx"});
+  EXPECT_CONTAINS(fitting.output, "Test.Gain ");
+  EXPECT_CONTAINS(fitting.output, "  mode = 0 (one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\")");
+  ASSERT_EQ(run({"run", "in.kvx", "--step", "Levels", "--output", "levels.kvx"}).status, 0);
+  EXPECT_EQ(run({"algorithms", "levels.kvx"}).output, "No algorithm works on levels.kvx\n");
+}
+
+TEST_F(Program, SaysWhatIsInAFile) {
+  const auto info = run({"info", "in.kvx", "--values"});
+  ASSERT_EQ(info.status, 0) << info.error;
+  for (const char* part :
+       {"in.kvx: 5 images, modality ultrasound", "image 4: float, 40 x 30 x 1, 1 channel", "samples 5 to 5, 1 invalid",
+        "timestamps: 0 to 40 ms", "session: 7", "OfTheSet", "Components from image 0 on:\n  OfTheImage"})
+    EXPECT_CONTAINS(info.output, part);
+  EXPECT_CONTAINS(run({"info", "in.kvx"}).output, "images 0 to 4: float");
+}
+
+TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
+  writeFile(m_folder / "text.kvx", "no image");
+  writeFile(m_folder / "cut.kvx", readFile(m_folder / "in.kvx").substr(0, 3000));
+  writeFile(m_folder / "broken.xml", "<chain><step>");
+  KelvarisFile::save(m_folder / "none.kvx", SharedImageSet());
+  const std::vector<std::string> before = names();
+
+  struct Case {
+    std::vector<std::string> arguments;
+    int status;
+    std::string message;
+  };
+  const std::vector<Case> table = {
+      {{}, 2, "subcommand is required"},
+      {{"fly"}, 2, "subcommand is required"},
+      {{"run"}, 2, "FILE is required"},
+      {{"run", "in.kvx", "--stepp", "Gain"}, 2, "--stepp"},
+      {{"run", "in.kvx", "--step", "Gain"}, 1, "There is no --output"},
+      {{"run", "in.kvx", "--output", "a.kvx", "--step", "Gain"}, 1, "The result of Gain is not written"},
+      {{"run", "in.kvx", "--step", "Gain", "--output", "a.kvx", "--output", "a.kvx"}, 1, "given twice"},
+      {{"run", "in.kvx", "--step", "Gain", "--output", "a.jpg"}, 1, "a.jpg ends neither in .kvx nor in .png"},
+      {{"run", "in.kvx", "--step", "Gain", "--output", "no/a.kvx"}, 1, "there is no folder no"},
+      {{"run", "in.kvx", "--step", "Gain", "--output", "no/a.png"}, 1, "there is no folder no"},
+      {{"run", "in.kvx", "--step", "Gian", "--output", "a.kvx"}, 1, "no algorithm \"Gian\" (did you mean \"Gain\"?)"},
+      {{"run", "in.kvx", "--step", "Gain:factr=1", "--output", "a.kvx"}, 1, "did you mean \"factor\"?"},
+      {{"run", "in.kvx", "--step", "Gain:factor=x", "--output", "a.kvx"}, 1, "\"x\" is no value"},
+      {{"run", "in.kvx", "--step", "Gain:factor", "--output", "a.kvx"}, 1, "key=value"},
+      {{"run", "in.kvx", "--step", "Levels", "--step", "Gain", "--output", "a.kvx"},
+       1,
+       "Gain does not work on this data"},
+      {{"run", "in.kvx", "--step", "Gain", "--output", "a.png"}, 1, "LogCompression"},
+      {{"run", "in.kvx", "--images", "3:9", "--step", "Gain", "--output", "a.kvx"}, 1, "it holds 5"},
+      {{"run", "in.kvx", "--chain", "broken.xml", "--output", "a.kvx"}, 1, "broken.xml: Broken XML"},
+      {{"run", "in.kvx", "--chain", "no.xml", "--output", "a.kvx"}, 1, "no.xml"},
+      {{"run", "in.kvx", "--step", "Gain", "--output", "a.kvx", "--step", "Trouble:at=3", "--output", "b.kvx"},
+       1,
+       "Trouble failed on image 3"},
+      {{"run", "in.kvx", "--step", "Trouble:kind=Throw,at=2", "--output", "b.kvx"}, 1, "the device is gone"},
+      {{"run", "none.kvx", "--output", "a.kvx"}, 1, "holds no images"},
+      {{"run", "no.kvx", "--output", "a.kvx"}, 1, "no file no.kvx"},
+      {{"run", "text.kvx", "--output", "a.kvx"}, 1, "text.kvx is not an HDF5 file"},
+      {{"run", "cut.kvx", "--output", "a.kvx"}, 1, "cut.kvx"},
+      {{"info", "cut.kvx"}, 1, "truncated"},
+      {{"info", "."}, 1, ". is not a regular file"},
+      {{"algorithms", "text.kvx"}, 1, "not an HDF5 file"},
+  };
+  for (const Case& c : table) {
+    const auto result = run(c.arguments);
+    EXPECT_EQ(result.status, c.status) << c.message << "\n" << result.error;
+    EXPECT_CONTAINS(result.error, c.message);
+    EXPECT_EQ(names(), before) << c.message;
+  }
+}
+
+TEST_F(Program, InterruptLeavesNoFile) {
+  const std::vector<std::string> before = names();
+  const auto result = run({"run", "in.kvx", "--step", "Gain", "--output", "a.kvx", "--step",
+                           "Trouble:kind=Interrupt,at=2", "--step", "Levels", "--output", "b.png"});
+  EXPECT_EQ(result.status, 130) << result.error;
+  EXPECT_CONTAINS(result.error, "Canceled");
+  EXPECT_EQ(names(), before);
+}
+
+TEST_F(Program, FullDiskLeavesNoFile) {
+  const std::vector<std::string> before = names();
+  for (const rlim_t bytes : {100, 2500, 6000}) {
+    for (const char* output : {"a.kvx", "a.png"}) {
+      const auto result =
+          run({"run", "in.kvx", "--step", "Gain:factor=77.7", "--step", "Levels", "--output", output}, [&] {
+            const rlimit limit{bytes, bytes};
+            setrlimit(RLIMIT_FSIZE, &limit);
+          });
+      if (result.status == 0 && std::string(output) == "a.png") {
+        for (int i = 0; i < 5; ++i)
+          std::filesystem::remove(m_folder / ("a_000" + std::to_string(i) + ".png"));
+        continue; // small pictures fit
+      }
+      EXPECT_EQ(result.status, 1) << output << " " << bytes << result.error;
+      EXPECT_CONTAINS(result.error, "File too large");
+      EXPECT_EQ(names(), before) << output << " " << bytes;
+    }
+  }
+}
+
+} // namespace
+} // namespace Kelvaris

@@ -1,0 +1,185 @@
+#include "kelvaris/Step.h"
+
+#include "apps/TestAlgorithms.h"
+#include "kelvaris/InfoCommand.h"
+#include "kelvaris/ProgressBar.h"
+#include "kelvaris/RunCommand.h"
+#include "support/ExpectedLog.h"
+
+#include "Lib/FactoryRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+namespace Kelvaris::CommandLine {
+namespace {
+
+using Values = std::vector<std::pair<std::string, std::string>>;
+
+std::string errorOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "";
+}
+
+#define EXPECT_CONTAINS(text, part) EXPECT_NE(std::string(text).find(part), std::string::npos) << (text)
+
+/// The algorithms of the tests are registered while it lives.
+class RegisteredAlgorithms {
+public:
+  RegisteredAlgorithms() { FactoryRegistry::get().add(std::make_unique<Tests::TestAlgorithmFactory>(), nullptr, this); }
+  ~RegisteredAlgorithms() { FactoryRegistry::get().remove(this); }
+};
+
+TEST(Step, ReadsIdAndValues) {
+  const std::vector<std::pair<std::string, Step>> table = {
+      {"Gain", {"Gain", {}}},
+      {"Test.Gain", {"Test.Gain", {}}},
+      {"Gain:factor=2", {"Gain", {{"factor", "2"}}}},
+      {" Gain : factor = -2.5e6 , clip=true ", {"Gain", {{"factor", "-2.5e6"}, {"clip", "true"}}}},
+      {"Gain:outputSize=512x256,factor=1", {"Gain", {{"outputSize", "512x256"}, {"factor", "1"}}}},
+      {"Gain:outputSize=[512,256],factor=1", {"Gain", {{"outputSize", "512 256"}, {"factor", "1"}}}},
+      {"Gain:label=\"a, [b\",factor=1", {"Gain", {{"label", "a, [b"}, {"factor", "1"}}}},
+      {"Gain:label='say \"x\"'", {"Gain", {{"label", "say \"x\""}}}},
+      {"Gain:mode=Debug: Other", {"Gain", {{"mode", "Debug: Other"}}}},
+      {"Gain:label=a=b", {"Gain", {{"label", "a=b"}}}},
+      {"Gain:offset=", {"Gain", {{"offset", ""}}}},
+  };
+  for (const auto& [text, step] : table) {
+    const Step parsed = parseStep(text);
+    EXPECT_EQ(parsed.id, step.id) << text;
+    EXPECT_EQ(parsed.values, step.values) << text;
+  }
+  for (const auto& [text, error] :
+       std::vector<std::pair<std::string, std::string>>{{"", "names no algorithm"},
+                                                        {":factor=1", "names no algorithm"},
+                                                        {"Gain:", "key=value"},
+                                                        {"Gain:factor", "\"factor\""},
+                                                        {"Gain:outputSize=512,256", "\"256\""},
+                                                        {"Gain:=3", "\"=3\""},
+                                                        {"Gain:factor=1,factor=2", "\"factor\" twice"},
+                                                        {"Gain:label=\"a", "lacks a closing \""},
+                                                        {"Gain:outputSize=[1,2", "lacks a closing ]"}})
+    EXPECT_CONTAINS(errorOf([&] { parseStep(text); }), error) << text;
+}
+
+TEST(Step, ChainsSurviveXml) {
+  const std::vector<Step> steps = {{"Gain", {{"factor", "-1.6667e6"}, {"label", "a <&> \"b\""}}}, {"Test.Levels", {}}};
+  EXPECT_EQ(parseChain(chainToXml(steps), "x"), steps);
+}
+
+TEST(Step, BrokenChainsAreErrors) {
+  const Tests::ExpectedLog log;
+  for (const auto& [xml, error] : std::vector<std::pair<std::string, std::string>>{
+           {"", "Broken XML"},
+           {"<chain><step id='a'>", "Broken XML"},
+           {"<steps/>", "<steps>, expected <chain>"},
+           {"<chain/>", "no <step>"},
+           {"<chain><stage id='a'/></chain>", "<stage>"},
+           {"<chain><step/></chain>", "\"id\""},
+           {"<chain><step id='a'><param>1</param></step></chain>", "step a"},
+           {"<chain><step id='a'><properties key='b'/></step></chain>", "step a"}}) {
+    const std::string message = errorOf([&, text = xml] { parseChain(text, "c.xml"); });
+    EXPECT_CONTAINS(message, error) << xml;
+    EXPECT_CONTAINS(message, "c.xml") << xml;
+  }
+  EXPECT_CONTAINS(errorOf([] { readChain("/no/such.xml"); }), "/no/such.xml");
+}
+
+TEST(Step, FindsAlgorithmsWithAndWithoutTheFactorysName) {
+  const RegisteredAlgorithms registered;
+  EXPECT_EQ(findAlgorithm("Gain").id, "Test.Gain");
+  EXPECT_EQ(findAlgorithm("Test.Gain").id, "Test.Gain");
+  for (const char* id : {"Gian", "gain", "Test", "Test.", "Gai", "Nothing"})
+    EXPECT_CONTAINS(errorOf([&] { findAlgorithm(id); }), "Gain, Levels, Trouble") << id;
+  EXPECT_CONTAINS(errorOf([] { findAlgorithm("levles"); }), "did you mean \"Levels\"?");
+  EXPECT_EQ(errorOf([] { findAlgorithm("Zzzzzz"); }).find("did you mean"), std::string::npos);
+}
+
+TEST(Step, SettingsAreWhatTheParametersRead) {
+  SharedImageSet set;
+  Tests::GainAlgorithm gain(&set);
+  const auto configured = [&](const std::string& step) {
+    const Properties settings = settingsFor(parseStep(step), gain);
+    gain.configure(&settings);
+  };
+  configured("Gain:factor=2.5,offset=3,clip=1,count=+7");
+  EXPECT_EQ(gain.factor.value(), 2.5);
+  EXPECT_EQ(gain.offset.value(), 3.0);
+  EXPECT_TRUE(gain.clip.value());
+  EXPECT_EQ(gain.count.value(), 7);
+  configured("Gain:offset=,label=' x '");
+  EXPECT_EQ(gain.offset.value(), std::nullopt);
+  EXPECT_EQ(gain.label.value(), " x ");
+  for (const char* size : {"300x200", "300 200", "[300,200]", "\"300 200\"", "(300, 200)"}) {
+    gain.outputSize = Eigen::Vector2i(1, 1);
+    configured(std::string("Gain:outputSize=") + size);
+    EXPECT_EQ(gain.outputSize.value(), Eigen::Vector2i(300, 200)) << size;
+  }
+  for (const char* mode : {"1", "Hamming Das", "hammingdas", "hamming-das"}) {
+    gain.mode = Tests::GainAlgorithm::Mode::Plain;
+    configured(std::string("Gain:mode=") + mode);
+    EXPECT_EQ(gain.mode.value(), Tests::GainAlgorithm::Mode::HammingDas) << mode;
+  }
+}
+
+TEST(Step, BadSettingsNameWhatThereIs) {
+  SharedImageSet set;
+  const Tests::GainAlgorithm gain(&set);
+  for (const auto& [text, error] : std::vector<std::pair<std::string, std::string>>{
+           {"Gain:facto=2", "did you mean \"factor\"?"},
+           {"Gain:Factor=2", "did you mean \"factor\"?"},
+           {"Gain:zzzzz=2", "outputSize = 512 512"},
+           {"Gain:factor=two", "\"two\" is no value of a parameter of Gain: factor = 1 dB (a number)"},
+           {"Gain:factor=", "(a number)"},
+           {"Gain:factor=1 2", "(a number)"},
+           {"Gain:count=1.5", "a whole number"},
+           {"Gain:count=99999999999", "a whole number"},
+           {"Gain:clip=yes", "true or false"},
+           {"Gain:outputSize=512", "two whole numbers"},
+           {"Gain:outputSize=5x5x5", "two whole numbers"},
+           {"Gain:mode=3", "one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\""},
+           {"Gain:mode=-1", "one of 0 \"Plain\""},
+           {"Gain:mode=Hanning", "one of 0 \"Plain\""}})
+    EXPECT_CONTAINS(errorOf([&, step = text] { settingsFor(parseStep(step), gain); }), error) << text;
+}
+
+TEST(Run, RangesOfImages) {
+  const std::vector<std::tuple<std::string, int, int>> table = {
+      {"", 0, 5}, {"0:5", 0, 5}, {"1:3", 1, 3}, {"2:", 2, 5}, {":2", 0, 2}, {":", 0, 5}, {"4", 4, 5}};
+  for (const auto& [text, first, last] : table)
+    EXPECT_EQ(parseRange(text, 5), std::make_pair(first, last)) << text;
+  for (const char* text : {"3:3", "4:2", "0:6", "5", "-1:2", "a:b", "1:2:3", "1.5", "99999999999", " 1"})
+    EXPECT_THROW(parseRange(text, 5), std::invalid_argument) << text;
+  EXPECT_THROW(parseRange("", 0), std::invalid_argument);
+}
+
+TEST(ProgressBar, Line) {
+  EXPECT_EQ(ProgressBar::line(0, 4, -1.0), "[                              ]   0 %");
+  EXPECT_EQ(ProgressBar::line(2, 4, 61.2), "[###############               ]  50 %  1:02 left");
+  EXPECT_EQ(ProgressBar::line(4, 4, 0.0), "[##############################] 100 %  0:00 left");
+  EXPECT_EQ(ProgressBar::line(1, 100000, 36061.0), "[                              ]   0 %  10:01:01 left");
+}
+
+TEST(Info, ContentsInWordsAreCutUnlessFull) {
+  Properties properties;
+  properties.setParam("pitch", 0.3);
+  properties.setParam("delays", std::vector<double>(128, 0.25));
+  for (int i = 0; i < 3; ++i)
+    properties.addSubProperties("event").setParam("number", i);
+  EXPECT_EQ(describeProperties(properties, 2, false),
+            "  pitch: 0.3\n"
+            "  delays: 0.25 0.25 0.25 0.25 0.25 0.25 0.25 0.25 0.25 0.25 ... (128 values)\n"
+            "  event (the first of 3)\n"
+            "    number: 0\n");
+  const std::string full = describeProperties(properties, 0, true);
+  EXPECT_CONTAINS(full, "event\n  number: 2\n");
+  EXPECT_EQ(full.find("..."), std::string::npos);
+}
+
+} // namespace
+} // namespace Kelvaris::CommandLine

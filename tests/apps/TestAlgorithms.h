@@ -1,0 +1,92 @@
+#pragma once
+
+#include "Core/Parameter.h"
+#include "Lib/AlgorithmFactory.h"
+#include "Lib/SharedImageSet.h"
+
+#include <memory>
+#include <vector>
+
+namespace Kelvaris::Tests {
+
+/// What the algorithms below have seen, for tests in the same process.
+struct Record {
+  static Record& get();
+  int made = 0;
+  std::vector<std::weak_ptr<const SharedImage>> images; ///< all that came in and went out
+  std::size_t mostAlive = 0;
+  void see(const std::shared_ptr<const SharedImage>& image);
+};
+
+/// An algorithm on float images of one channel, image by image.
+class FloatAlgorithm : public Algorithm {
+public:
+  explicit FloatAlgorithm(const SharedImageSet* input);
+  void compute() override;
+  OwningDataList takeOutput() override;
+
+protected:
+  static bool accepts(const DataList& data);
+  /// Null to fail.
+  virtual std::shared_ptr<SharedImage> process(const SharedImage& image) = 0;
+
+private:
+  const SharedImageSet* m_input;
+  std::unique_ptr<SharedImageSet> m_output;
+};
+
+/// "Test.Gain": factor * sample + offset. Sets the property "gained" of the set.
+class GainAlgorithm : public FloatAlgorithm {
+public:
+  enum class Mode { Plain, HammingDas, DebugOther };
+  explicit GainAlgorithm(const SharedImageSet* input);
+  static bool createCompatible(const DataList& data, Algorithm** algorithm);
+
+  Parameter<double> factor{"factor", 1.0};
+  Parameter<std::optional<double>> offset{"offset", std::nullopt};
+  Parameter<Eigen::Vector2i> outputSize{"outputSize", Eigen::Vector2i(512, 512)};
+  Parameter<Mode> mode{"mode", Mode::Plain};
+  Parameter<bool> clip{"clip", false};
+  Parameter<int> count{"count", 3};
+  Parameter<std::string> label{"label", ""};
+
+protected:
+  std::shared_ptr<SharedImage> process(const SharedImage& image) override;
+};
+
+/// "Test.Levels": samples as 8-bit levels, NaN as 0, which the mask names.
+class LevelsAlgorithm : public FloatAlgorithm {
+public:
+  using FloatAlgorithm::FloatAlgorithm;
+  static bool createCompatible(const DataList& data, Algorithm** algorithm);
+
+protected:
+  std::shared_ptr<SharedImage> process(const SharedImage& image) override;
+};
+
+/// "Test.Trouble": passes images on, but makes trouble at one of them.
+class TroubleAlgorithm : public FloatAlgorithm {
+public:
+  enum class Kind { Fail, Throw, Interrupt };
+  explicit TroubleAlgorithm(const SharedImageSet* input);
+  static bool createCompatible(const DataList& data, Algorithm** algorithm);
+
+  Parameter<Kind> kind{"kind", Kind::Fail};
+  Parameter<int> at{"at", 0};
+
+protected:
+  std::shared_ptr<SharedImage> process(const SharedImage& image) override;
+
+private:
+  int m_seen = 0;
+};
+
+class TestAlgorithmFactory : public AlgorithmFactory {
+public:
+  TestAlgorithmFactory();
+};
+
+/// A float image whose samples are `value`.
+std::shared_ptr<SharedImage> floatImage(int width, int height, float value);
+
+} // namespace Kelvaris::Tests
