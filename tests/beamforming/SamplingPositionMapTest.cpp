@@ -1,0 +1,225 @@
+#include "beamforming/SamplingPositionMap.h"
+
+#include "Core/Resource.h"
+#include "US/GeometryCases.h"
+#include "beamforming/FramePositions.h"
+#include "beamforming/MapCases.h"
+#include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
+#include "support/ExpectedLog.h"
+#ifdef KELVARIS_HAVE_GL
+#include "GL/RequireGL.h"
+#endif
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+
+namespace Kelvaris::US {
+namespace {
+
+using Kelvaris::Tests::ExpectedLog;
+using Tests::linearFrame;
+using Tests::rois;
+
+class SamplingPositionMapTest : public testing::Test {
+protected:
+  SamplingPositionMapTest() { Resource::addRepository(&m_repository); }
+
+private:
+  Repository_KelvarisUSImgFormationPlugin m_repository;
+};
+
+Eigen::Vector2d at(const MemImage& map, int x, int y, int slice = 0) {
+  return {map.valueAsDouble(x, y, slice, 0), map.valueAsDouble(x, y, slice, 1)};
+}
+
+bool isInvalid(const MemImage& map, int x, int y, int slice = 0) {
+  const Eigen::Vector2d position = at(map, x, y, slice);
+  EXPECT_EQ(std::isnan(position.x()), std::isnan(position.y()));
+  return std::isnan(position.x());
+}
+
+void expectNear(const Eigen::Vector2d& actual, const Eigen::Vector2d& expected, double tolerance) {
+  EXPECT_NEAR(actual.x(), expected.x(), tolerance);
+  EXPECT_NEAR(actual.y(), expected.y(), tolerance);
+}
+
+// ---- Positions of the whole frame
+
+struct FramePositions : SamplingPositionMapTest, testing::WithParamInterface<Tests::GeometryCase> {
+  static constexpr int width = 131, height = 77; // no multiples of the work group's 8
+
+  std::unique_ptr<FrameGeometry> geometry() const {
+    auto geometry = GetParam().geometry->clone();
+    geometry->setImgDescPrescan(ImageDescriptor(PixelInt16, width, height, 5, 1));
+    return geometry;
+  }
+
+  /// The largest deviation from the plain formula, relative to the farthest corner of the frame's box.
+  double deviation(const MemImage& positions) const {
+    const auto box = GetParam().geometry->bounds();
+    const double size = box.min().cwiseAbs().cwiseMax(box.max().cwiseAbs()).norm();
+    double largest = 0.0;
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x) {
+        const double error =
+            (at(positions, x, y) - GetParam().position((x + 0.5) / width, (y + 0.5) / height)).norm() / size;
+        if (!(error <= largest)) largest = error; // NaN counts
+      }
+    return largest;
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Cases, FramePositions, testing::ValuesIn(Tests::geometryCases()));
+
+constexpr double kSingle = std::numeric_limits<float>::epsilon();
+
+TEST_P(FramePositions, OfTheHostAreRoundedOnce) {
+  const auto positions = framePositionsOnHost(*geometry());
+  EXPECT_EQ(positions->descriptor().dimensions(), Eigen::Vector3i(width, height, 1));
+  EXPECT_EQ(positions->channels(), 2);
+  EXPECT_LE(deviation(*positions), 0.5 * kSingle);
+}
+
+#ifdef KELVARIS_HAVE_GL
+TEST_P(FramePositions, OfOpenGLAgreeWithinSinglePrecision) {
+  KELVARIS_REQUIRE_GL();
+  const auto positions = framePositionsWithGL(*geometry());
+  EXPECT_EQ(positions->descriptor().dimensions(), Eigen::Vector3i(width, height, 1));
+  EXPECT_EQ(positions->channels(), 2);
+  EXPECT_LE(deviation(*positions), 4 * kSingle);
+  RecordProperty("deviationInRoundings", std::to_string(deviation(*positions) / kSingle));
+}
+
+TEST(FramePositionsWithGL, NeedTheirShader) {
+  KELVARIS_REQUIRE_GL();
+  const ExpectedLog log;
+  try {
+    framePositionsWithGL(*linearFrame(4, 4));
+    FAIL() << "no exception";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "Failed to create compute program for sampling position map");
+  }
+  EXPECT_TRUE(log.contains("4 BeamformingAlgorithm: Failed to create compute program for sampling position map"));
+}
+#endif
+
+// ---- Lines
+
+TEST_F(SamplingPositionMapTest, LineRunsFromItsFirstToItsSecondDepth) {
+  // Rows of 1 mm: row y lies at y + 0.5 mm.
+  const auto geometry = linearFrame(64, 40);
+  const SamplingPositionMap map(geometry, rois({{{-3, 0}, {-3, 40}}, {{2, 10.2}, {2, 30.7}}, {{5, 30}, {5, 10}}}));
+  const auto image = map.image->mem();
+  EXPECT_EQ(image->descriptor().dimensions(), Eigen::Vector3i(3, 40, 1));
+  EXPECT_EQ(image->descriptor().pixelType(), PixelFloat);
+  EXPECT_EQ(image->channels(), 2);
+  EXPECT_EQ(image->descriptor().spacing(), geometry->imgDescPrescan().spacing());
+  for (int y = 0; y < 40; ++y) {
+    expectNear(at(*image, 0, y), {-3, y + 0.5}, 1e-5);
+    EXPECT_EQ(isInvalid(*image, 1, y), y + 0.5 < 10.2 || y + 0.5 > 30.7) << y;
+    if (!isInvalid(*image, 1, y)) expectNear(at(*image, 1, y), {2, y + 0.5}, 1e-5);
+    EXPECT_TRUE(isInvalid(*image, 2, y)) << "the first vertex is deeper than the second";
+  }
+}
+
+TEST_F(SamplingPositionMapTest, LineIsStraightInNormalisedCoordinates) {
+  for (const Tests::GeometryCase& c : Tests::geometryCases()) {
+    auto geometry = c.geometry->clone();
+    geometry->setImgDescPrescan(ImageDescriptor(PixelFloat, 7, 32));
+    const Eigen::Vector2d top = c.position(0.3, 0.01);       // some lines all start in one point
+    const Eigen::Vector2d elsewhere = c.position(0.6, 0.85); // its depth counts, its place across doesn't
+    const auto size = std::max({1.0, top.norm(), elsewhere.norm()});
+    const SamplingPositionMap map(std::shared_ptr<FrameGeometry>(std::move(geometry)), rois({{top, elsewhere}}));
+    const auto image = map.image->mem();
+    for (int y = 0; y < 32; ++y) {
+      const double v = (y + 0.5) / 32;
+      ASSERT_EQ(isInvalid(*image, 0, y), v > 0.85) << c.name << " row " << y;
+      if (v < 0.85) expectNear(at(*image, 0, y), c.position(0.3, v), 1e-6 * size);
+    }
+  }
+}
+
+TEST_F(SamplingPositionMapTest, LineInAnImageOfOneRowIsUndefined) {
+  const SamplingPositionMap map(linearFrame(4, 1), rois({{{0, 0}, {0, 40}}}));
+  EXPECT_EQ(map.image->descriptor().dimensions(), Eigen::Vector3i(1, 1, 1));
+  EXPECT_TRUE(isInvalid(*map.image->mem(), 0, 0));
+}
+
+// ---- Polygons
+
+TEST_F(SamplingPositionMapTest, PolygonsMaskTheFrame) {
+  // Pixels of 1 mm: pixel (x, y) lies at (x - 7.5, y + 0.5) mm, exactly, so that edges can be hit.
+  const auto geometry = linearFrame(16, 32);
+  geometry->setWidth(16);
+  geometry->setDepth(32);
+  const auto regions = rois({{{-8, 0}, {8, 0}, {8, 32}, {-8, 32}},
+                             {{-3.5, 0.5}, {4.5, 0.5}, {-3.5, 16.5}}, // a triangle with pixels on its edges
+                             {{-7.5, 0.5}},                           // one vertex: a pixel's centre
+                             {{50, 50}, {60, 50}, {60, 60}}});
+  const SamplingPositionMap map(geometry, regions);
+  const auto image = map.image->mem();
+  EXPECT_EQ(image->descriptor().dimensions(), Eigen::Vector3i(16, 32, 4));
+  EXPECT_EQ(image->descriptor().pixelType(), PixelFloat);
+  EXPECT_EQ(image->channels(), 2);
+  EXPECT_EQ(image->descriptor().spacing(), geometry->imgDescPrescan().spacing());
+  int inTriangle = 0;
+  for (int y = 0; y < 32; ++y)
+    for (int x = 0; x < 16; ++x) {
+      const Eigen::Vector2d position(x - 7.5, y + 0.5);
+      const bool triangle = x >= 4 && 2 * (x - 4) + y <= 16;
+      const bool expected[] = {true, triangle, x == 0 && y == 0, false};
+      inTriangle += triangle ? 1 : 0;
+      for (int slice = 0; slice < 4; ++slice) {
+        ASSERT_EQ(isInvalid(*image, x, y, slice), !expected[slice]) << x << " " << y << " " << slice;
+        ASSERT_TRUE(!expected[slice] || at(*image, x, y, slice) == position) << x << " " << y;
+      }
+    }
+  EXPECT_EQ(inTriangle, 81);
+}
+
+// ---- What it refuses
+
+TEST_F(SamplingPositionMapTest, TellsWhatItRefuses) {
+  const auto frame = linearFrame(4, 4);
+  const std::vector<Eigen::Vector2d> line{{0, 0}, {0, 40}};
+  const std::vector<Eigen::Vector2d> triangle{{0, 0}, {5, 40}, {-5, 40}};
+  const std::string invalid = "Invalid frame geometry or beamforming ROIs";
+  const std::string mixedLog =
+      "BeamformingRois must all be of the same type (all line ROIs or all polygonal ROIs), but "
+      "mixed types were given.";
+  const std::string mixed = "BeamformingRois: mixed ROI types (line vs polygon). All ROIs must be either lines (two "
+                            "vertices) or polygons.";
+  const struct {
+    std::shared_ptr<const FrameGeometry> geometry;
+    std::shared_ptr<const BeamformingRois> regions;
+    std::string logged;
+    std::string thrown;
+  } table[] = {{nullptr, rois({line}), invalid, invalid},
+               {frame, nullptr, invalid, invalid},
+               {frame, rois({}), invalid, invalid},
+               {frame, rois({line, triangle}), mixedLog, mixed},
+               {frame, rois({triangle, triangle, line}), mixedLog, mixed},
+               {frame, rois({{{0, 0}}, line}), mixedLog, mixed}};
+  for (const auto& row : table) {
+    const ExpectedLog log;
+    try {
+      const SamplingPositionMap map(row.geometry, row.regions);
+      ADD_FAILURE() << "no exception, " << row.thrown;
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(error.what(), row.thrown);
+    }
+    EXPECT_EQ(log.messages(), std::vector<std::string>{"4 BeamformingAlgorithm: " + row.logged});
+  }
+}
+
+TEST_F(SamplingPositionMapTest, AFrameOfNoSizeIsAnError) {
+  for (const auto& vertices : {std::vector<Eigen::Vector2d>{{0, 0}, {0, 40}}, {{0, 0}, {5, 40}, {-5, 40}}})
+    EXPECT_THROW(SamplingPositionMap(linearFrame(4, -3), rois({vertices})), std::invalid_argument);
+}
+
+} // namespace
+} // namespace Kelvaris::US
