@@ -1,0 +1,216 @@
+#include "model/FrameAcquisition.h"
+
+#include "Core/Properties.h"
+#include "US/FrameGeometryLinear.h"
+#include "US/FrameGeometryMetadata.h"
+#include "US/UltrasoundMetadata.h"
+#include "model/FrameCases.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <stdexcept>
+
+namespace Kelvaris::US {
+namespace {
+
+using namespace Tests;
+
+const std::string kIncomplete = "4 FrameAcquisition: Incomplete properties during configure";
+
+Properties stored(const FrameAcquisition& frame) {
+  Properties properties;
+  frame.configuration(&properties);
+  return properties;
+}
+
+FrameAcquisition read(const Properties& properties) {
+  FrameAcquisition frame;
+  frame.configure(&properties);
+  return frame;
+}
+
+TEST(FramePersistence, ParametersAreEnoughForAFrameMadeFromThem) {
+  for (const Transducer& transducer : {kLinearArray, kConvexArray})
+    for (const int eventType : {0, 1, 2}) {
+      const FrameAcquisition original(transducer, formParameters(eventType));
+      const Properties properties = stored(original);
+      EXPECT_FALSE(properties.findSubProperties("events"));
+      EXPECT_EQ(properties.hasParam("numberApertures"), eventType != 0);
+      EXPECT_EQ(properties.hasParam("focalDepth"), eventType == 0);
+      const FrameAcquisition again = read(properties);
+      EXPECT_EQ(again, original);
+      EXPECT_EQ(stored(again), properties);
+    }
+}
+
+TEST(FramePersistence, ChangedFramesAreWrittenEventByEvent) {
+  const FrameAcquisition made(kLinearArray, formParameters(2));
+  const std::function<void(FrameAcquisition&)> changes[] = {
+      [](auto& f) { f.events()[5].receive.startTime = 1e-6; }, [](auto& f) { f.events().pop_back(); },
+      [](auto& f) {
+        f.rois()->roi(0) = Geometry::Polygon2D(std::vector<Eigen::Vector2d>{{0, 0}, {0, 1}});
+      },
+      [](auto& f) { f.transducer().configureLinear(32, 0.3); }, // too small for the parameters
+      [](auto& f) { f = FrameAcquisition(f.transducer(), f.events()); }};
+  for (const auto& change : changes) {
+    FrameAcquisition frame(made);
+    change(frame);
+    Properties properties = stored(made); // whose parameters must not survive
+    frame.configuration(&properties);
+    EXPECT_FALSE(properties.hasParam("eventType"));
+    EXPECT_EQ(properties.allSubProperties("events").size(), frame.events().size());
+    if (!frame.rois()) properties.removeSubProperties("beamformingRois");
+    FrameAcquisition again = read(properties);
+    EXPECT_EQ(again.transducer(), frame.transducer());
+    EXPECT_EQ(again.events(), frame.events());
+    if (frame.rois()) {
+      EXPECT_EQ(again, frame);
+    }
+  }
+}
+
+TEST(FramePersistence, KeepsWhatIsNotANumber) {
+  const FrameAcquisition frame(kLinearArray, changed(2, [](auto& p) { p.divergingWave.numberEventsPerAperture = 1; }));
+  const Properties properties = stored(frame);
+  EXPECT_EQ(properties.allSubProperties("events").size(), 4u); // a NaN never compares equal
+  const FrameAcquisition again = read(properties);
+  ASSERT_EQ(again.events().size(), 4u);
+  EXPECT_TRUE(std::isnan(again.events()[3].transmit.waveFiducial.y()));
+  EXPECT_EQ(again.events()[3].receive, frame.events()[3].receive);
+  EXPECT_EQ(stored(again), properties);
+}
+
+TEST(FramePersistence, StoredRegionsGeometryAndMetadataReplaceWhatWasMade) {
+  Properties properties = stored(FrameAcquisition(kLinearArray, formParameters(1)));
+  properties.removeSubProperties("beamformingRois");
+  properties.subProperties("beamformingRois").addSubProperties("rois").setParam("points", "1 2; 3 4");
+  FrameGeometryLinear geometry;
+  geometry.setWidth(7.0);
+  geometry.setDepth(3.0);
+  properties.removeSubProperties("frameGeometry");
+  geometry.configuration(&properties.subProperties("frameGeometry"));
+  properties.subProperties("metadata").setParam("numRows", 5);
+  const FrameAcquisition frame = read(properties);
+  EXPECT_EQ(frame.events().size(), 64u);
+  EXPECT_EQ(frame.rois()->size(), 1);
+  EXPECT_TRUE(frame.frameGeometry().frameGeometry()->isApprox(geometry, 0.0));
+  EXPECT_EQ(frame.ultrasoundMetadata().numRows, 5);
+  EXPECT_TRUE(stored(frame).findSubProperties("events")); // the parameters alone don't give this
+
+  for (const char* key : {"beamformingRois", "frameGeometry", "metadata"})
+    properties.removeSubProperties(key);
+  EXPECT_EQ(read(properties), FrameAcquisition(kLinearArray, formParameters(1)));
+}
+
+TEST(FramePersistence, OlderFormHasOneApertureOfSomeEvents) {
+  for (const int eventType : {1, 2}) {
+    const FrameAcquisition expected(kLinearArray, changed(eventType, [](auto& p) {
+                                      p.planeWave.numberApertures = p.divergingWave.numberApertures = 1;
+                                    }));
+    Properties properties = stored(expected);
+    for (const char* key : {"beamformingRois", "frameGeometry", "metadata"})
+      properties.removeSubProperties(key);
+    properties.removeParam("numberEventsPerAperture");
+    if (eventType == 2)
+      properties.setParam("numberApertures", 4); // not enough for the present form
+    else
+      properties.removeParam("numberApertures");
+    properties.setParam("numberEvents", 16);
+    EXPECT_EQ(read(properties), expected);
+
+    Properties incomplete = properties;
+    incomplete.removeParam("numberEvents");
+    Properties tooWide = properties;
+    tooWide.setParam("maxReceiveAperture", 129);
+    for (Properties* bad : {&incomplete, &tooWide}) {
+      {
+        const ExpectedLog log;
+        EXPECT_TRUE(read(*bad).events().empty());
+        EXPECT_EQ(log.messages(), std::vector<std::string>{kIncomplete});
+      }
+      PulseEchoEvent().configuration(&bad->addSubProperties("events"));
+      EXPECT_EQ(read(*bad).events().size(), 1u);
+    }
+  }
+}
+
+TEST(FramePersistence, WithoutParametersAndEventsOnlyTheTransducerIsRead) {
+  const FrameAcquisition before(kLinearArray, formParameters(0));
+  for (const char* missing :
+       {"eventType", "endDepth", "receiveSamplingFrequency", "focalDepth", "numberFocusedBeamsTotal"}) {
+    Properties properties = stored(FrameAcquisition(kConvexArray, formParameters(0)));
+    properties.removeParam(missing);
+    FrameAcquisition frame(before);
+    const ExpectedLog log;
+    frame.configure(&properties);
+    EXPECT_EQ(log.messages(), std::vector<std::string>{kIncomplete}) << missing;
+    EXPECT_EQ(frame.transducer(), kConvexArray);
+    EXPECT_EQ(frame.events(), before.events());
+    frame.transducer() = kLinearArray;
+    EXPECT_EQ(frame, before);
+  }
+  FrameAcquisition frame(before);
+  frame.configure(nullptr);
+  frame.configuration(nullptr);
+  EXPECT_EQ(frame, before);
+}
+
+TEST(FramePersistence, BadInputIsLoggedAndChangesNothing) {
+  const FrameAcquisition before(kConvexArray, formParameters(2));
+  const auto setParam = [](const char* key, const char* text) { return [=](Properties& p) { p.setParam(key, text); }; };
+  const struct {
+    std::function<void(Properties&)> spoil;
+    const char* message;
+  } cases[] = {{setParam("maxTransmitAperture", "200"), "4 FrameAcquisition: Plane and diverging waves need"},
+               {setParam("numberApertures", "2147483647"), "4 FrameAcquisition: The frame's numberApertures is"},
+               {setParam("endDepth", "nan"), "endDepth is nan"},
+               {setParam("endDepth", "inf"), "endDepth is inf"},
+               {setParam("speedOfSound", "-1540000"), "speedOfSound is -1540000"},
+               {[](Properties& p) {
+                  p.removeParam("eventType");
+                  PulseEchoEvent().configuration(&p.addSubProperties("events"));
+                  Properties& bad = p.addSubProperties("events");
+                  PulseEchoEvent().configuration(&bad);
+                  bad.subProperties("transmit").setParam("waveStart", "0 0");
+                },
+                "4 FrameAcquisition: Event 1 of 2 can't be read"}};
+  for (const auto& c : cases) {
+    Properties properties = stored(FrameAcquisition(kLinearArray, formParameters(1)));
+    c.spoil(properties);
+    FrameAcquisition frame(before);
+    const ExpectedLog log;
+    frame.configure(&properties);
+    EXPECT_TRUE(log.contains(c.message)) << c.message;
+    EXPECT_EQ(frame, before);
+  }
+
+  Properties unknown = stored(FrameAcquisition(kConvexArray, formParameters(1)));
+  unknown.setParam("eventType", 17);
+  FrameAcquisition frame(before);
+  {
+    const ExpectedLog log;
+    frame.configure(&unknown);
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{
+                                  "4 FrameAcquisition: Unknown eventType value 17 during configure", kIncomplete}));
+  }
+  for (const auto& [key, exceptionExpected] :
+       {std::pair("maxReceiveAperture", true), std::pair("numberApertures", false)}) {
+    Properties zero = stored(FrameAcquisition(kConvexArray, formParameters(1)));
+    zero.removeSubProperties("beamformingRois");
+    zero.setParam(key, 0);
+    if (exceptionExpected) {
+      const ExpectedLog log;
+      EXPECT_THROW(frame.configure(&zero), std::bad_optional_access);
+      EXPECT_EQ(frame, before);
+    } else {
+      frame.configure(&zero);
+      EXPECT_TRUE(frame.events().empty());
+    }
+  }
+}
+
+} // namespace
+} // namespace Kelvaris::US

@@ -1,0 +1,60 @@
+#include "model/Utils.h"
+
+#include "Lib/SharedImageSet.h"
+#include "model/ChannelDataLayout.h"
+#include "model/FrameCases.h"
+
+#include <gtest/gtest.h>
+
+namespace Kelvaris::US {
+namespace {
+
+class DerivedAcquisition : public FrameAcquisition {};
+
+/// The set has `numImages` images; the acquisitions differ in their numbers of elements.
+SharedImageSet channelData(int numImages) {
+  SharedImageSet images;
+  images.setModality(Data::Ultrasound);
+  for (int i = 0; i < numImages; ++i)
+    images.add(std::make_shared<SharedImage>(ImageDescriptor(PixelInt16, 2, 3, 4)));
+  return images;
+}
+
+void attach(DataComponentList& components, int numElements) {
+  components.add<FrameAcquisition>(Transducer::createLinear(numElements, 0.3), std::vector<PulseEchoEvent>());
+}
+
+TEST(ChannelData, IsRecognisedByItsFrameAcquisition) {
+  DataComponentList components;
+  components.add<ChannelDataLayout>();
+  components.add<DerivedAcquisition>();
+  EXPECT_FALSE(isChannelData(components));
+  EXPECT_EQ(getFrameAcquisition(components), nullptr);
+  attach(components, 3);
+  EXPECT_TRUE(isChannelData(components));
+  EXPECT_EQ(getFrameAcquisition(components)->transducer().numElements(), 3);
+}
+
+TEST(ChannelData, OfAnImageComesBeforeThatOfTheSet) {
+  SharedImageSet images;
+  images.setModality(Data::Ultrasound);
+  attach(images.components(), 1);
+  EXPECT_FALSE(isChannelData(images)); // no images
+
+  SharedImageSet set = channelData(3);
+  EXPECT_FALSE(isChannelData(set));
+  attach(set.elementwiseComponents().components(1), 10);
+  EXPECT_FALSE(isChannelData(set));
+  EXPECT_TRUE(isChannelData(set, 1));
+  set.selection().setFocus(1);
+  EXPECT_TRUE(isChannelData(set));
+  attach(set.components(), 20);
+  EXPECT_EQ(getFrameAcquisition(set)->transducer().numElements(), 10);
+  EXPECT_EQ(getFrameAcquisition(set, 2)->transducer().numElements(), 20);
+  EXPECT_TRUE(isChannelData(set, 0));
+  set.setModality(Data::UnknownModality);
+  EXPECT_FALSE(isChannelData(set));
+}
+
+} // namespace
+} // namespace Kelvaris::US
