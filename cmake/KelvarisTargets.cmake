@@ -96,8 +96,8 @@ function(kelvaris_cpu_variants target)
     target_link_libraries(${objects} PRIVATE KelvarisFlags $<TARGET_PROPERTY:${target},LINK_LIBRARIES>)
     target_include_directories(${objects} PRIVATE $<TARGET_PROPERTY:${target},INCLUDE_DIRECTORIES>)
     target_compile_definitions(${objects} PRIVATE KELVARIS_ARCH=cpu_${level})
-    # The headers of g++ 12 for AVX-512 set off -Wmaybe-uninitialized. Without optimisation the files would be useless.
-    target_compile_options(${objects} PRIVATE -march=x86-64-${level} -fno-math-errno -Wno-maybe-uninitialized $<$<CONFIG:Debug>:-O2>)
+    # The headers of g++ 12 for AVX-512 set off -W(maybe-)uninitialized. Without optimisation the files would be useless.
+    target_compile_options(${objects} PRIVATE -march=x86-64-${level} -fno-math-errno -Wno-maybe-uninitialized -Wno-uninitialized $<$<CONFIG:Debug>:-O2>)
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:${objects}>)
   endforeach()
 endfunction()
