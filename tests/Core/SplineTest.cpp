@@ -79,17 +79,27 @@ TEST(Spline, PassesThroughItsPointsWhateverTheirSpacing) {
     ASSERT_NEAR((samples[i] - samples[i - 1]).norm(), step, 1e-3 * step) << i;
 }
 
+Points straight(int elements, double pitch) {
+  Points points;
+  for (int i = 0; i < elements; ++i)
+    points.emplace_back(pitch * ((1 - elements) * 0.5) + i * pitch, 0.0, 0.0);
+  return points;
+}
+
 TEST(Spline, StraightArraysKeepTheirElementsExactly) {
   for (const int elements : {2, 3, 64, 127, 128}) {
-    Points points;
-    for (int i = 0; i < elements; ++i)
-      points.emplace_back(0.3 * ((1 - elements) * 0.5) + i * 0.3, 0.0, 0.0);
+    const Points points = straight(elements, 0.3);
     EXPECT_EQ(sampled(points, elements), points);
-    EXPECT_EQ(sampled(points, 3)[1], Eigen::Vector3d::Zero()) << elements;
     const Points samples = sampled(points, 16);
     for (int i = 0; i < 16; ++i)
       EXPECT_NEAR(samples[static_cast<std::size_t>(i)].x(), points.back().x() * (2.0 * i / 15.0 - 1.0), 1e-13);
   }
+}
+
+TEST(Spline, TheMiddleOfAnArrayIsExact) {
+  for (int elements = 2; elements < 130; ++elements)
+    for (const double pitch : {0.05, 0.1, 0.23, 0.298, 0.3, 0.47})
+      EXPECT_EQ(sampled(straight(elements, pitch), 3)[1], Eigen::Vector3d::Zero()) << elements << " x " << pitch;
   EXPECT_EQ(sampled(arc(129, 0.47, 60.0), 3)[1], Eigen::Vector3d::Zero());
 }
 
