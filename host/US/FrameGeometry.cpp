@@ -23,7 +23,7 @@ bool approx(double a, double b, double tolerance) {
 Eigen::Vector2d FrameGeometry::convertPoint(const Eigen::Vector2d& point, Direction direction) const {
   const Eigen::Vector2d converted =
       direction == NormalizedToPhysical ? toPhysical(point.x(), point.y()) : toNormalized(point.x(), point.y());
-  if (!converted.allFinite()) return Eigen::Vector2d::Constant(std::numeric_limits<double>::quiet_NaN());
+  if (!converted.allFinite()) converted.setConstant(std::numeric_limits<double>::quiet_NaN());
   return converted;
 }
 

@@ -2,12 +2,14 @@
 
 #include "GL/Program.h"
 
+#include <fmt/format.h>
+
 namespace Kelvaris::US {
 
 std::string TransformInclude::source(const std::string& prefix) const {
   std::string text;
   for (const auto& [uniform, value] : m_uniforms)
-    text += "uniform float " + prefix + uniform + ";\n";
+    text += fmt::format("uniform float {}{};\n", prefix, uniform);
   for (const char c : m_text)
     if (c == '@')
       text += prefix;
