@@ -21,7 +21,7 @@ bool approx(double a, double b, double tolerance) {
 } // namespace
 
 Eigen::Vector2d FrameGeometry::convertPoint(const Eigen::Vector2d& point, Direction direction) const {
-  const Eigen::Vector2d converted =
+  Eigen::Vector2d converted =
       direction == NormalizedToPhysical ? toPhysical(point.x(), point.y()) : toNormalized(point.x(), point.y());
   if (!converted.allFinite()) converted.setConstant(std::numeric_limits<double>::quiet_NaN());
   return converted;
