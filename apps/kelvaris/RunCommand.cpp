@@ -1,5 +1,6 @@
 #include "kelvaris/RunCommand.h"
 
+#include "kelvaris/CancelOnInterrupt.h"
 #include "kelvaris/Chain.h"
 #include "kelvaris/OutputFile.h"
 #include "kelvaris/ProgressBar.h"
@@ -13,10 +14,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <array>
-#include <atomic>
 #include <charconv>
-#include <csignal>
 #include <fstream>
 #include <memory>
 #include <set>
@@ -64,41 +62,6 @@ Plan planOf(const RunOptions& options) {
         "The result of {} is not written: an --output gets the result of the step before it", plan.steps.back().id));
   return plan;
 }
-
-/// The progress that Ctrl-C cancels. A signal handler reaches nothing but statics.
-std::atomic<Progress*> interrupted = nullptr;
-static_assert(std::atomic<Progress*>::is_always_lock_free);
-
-extern "C" void cancelOnSignal(int) {
-  if (Progress* progress = interrupted) progress->cancel();
-}
-
-/// While it lives, SIGINT and SIGTERM cancel the progress instead of ending the program. A signal that is ignored, as
-/// by nohup, stays so.
-class CancelOnInterrupt {
-public:
-  explicit CancelOnInterrupt(Progress& progress) {
-    interrupted = &progress;
-    struct sigaction action {};
-    action.sa_handler = cancelOnSignal;
-    action.sa_flags = SA_RESTART;
-    for (std::size_t i = 0; i < kSignals.size(); ++i) {
-      sigaction(kSignals[i], nullptr, &m_previous[i]);
-      if (m_previous[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &action, nullptr);
-    }
-  }
-  ~CancelOnInterrupt() {
-    for (std::size_t i = 0; i < kSignals.size(); ++i)
-      sigaction(kSignals[i], &m_previous[i], nullptr);
-    interrupted = nullptr;
-  }
-  CancelOnInterrupt(const CancelOnInterrupt&) = delete;
-  CancelOnInterrupt& operator=(const CancelOnInterrupt&) = delete;
-
-private:
-  static constexpr std::array kSignals = {SIGINT, SIGTERM};
-  std::array<struct sigaction, kSignals.size()> m_previous{};
-};
 
 void saveChain(const std::string& path, const std::vector<Step>& steps) {
   PendingFile file(path);

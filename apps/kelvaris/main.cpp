@@ -1,5 +1,7 @@
+#include "kelvaris/AcquisitionCommand.h"
 #include "kelvaris/AlgorithmsCommand.h"
 #include "kelvaris/Command.h"
+#include "kelvaris/ImportCommand.h"
 #include "kelvaris/InfoCommand.h"
 #include "kelvaris/RunCommand.h"
 
@@ -21,6 +23,8 @@ int main(int argc, char** argv) {
   addAlgorithmsCommand(app, job);
   addInfoCommand(app, job);
   addRunCommand(app, job);
+  addImportCommand(app, job);
+  addAcquisitionCommand(app, job);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

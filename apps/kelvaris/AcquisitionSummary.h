@@ -1,0 +1,33 @@
+#pragma once
+
+#include "Core/Properties.h"
+
+#include <optional>
+#include <vector>
+
+namespace Kelvaris::CommandLine {
+
+/// What a recording must fit, from the stored form of a frame acquisition.
+struct AcquisitionSummary {
+  struct Event {
+    int transmitFirst = 0;
+    int transmitLast = -1;
+    int receiveFirst = 0;
+    int receiveLast = -1;
+    std::vector<int> channels; ///< of the elements of the receive aperture, in ascending order
+  };
+
+  int numElements = 0;
+  int numEvents = 0;
+  int numChannels = 0;            ///< one more than the highest
+  double samplingFrequency = 0.0; ///< Hz, of the first event
+  std::optional<long> samples;    ///< in the longest recording; only where the events are stored one by one
+  std::vector<Event> events;      ///< empty where parameters are stored
+};
+
+/// Reads and checks the stored form before a model is made of it. Throws std::invalid_argument that names the event and
+/// the value: for a missing or broken transducer, parameters or events that aren't there, an aperture or a channel
+/// table that doesn't fit the array, frequencies and times that are no sensible numbers.
+AcquisitionSummary summarizeAcquisition(const Properties& properties);
+
+} // namespace Kelvaris::CommandLine

@@ -1,0 +1,276 @@
+#include "kelvaris/AcquisitionDesign.h"
+
+#include "kelvaris/AcquisitionSummary.h"
+#include "kelvaris/NumberList.h"
+
+#include "model/PulseEchoEvent.h"
+#include "model/Transducer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+namespace Kelvaris::CommandLine {
+namespace {
+
+using US::PulseEchoEvent;
+using US::Transducer;
+
+AcquisitionDesign design(Wave wave, int elements = 64) {
+  AcquisitionDesign d;
+  d.wave = wave;
+  d.numElements = elements;
+  d.pitch = 0.3;
+  d.pulseFrequency = 5e6;
+  d.samplingFrequency = 2e7;
+  d.endDepth = 40.0;
+  d.samples = 1000;
+  return d;
+}
+
+std::vector<PulseEchoEvent> eventsOf(const AcquisitionDesign& d) {
+  std::vector<PulseEchoEvent> events;
+  const Properties properties = d.toProperties();
+  for (const Properties* stored : properties.allSubProperties("events"))
+    EXPECT_TRUE(events.emplace_back().read(*stored));
+  return events;
+}
+
+/// All of two events but their times.
+void expectSameWave(const PulseEchoEvent& actual, const PulseEchoEvent& expected) {
+  EXPECT_EQ(actual.transmit.eventType, expected.transmit.eventType);
+  EXPECT_EQ(actual.transmit.apertureFirst, expected.transmit.apertureFirst);
+  EXPECT_EQ(actual.transmit.apertureLast, expected.transmit.apertureLast);
+  EXPECT_EQ(actual.receive.apertureFirst, expected.receive.apertureFirst);
+  EXPECT_EQ(actual.receive.apertureLast, expected.receive.apertureLast);
+  EXPECT_EQ(actual.receive.elementToChannelMapping, expected.receive.elementToChannelMapping);
+  EXPECT_LT((actual.transmit.timeZeroPoint - expected.transmit.timeZeroPoint).norm(), 1e-12);
+  EXPECT_LT((actual.transmit.waveFiducial - expected.transmit.waveFiducial).norm(), 1e-12);
+  EXPECT_LT((actual.transmit.waveStart - expected.transmit.waveStart).norm(), 1e-12);
+}
+
+TEST(AcquisitionDesign, MakesTheEventsThatTheModelMakes) {
+  for (const bool convex : {false, true}) {
+    const double radius = 40.0;
+    const Transducer array = convex ? Transducer::createConvex(64, 0.3, radius) : Transducer::createLinear(64, 0.3);
+    const auto onArray = [&](double s) {
+      return convex ? Eigen::Vector3d(radius * std::sin(s / radius), radius * std::cos(s / radius) - radius, 0.0)
+                    : Eigen::Vector3d(s, 0.0, 0.0);
+    };
+    const auto make = [&](Wave wave) {
+      AcquisitionDesign d = design(wave);
+      if (convex) d.radius = radius;
+      if (wave != Wave::SingleElement) d.transmitAperture = 20;
+      d.receiveAperture = 33;
+      return d;
+    };
+    AcquisitionDesign plane = make(Wave::Plane), diverging = make(Wave::Diverging), focused = make(Wave::Focused),
+                      single = make(Wave::SingleElement);
+    plane.angles = {-0.2, 0.0, 0.1};
+    plane.origins = {-8.0, 0.0, 5.0};
+    diverging.angles = {-0.3, 0.2};
+    diverging.origins = {3.0};
+    diverging.distance = 12.0;
+    focused.beams = 5;
+    focused.angles = {0.1};
+    focused.distance = 25.0;
+    single.firing = {0, 17, 63};
+
+    const auto planes = eventsOf(plane), diverged = eventsOf(diverging), beams = eventsOf(focused),
+               singles = eventsOf(single);
+    ASSERT_EQ(planes.size(), 9u);
+    ASSERT_EQ(diverged.size(), 2u);
+    ASSERT_EQ(beams.size(), 5u);
+    ASSERT_EQ(singles.size(), 3u);
+    for (std::size_t i = 0; i < 9; ++i)
+      expectSameWave(planes[i], PulseEchoEvent::createPlaneWave(array, onArray(plane.origins[i / 3]),
+                                                                plane.angles[i % 3], 20, 33));
+    for (std::size_t i = 0; i < 2; ++i) {
+      const double a = diverging.angles[i];
+      expectSameWave(diverged[i], PulseEchoEvent::createDivergingWave(
+                                      array, onArray(3.0),
+                                      onArray(3.0) - 12.0 * Eigen::Vector3d(std::sin(a), std::cos(a), 0.0), 20, 33));
+    }
+    for (std::size_t i = 0; i < 5; ++i) {
+      const double s = 63 * 0.15 * (0.5 * static_cast<double>(i) - 1.0), a = 0.1 + (convex ? s / radius : 0.0);
+      expectSameWave(
+          beams[i], PulseEchoEvent::createFocused(
+                        array, onArray(s), onArray(s) + 25.0 * Eigen::Vector3d(std::sin(a), std::cos(a), 0.0), 20, 33));
+    }
+    for (std::size_t i = 0; i < 3; ++i) {
+      const Eigen::Vector3d element = array.elementPositions()[static_cast<std::size_t>(single.firing[i])];
+      expectSameWave(singles[i], PulseEchoEvent::createDivergingWave(array, element, element, 1, 33));
+    }
+    for (const auto* events : {&planes, &diverged, &beams, &singles})
+      for (const PulseEchoEvent& event : *events) {
+        EXPECT_EQ(event.transmit.pulseFrequency, 5e6);
+        EXPECT_EQ(event.transmit.speedOfSound, 1.54e6);
+        EXPECT_EQ(event.receive.samplingFrequency, 2e7);
+        EXPECT_DOUBLE_EQ(event.receive.endTime - event.receive.startTime, 1000 / 2e7);
+      }
+  }
+}
+
+TEST(AcquisitionDesign, TurnsTheRecordingsClockIntoThatOfTheFirstFiring) {
+  AcquisitionDesign d = design(Wave::Plane);
+  d.angles = {0.0, 0.2, -0.2};
+  d.startTime = 4e-6;
+  d.pulseDelay = 0.7e-6;
+  for (const PulseEchoEvent& event : eventsOf(d))
+    EXPECT_NEAR(event.receive.startTime, 3.3e-6, 1e-15);
+
+  // A recording whose clock starts as the wave passes the array's centre began later than one whose clock starts with
+  // the first firing, by the way from the first element to the centre.
+  d.timeZero = TimeZero::Origin;
+  const auto events = eventsOf(d);
+  EXPECT_NEAR(events[0].receive.startTime, 3.3e-6, 1e-15);
+  EXPECT_NEAR(events[1].receive.startTime, 3.3e-6 + 63 * 0.15 * std::sin(0.2) / 1.54e6, 1e-15);
+  EXPECT_NEAR(events[2].receive.startTime, events[1].receive.startTime, 1e-15);
+
+  // Without a number of samples the recording lasts until the echo from the far corner has crossed the array.
+  d = design(Wave::SingleElement);
+  d.samples.reset();
+  const double corner = std::hypot(63 * 0.3, 40.0);
+  for (const PulseEchoEvent& event : eventsOf(d))
+    EXPECT_NEAR(event.receive.endTime, 2.0 * corner / 1.54e6, 1e-12);
+}
+
+TEST(AcquisitionDesign, NumbersChannelsAsAsked) {
+  AcquisitionDesign d = design(Wave::Plane, 16);
+  d.receiveAperture = 4;
+  d.origins = {1.35}; // between elements 8 and 9 of 16
+  const auto channels = [&](ChannelOrder order) {
+    d.channelOrder = order;
+    return eventsOf(d).at(0).receive.elementToChannelMapping;
+  };
+  EXPECT_EQ(eventsOf(d).at(0).receive.apertureFirst, 10);
+  EXPECT_EQ(channels(ChannelOrder::Wrapped), (std::vector<int>{2, 3, 0, 1}));
+  EXPECT_EQ(channels(ChannelOrder::Element), (std::vector<int>{10, 11, 12, 13}));
+  EXPECT_EQ(channels(ChannelOrder::Aperture), (std::vector<int>{0, 1, 2, 3}));
+}
+
+TEST(AcquisitionDesign, RefusesNonsenseInWords) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const struct {
+    Wave wave;
+    void (*change)(AcquisitionDesign&);
+    const char* part;
+  } cases[] = {
+      {Wave::Plane, [](AcquisitionDesign& d) { d.numElements = 0; }, "0 elements"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.numElements = 1 << 30; }, "1073741824 elements"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.pitch = -0.3; }, "pitch is -0.3 mm"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.radius = 1.0; }, "more than a half circle"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.pulseFrequency = 0.0; }, "pulse frequency is 0 MHz"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.angles = {2.0}; }, "-90 and 90"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.distance = 20.0; }, "neither a focus nor a virtual source"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.receiveAperture = 65; }, "65 elements, it must have 1 to"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.transmitAperture = 0; }, "0 elements, it must have 1 to"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.origins = {20.0}; }, "reaches from -9.45"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.samples = 0; }, "0 samples"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.startDepth = 40.0; }, "from 40 to 40 mm"},
+      {Wave::Plane,
+       [](AcquisitionDesign& d) {
+         d.x = {3.0, -3.0};
+       },
+       "x = 3 to -3 mm"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.apertures = 4, d.beams = 4; }, "only one of them"},
+      {Wave::Diverging, [](AcquisitionDesign&) {}, "either the distance of the virtual source or its positions"},
+      {Wave::Diverging,
+       [](AcquisitionDesign& d) {
+         d.points = {{0.0, 5.0}};
+       },
+       "must lie behind the array"},
+      {Wave::Focused, [](AcquisitionDesign& d) { d.distance = 0.0; }, "focal distance is 0 mm"},
+      {Wave::Focused, [](AcquisitionDesign& d) { d.distance = 20.0, d.beams = 1 << 30; }, "1073741824 beams"},
+      {Wave::Focused,
+       [](AcquisitionDesign& d) {
+         d.points = {{0.0, 20.0}, {3.0, 20.0}, {4.0, 20.0}};
+       },
+       "its columns"},
+      {Wave::SingleElement, [](AcquisitionDesign& d) { d.firing = {64}; }, "Element 64 fires"},
+      {Wave::SingleElement, [](AcquisitionDesign& d) { d.beams = 3; }, "no transmit aperture"},
+  };
+  for (const auto& c : cases) {
+    AcquisitionDesign d = design(c.wave);
+    c.change(d);
+    try {
+      d.toProperties();
+      ADD_FAILURE() << "accepted, though: " << c.part;
+    } catch (const std::invalid_argument& error) {
+      EXPECT_NE(std::string(error.what()).find(c.part), std::string::npos) << error.what();
+    }
+  }
+  for (double AcquisitionDesign::*field :
+       {&AcquisitionDesign::pitch, &AcquisitionDesign::speedOfSound, &AcquisitionDesign::pulseFrequency,
+        &AcquisitionDesign::samplingFrequency, &AcquisitionDesign::startTime, &AcquisitionDesign::endDepth}) {
+    AcquisitionDesign d = design(Wave::Plane);
+    d.*field = nan;
+    EXPECT_THROW(d.toProperties(), std::invalid_argument);
+  }
+}
+
+TEST(AcquisitionSummary, FindsWhatDoesNotFitTheArray) {
+  AcquisitionDesign d = design(Wave::Plane, 16);
+  d.angles = {-0.1, 0.1};
+  const Properties good = d.toProperties();
+  const AcquisitionSummary summary = summarizeAcquisition(good);
+  EXPECT_EQ(summary.numEvents, 2);
+  EXPECT_EQ(summary.numChannels, 16);
+  EXPECT_EQ(summary.samples, 1000);
+  d.samples.reset();
+  EXPECT_EQ(summarizeAcquisition(d.toProperties()).numEvents, 2) << "stored as parameters";
+
+  const auto changed = [&](const char* part, const char* key, const char* text) {
+    Properties p;
+    for (const auto& [name, child] : good.children()) {
+      Properties& copy = p.addSubProperties(name);
+      copy = child;
+      if (name == "events") copy.subProperties(part).setParam(key, text);
+      if (name == "transducer" && std::string(part) == name) copy.setParam(key, text);
+    }
+    return p;
+  };
+  const struct {
+    Properties properties;
+    const char* part;
+  } cases[] = {
+      {{}, "no \"transducer\""},
+      {changed("transducer", "numberElements", "1"), "1 elements"},
+      {changed("transducer", "numberElements", "12"),
+       "reaches from element 0 to 15, but the array has the elements 0 to 11"},
+      {changed("transducer", "pitch", "nan"), "\"pitch\" of the transducer is nan"},
+      {changed("receive", "apertureFirst", "-1"), "reception of event 0 reaches from element -1"},
+      {changed("receive", "elementToChannelMapping", "1 2 3"), "maps 3 elements"},
+      {changed("receive", "samplingFrequency", "0"), "samplingFrequency"},
+      {changed("receive", "endTime", "-1"), "ends at -1 s"},
+      {changed("transmit", "waveFiducial", "0 nan 0"), "\"waveFiducial\""},
+      {changed("transmit", "eventType", "3"), "is 3, there are 0"},
+  };
+  for (const auto& c : cases)
+    try {
+      summarizeAcquisition(c.properties);
+      ADD_FAILURE() << "accepted, though: " << c.part;
+    } catch (const std::invalid_argument& error) {
+      EXPECT_NE(std::string(error.what()).find(c.part), std::string::npos) << error.what();
+    }
+}
+
+TEST(NumberList, ReadsListsAndRanges) {
+  const auto angles = parseNumbers("-1.5:0.5:1.5");
+  ASSERT_EQ(angles.size(), 7u);
+  EXPECT_EQ(angles.back(), 1.5);
+  EXPECT_EQ(parseNumbers("0:0.1:0.3").size(), 4u);
+  EXPECT_EQ(parseWholeNumbers("3,5:7"), (std::vector<int>{3, 5, 6, 7}));
+  EXPECT_EQ(parseNumbers("5:-2:0"), (std::vector<double>{5, 3, 1}));
+  EXPECT_EQ(parseInterval("-12.5:12.5"), (std::pair{-12.5, 12.5}));
+  for (const char* text : {"", "1,,2", "1:2:3:4", "0:-1:5", "0:0:1", "nan", "1e999", "0:1e-9:1", "x"})
+    EXPECT_THROW(parseNumbers(text), std::invalid_argument) << text;
+  EXPECT_THROW(parseWholeNumbers("1.5"), std::invalid_argument);
+  EXPECT_THROW(parseInterval("5"), std::invalid_argument);
+  EXPECT_THROW(parsePoints("1;2"), std::invalid_argument);
+}
+
+} // namespace
+} // namespace Kelvaris::CommandLine

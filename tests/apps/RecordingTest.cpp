@@ -1,0 +1,220 @@
+#include "kelvaris/Recording.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace Kelvaris::CommandLine {
+namespace {
+
+using Extents = SampleArray::Extents;
+
+template <typename T> class MemoryArray : public ContiguousSampleArray {
+public:
+  MemoryArray(SampleType type, const Extents& shape, bool firstIndexFastest, std::vector<T> values)
+      : ContiguousSampleArray(type, shape, firstIndexFastest), m_values(std::move(values)) {}
+
+protected:
+  void readRun(std::size_t first, std::size_t count, std::byte* samples) const override {
+    std::memcpy(samples, m_values.data() + first, count * sizeof(T));
+  }
+
+private:
+  std::vector<T> m_values;
+};
+
+std::unique_ptr<SampleArray> doubles(const Extents& shape, std::vector<double> values, bool firstIndexFastest = true) {
+  return std::make_unique<MemoryArray<double>>(SampleType::Double, shape, firstIndexFastest, std::move(values));
+}
+
+/// `events` events that fire one element each and record `elements` elements over `samples` samples.
+AcquisitionSummary acquisition(int events, int elements, long samples) {
+  AcquisitionSummary summary;
+  summary.numElements = summary.numChannels = elements;
+  summary.numEvents = events;
+  summary.samples = samples;
+  for (int e = 0; e < events; ++e) {
+    std::vector<int> channels;
+    for (int i = 0; i < elements; ++i)
+      channels.push_back(elements - 1 - i); // shuffled, so that elements and channels can't be mixed up
+    summary.events.push_back({e, e, 0, elements - 1, channels});
+  }
+  return summary;
+}
+
+/// The sample at channel, time and event of a frame's image.
+double at(const Recording& recording, const MemImage& image, int channel, int time, int event) {
+  const int logical[3] = {channel, time, event};
+  int position[3];
+  for (std::size_t i = 0; i < 3; ++i)
+    position[i] = logical[recording.axisSemantics()[i]];
+  return image.valueAsDouble(position[0], position[1], position[2], 0);
+}
+
+std::string errorOf(std::unique_ptr<SampleArray> samples, const AcquisitionSummary& summary,
+                    const RecordingOptions& options, int frame = -1) {
+  try {
+    const Recording recording(std::move(samples), summary, options);
+    if (frame >= 0) recording.frame(frame);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+TEST(Recording, PutsEverySampleInItsPlaceForEveryLayout) {
+  // Extents of channels, time, events in the file, frames.
+  const std::size_t extents[4] = {3, 5, 2, 4};
+  std::vector<RecordingAxis> layout = {RecordingAxis::Channels, RecordingAxis::FastTime, RecordingAxis::SlowTime,
+                                       RecordingAxis::Frames};
+  do
+    for (const bool firstFastest : {true, false}) {
+      Extents shape, strides(4);
+      for (const RecordingAxis axis : layout)
+        shape.push_back(extents[static_cast<std::size_t>(axis)]);
+      for (std::size_t i = 0, stride = 1; i < 4; ++i) {
+        const std::size_t index = firstFastest ? i : 3 - i;
+        strides[static_cast<std::size_t>(layout[index])] = stride;
+        stride *= shape[index];
+      }
+      std::vector<std::int16_t> values(120);
+      for (std::size_t i = 0; i < values.size(); ++i)
+        values[i] = static_cast<std::int16_t>(i);
+      // Each of the 4 frames holds 2 events, twice the acquisition's: 8 images.
+      RecordingOptions options;
+      options.layout = layout;
+      const Recording recording(
+          std::make_unique<MemoryArray<std::int16_t>>(SampleType::Int16, shape, firstFastest, values),
+          acquisition(1, 3, 5), options);
+      ASSERT_EQ(recording.size(), 8);
+      EXPECT_EQ(recording.descriptor().pixelType(), PixelInt16);
+      for (int frame = 0; frame < 8; ++frame) {
+        const auto image = recording.frame(frame);
+        for (int c = 0; c < 3; ++c)
+          for (int t = 0; t < 5; ++t) {
+            const std::size_t index[4] = {static_cast<std::size_t>(c), static_cast<std::size_t>(t),
+                                          static_cast<std::size_t>(frame % 2), static_cast<std::size_t>(frame / 2)};
+            std::size_t linear = 0;
+            for (std::size_t i = 0; i < 4; ++i)
+              linear += index[i] * strides[i];
+            ASSERT_EQ(at(recording, *image, c, t, 0), static_cast<double>(linear));
+          }
+      }
+    }
+  while (std::next_permutation(layout.begin(), layout.end()));
+}
+
+TEST(Recording, CompletesHalfMatricesByReciprocity) {
+  const double transmit[] = {1, 1, 1, 2, 2, 3}, receive[] = {1, 2, 3, 2, 3, 3};
+  const auto full = acquisition(3, 3, 2);
+  for (const double base : {0.0, 1.0})
+    for (const bool timeFirst : {true, false}) {
+      RecordingOptions options;
+      TracePairs& pairs = options.pairs.emplace();
+      std::vector<double> samples(12);
+      for (std::size_t i = 0; i < 6; ++i) {
+        pairs.transmit.push_back(transmit[i] - 1 + base);
+        pairs.receive.push_back(receive[i] - 1 + base);
+        for (std::size_t t = 0; t < 2; ++t)
+          samples[timeFirst ? 2 * i + t : 6 * t + i] = 100 * transmit[i] + 10 * receive[i] + static_cast<double>(t);
+      }
+      options.layout = {RecordingAxis::FastTime, RecordingAxis::Traces};
+      if (!timeFirst) std::reverse(options.layout.begin(), options.layout.end());
+      const Recording recording(doubles(timeFirst ? Extents{2, 6} : Extents{6, 2}, samples), full, options);
+      const auto image = recording.frame(0);
+      for (int e = 0; e < 3; ++e)
+        for (int element = 0; element < 3; ++element)
+          for (int t = 0; t < 2; ++t)
+            EXPECT_EQ(at(recording, *image, 2 - element, t, e),
+                      100 * (std::min(e, element) + 1) + 10 * (std::max(e, element) + 1) + t);
+
+      const auto broken = [&](auto&& change) {
+        RecordingOptions changed = options;
+        change(*changed.pairs);
+        return errorOf(doubles(timeFirst ? Extents{2, 6} : Extents{6, 2}, samples), full, changed);
+      };
+      EXPECT_NE(broken([](TracePairs& p) { p.receive[1] = p.receive[0]; }).find("Two traces"), std::string::npos);
+      EXPECT_NE(broken([](TracePairs& p) { p.receive[1] = 7; }).find("array has the elements"), std::string::npos);
+      EXPECT_NE(broken([](TracePairs& p) { p.receive[1] = 1.5; }).find("1.5"), std::string::npos);
+      EXPECT_NE(broken([](TracePairs& p) { p.receive.pop_back(); }).find("6 traces, but 6"), std::string::npos);
+      EXPECT_NE(broken([](TracePairs& p) { p.base = p.receive[0] == 0.0 ? 1 : 0; }).find("elements"),
+                std::string::npos);
+    }
+  // Without the pair 0, 2: it is missing in both directions. And elements 1 to 2 of 3 leave open where they begin.
+  RecordingOptions options;
+  options.layout = {RecordingAxis::FastTime, RecordingAxis::Traces};
+  options.pairs = TracePairs{{0, 0, 1, 1, 2}, {0, 1, 1, 2, 2}, {}};
+  EXPECT_NE(errorOf(doubles({2, 5}, std::vector<double>(10)), full, options).find("2 pairs"), std::string::npos);
+  options.pairs = TracePairs{{1, 1, 2}, {1, 2, 2}, {}};
+  EXPECT_NE(errorOf(doubles({2, 3}, std::vector<double>(6)), full, options).find("whether the first element is 0 or 1"),
+            std::string::npos);
+}
+
+TEST(Recording, SubtractsOffsetsAndChoosesTheType) {
+  const std::vector<std::uint8_t> codes = {128, 130, 120, 126};
+  const auto samples = [&] {
+    return std::make_unique<MemoryArray<std::uint8_t>>(SampleType::UInt8, Extents{2, 2}, true, codes);
+  };
+  EXPECT_EQ(Recording::mean(*samples()), 126.0);
+  const auto image = [&](const RecordingOptions& options, int type) {
+    RecordingOptions all = options;
+    all.layout = {RecordingAxis::FastTime, RecordingAxis::Channels};
+    const Recording recording(samples(), acquisition(1, 2, 2), all);
+    EXPECT_EQ(recording.descriptor().pixelType(), type);
+    const auto frame = recording.frame(0);
+    return std::vector<double>{at(recording, *frame, 0, 0, 0), at(recording, *frame, 0, 1, 0),
+                               at(recording, *frame, 1, 0, 0), at(recording, *frame, 1, 1, 0)};
+  };
+  RecordingOptions options;
+  EXPECT_EQ(image(options, PixelInt16), (std::vector<double>{128, 130, 120, 126}));
+  options.offset = 126;
+  EXPECT_EQ(image(options, PixelInt16), (std::vector<double>{2, 4, -6, 0}));
+  options.offset = 126.5;
+  EXPECT_EQ(image(options, PixelFloat), (std::vector<double>{1.5, 3.5, -6.5, -0.5}));
+  options.subtractTraceMeans = true;
+  EXPECT_EQ(image(options, PixelFloat), (std::vector<double>{-1, 1, -3, 3}));
+}
+
+TEST(Recording, RefusesWhatDoesNotFitInWords) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const auto summary = acquisition(2, 4, 6);
+  const auto zeros = [](const Extents& shape) {
+    std::size_t n = 1;
+    for (const std::size_t e : shape)
+      n *= e;
+    return doubles(shape, std::vector<double>(n, 0.0));
+  };
+  std::vector<double> broken(48, 0.0);
+  broken[4 * 6 + 4 * 2 + 3] = nan;
+  RecordingOptions standard, shorts, traces, layout;
+  shorts.pixelType = PixelInt16;
+  traces.layout = {RecordingAxis::FastTime, RecordingAxis::Traces};
+  layout.layout = {RecordingAxis::FastTime, RecordingAxis::Channels};
+  const struct {
+    std::string message;
+    const char* part;
+  } cases[] = {
+      {errorOf(zeros({6, 4, 2}), summary, standard), "Layouts that fit: fastTime,channels,slowTime"},
+      {errorOf(zeros({4, 7, 2}), summary, standard), "no error"}, // one sample more or less is a matter of counting
+      {errorOf(zeros({4, 9, 2}), summary, standard), "9 samples, the acquisition's time window 6"},
+      {errorOf(zeros({3, 6, 2}), summary, standard), "3 channels, the acquisition has 4"},
+      {errorOf(zeros({4, 6, 3}), summary, standard), "slow time holds 3 events, the acquisition has 2"},
+      {errorOf(zeros({4, 6}), summary, standard), "slow time holds 1 event,"},
+      {errorOf(zeros({4, 6, 2, 2, 2}), summary, standard), "names 4 axes"},
+      {errorOf(zeros({4, 0, 2}), summary, standard), "holds no samples"},
+      {errorOf(zeros({6, 4, 2}), summary, layout), "names 2 axes, but the samples have the shape (6, 4, 2)"},
+      {errorOf(zeros({6, 8}), summary, traces), "\"traces\" and the pairs"},
+      {errorOf(doubles({4, 6, 2}, broken), summary, standard, 0), "Sample 2 of channel 3 in event 1 is nan"},
+      {errorOf(doubles({4, 6, 2}, std::vector<double>(48, 4e4)), summary, shorts, 0), "import as float"},
+  };
+  for (const auto& c : cases)
+    EXPECT_NE(c.message.find(c.part), std::string::npos) << c.message << "\n  should hold: " << c.part;
+  EXPECT_THROW(parseLayout("channels,time"), std::invalid_argument);
+  EXPECT_THROW(parseLayout("channels,channels"), std::invalid_argument);
+}
+
+} // namespace
+} // namespace Kelvaris::CommandLine
