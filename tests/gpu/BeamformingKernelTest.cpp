@@ -1,0 +1,415 @@
+#include "CUDA/CpuVariant.h"
+#include "gpu/BeamformingScenes.h"
+#include "gpu/KernelLauncher.h"
+#include "support/DeviceTest.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <tuple>
+
+namespace Kelvaris::Tests {
+namespace {
+
+using CUDA::CpuVariant;
+using CUDA::float2;
+using CUDA::short2;
+using US::GPU::BeamformerType;
+using US::GPU::Workmode;
+
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+constexpr float inf = std::numeric_limits<float>::infinity();
+
+/// The instruction sets of this processor; one stands for all where a CUDA device runs the kernel.
+std::vector<CpuVariant> variants() {
+  std::vector<CpuVariant> result;
+  for (const auto v : {CpuVariant::V2, CpuVariant::V3, CpuVariant::V4})
+    if (CUDA::isSupported(v) && (result.empty() || !CUDA::Device::isCuda())) result.push_back(v);
+  return result;
+}
+
+enum class Sample { Short, Float, Short2, Float2 };
+
+/// Calls f<T>() for the sample type.
+template <typename F> void dispatch(Sample sample, F&& f) {
+  switch (sample) {
+  case Sample::Short:
+    return f.template operator()<short>();
+  case Sample::Float:
+    return f.template operator()<float>();
+  case Sample::Short2:
+    return f.template operator()<short2>();
+  case Sample::Float2:
+    return f.template operator()<float2>();
+  }
+}
+bool isShort(Sample s) {
+  return s == Sample::Short || s == Sample::Short2;
+}
+bool isComplex(Sample s) {
+  return s == Sample::Short2 || s == Sample::Float2;
+}
+
+bool isNan(std::complex<double> v) {
+  return std::isnan(v.real()) || std::isnan(v.imag());
+}
+
+struct Comparison {
+  double relativeL2 = 0;
+  double largest = 0; ///< largest difference of a component
+  int compared = 0, doubtful = 0, wrongValidity = 0, wrongUnwritten = 0, invalid = 0;
+};
+
+/// Compares kernel pixels with the reference, leaving doubtful ones aside.
+template <typename T> Comparison compare(const std::vector<T>& pixels, const std::vector<BeamformedPixel>& reference) {
+  Comparison c;
+  double difference = 0, total = 0;
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    const std::complex<double> v = toComplex<T>(pixels[i]);
+    std::complex<double> r = reference[i].value;
+    if (sizeof(T) == sizeof(short) || std::is_same_v<T, float>) r = r.real();
+    if (!reference[i].isWritten) {
+      c.wrongUnwritten += v.real() != 77.0;
+    } else if (reference[i].isDoubtful) {
+      ++c.doubtful;
+    } else if (!reference[i].isValid) {
+      ++c.invalid;
+      c.wrongValidity += !isNan(v);
+    } else if (isNan(v)) {
+      ++c.wrongValidity;
+    } else {
+      ++c.compared;
+      difference += std::norm(v - r);
+      total += std::norm(r);
+      c.largest = std::max({c.largest, std::abs(v.real() - r.real()), std::abs(v.imag() - r.imag())});
+    }
+  }
+  c.relativeL2 = total > 0 ? std::sqrt(difference / total) : std::sqrt(difference);
+  return c;
+}
+
+class BeamformingKernel : public DeviceTest<::testing::TestWithParam<std::tuple<Sample, ArrayShape, Wave>>> {};
+
+// All windows and debug outputs, all orders of the axes, all workmodes: against double precision for the values, and
+// against single precision in the stated order for the bits of the apertures.
+TEST_P(BeamformingKernel, AgreesWithDoubleAndSinglePrecision) {
+  const auto [sample, shape, wave] = GetParam();
+  constexpr std::array<std::array<int, 3>, 6> axisOrders{
+      {{0, 1, 2}, {1, 0, 2}, {2, 1, 0}, {0, 2, 1}, {1, 2, 0}, {2, 0, 1}}};
+  for (int type = 0; type <= 6; ++type) {
+    const auto order = static_cast<std::size_t>((type + 2 * static_cast<int>(wave) + static_cast<int>(sample)) % 6);
+    const auto workmode = static_cast<Workmode>((type + static_cast<int>(wave)) % 3);
+    SCOPED_TRACE(fmt::format("type {} workmode {} axis order {}", type, static_cast<int>(workmode), order));
+    BeamformingScene scene = makeScene({.shape = shape, .wave = wave, .seed = static_cast<unsigned>(type + 1)});
+    scene.axes = axisOrders[order];
+    scene.type = static_cast<BeamformerType>(type);
+    scene.workmode = workmode;
+    scene.slices = workmode == Workmode::PerEvent ? 4 : 1; // one slice more than there are events
+    scene.fNumber = type == 1 ? 0.7f : 1.3f;
+    scene.scaling = type >= 3 && type <= 5 ? 1.0f : 0.75f;
+    const bool isDebug = type >= 3 && type <= 5;
+    dispatch(sample, [&]<typename T>() {
+      quantise<T>(scene);
+      const auto exact = delayAndSum<double>(scene);
+      const auto single = delayAndSum<float>(scene);
+      for (const CpuVariant variant : variants()) {
+        SCOPED_TRACE(fmt::format("x86-64-v{}", static_cast<int>(variant)));
+        const auto pixels = runKernel<T>(scene, variant);
+        const Comparison toDouble = compare(pixels, exact), toSingle = compare(pixels, single);
+        EXPECT_EQ(toDouble.wrongValidity, 0);
+        EXPECT_EQ(toDouble.wrongUnwritten, 0);
+        EXPECT_EQ(toSingle.wrongValidity, 0);
+        EXPECT_GT(toDouble.compared, 50);
+        EXPECT_LT(toDouble.doubtful, toDouble.compared / 10);
+        if (isDebug)
+          EXPECT_EQ(toSingle.largest, 0.0) << "apertures differ";
+        else if (isShort(sample))
+          EXPECT_LE(toDouble.largest, 2.0);
+        else
+          EXPECT_LE(toDouble.relativeL2, isComplex(sample) ? 1e-3 : 2e-4);
+        EXPECT_LE(toSingle.relativeL2, isShort(sample) ? 1.0 : 1e-6);
+        EXPECT_LE(toSingle.largest, isShort(sample) ? 1.0 : 1e-2); // shorts: a half may round the other way
+      }
+    });
+  }
+}
+
+std::string sceneName(const ::testing::TestParamInfo<std::tuple<Sample, ArrayShape, Wave>>& test) {
+  constexpr const char* samples[] = {"Short", "Float", "Short2", "Float2"};
+  constexpr const char* waves[] = {"Focused", "Plane", "Diverging"};
+  const auto [sample, shape, wave] = test.param;
+  return fmt::format("{}{}{}", samples[static_cast<int>(sample)], shape == ArrayShape::Linear ? "Linear" : "Convex",
+                     waves[static_cast<int>(wave)]);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, BeamformingKernel,
+                         ::testing::Combine(::testing::Values(Sample::Short, Sample::Float, Sample::Short2,
+                                                              Sample::Float2),
+                                            ::testing::Values(ArrayShape::Linear, ArrayShape::Convex),
+                                            ::testing::Values(Wave::Focused, Wave::Plane, Wave::Diverging)),
+                         sceneName);
+
+// One event on an array of 8 elements at x = -1.05 ... 1.05, one pixel, samples of constant 100 unless the case says
+// otherwise.
+class BeamformingPixel : public DeviceTest<> {
+protected:
+  static BeamformingScene onePixel(float2 position = {0.15f, 5.0f}) {
+    BeamformingScene scene = makeScene({.numElements = 8, .numEvents = 1, .numSamples = 200, .width = 1, .height = 1});
+    std::fill(scene.samples.begin(), scene.samples.end(), 100.0f);
+    scene.positions = {position};
+    scene.events[0].startTime = 0;
+    return scene;
+  }
+  /// The pixel of each instruction set, which must all be equal, NaN included.
+  template <typename T> static std::complex<double> pixel(BeamformingScene scene) {
+    quantise<T>(scene);
+    std::complex<double> result;
+    bool first = true;
+    for (const CpuVariant variant : variants()) {
+      const auto value = toComplex<T>(runKernel<T>(scene, variant)[0]);
+      EXPECT_TRUE(first || value == result || (isNan(value) && isNan(result))) << "variants differ";
+      result = value;
+      first = false;
+    }
+    return result;
+  }
+  static double real(const BeamformingScene& scene) { return pixel<float>(scene).real(); }
+};
+
+TEST_F(BeamformingPixel, EdgeCases) {
+  struct Case {
+    const char* what;
+    std::function<void(BeamformingScene&)> change;
+    std::array<double, 6> expected; ///< unweighted, Hamming, Tukey, aperture size, start, end; NaN is invalid
+  };
+  const auto element = [](const BeamformingScene& s, int i) {
+    return float2{s.elements[static_cast<std::size_t>(i)].x, s.elements[static_cast<std::size_t>(i)].y};
+  };
+  // Hamming and Tukey sums over N elements of value 100.
+  const auto hamming = [](int n) {
+    double sum = 0;
+    for (int i = 0; i < n; ++i)
+      sum += 100 * (0.54 - 0.46 * std::cos(2 * M_PI * i / n));
+    return sum;
+  };
+  const auto tukey = [](int n) {
+    double sum = 0;
+    const double taper = n / 4.0;
+    for (int i = 0; i < n; ++i)
+      sum += 100 * (i < taper        ? (1 - std::cos(M_PI * i / taper)) / 2
+                    : i <= n - taper ? 1
+                                     : (1 - std::cos(M_PI * (n - i) / taper)) / 2);
+    return sum;
+  };
+  const Case cases[] = {
+      {"the whole array", [](auto& s) { s.fNumber = 0.5f; }, {800, hamming(8), tukey(8), 8, 0, 7}},
+      {"F-number 0 is the whole receive aperture",
+       [](auto& s) { s.fNumber = 0; },
+       {800, hamming(8), tukey(8), 8, 0, 7}},
+      {"an empty receive aperture has no value, debug outputs included",
+       [](auto& s) {
+         s.events[0].apertureFirst = 3;
+         s.events[0].apertureLast = 2;
+       },
+       {nan, nan, nan, nan, nan, nan}},
+      {"one receive element: Tukey gives it the weight 0, not NaN",
+       [](auto& s) { s.events[0].apertureFirst = s.events[0].apertureLast = 5; },
+       {100, 8, 0, 1, 5, 5}},
+      {"the first element is never the centre, not even for a pixel on it",
+       [&](auto& s) {
+         s.positions[0] = element(s, 0);
+         s.fNumber = 1;
+       },
+       {100, 8, 0, 1, 1, 1}},
+      {"a pixel on an element has that element",
+       [&](auto& s) { s.positions[0] = element(s, 4); },
+       {100, 8, 0, 1, 4, 4}},
+      {"a tie goes to the lower index",
+       [](auto& s) {
+         s.positions[0] = {0.0f, 0.3f};
+       },
+       {100, 8, 0, 1, 3, 3}},
+      {"width 2 from 1.5 pitches on: halves round away from zero",
+       [](auto& s) {
+         s.fNumber = 1;
+         s.pitch = 0.5f;
+         s.elements[4] = {0, 0, 0};
+         s.positions[0] = {0, 0.75f};
+       },
+       {300, hamming(3), tukey(3), 3, 3, 5}},
+      {"an aperture at the edge is clipped, not shifted",
+       [](auto& s) {
+         s.fNumber = 1;
+         s.positions[0] = {1.05f, 1.2f};
+       },
+       {300, hamming(3), tukey(3), 3, 5, 7}},
+      {"a negative width of one element or more leaves nothing",
+       [](auto& s) { s.fNumber = -0.5f; },
+       {nan, nan, nan, nan, nan, nan}},
+      {"an infinite negative width too", [](auto& s) { s.fNumber = -0.0f; }, {nan, nan, nan, nan, nan, nan}},
+      {"F-number NaN gives width 0", [](auto& s) { s.fNumber = nan; }, {100, 8, 0, 1, 4, 4}},
+      {"a NaN position takes the first element and has no value",
+       [](auto& s) {
+         s.positions[0] = {nan, nan};
+       },
+       {nan, nan, nan, 1, 0, 0}},
+      {"an infinite position is nearest to none and infinitely wide",
+       [](auto& s) {
+         s.positions[0] = {0, inf};
+       },
+       {nan, nan, nan, 8, 0, 7}},
+      {"an unknown kind of wave has no value, but an aperture",
+       [](auto& s) {
+         s.events[0].eventType = 3;
+         s.fNumber = 0;
+       },
+       {nan, nan, nan, 8, 0, 7}},
+      {"times before the recording are no data", [](auto& s) { s.events[0].startTime = 1; }, {nan, nan, nan, 1, 4, 4}},
+      {"times after it too", [](auto& s) { s.events[0].startTime = -1; }, {nan, nan, nan, 1, 4, 4}},
+      {"a recording of one sample has no interval",
+       [](auto& s) {
+         s.numSamples = 1;
+         s.samples.resize(static_cast<std::size_t>(s.numChannels));
+       },
+       {nan, nan, nan, 1, 4, 4}},
+  };
+  for (const Case& c : cases)
+    for (int type = 0; type < 6; ++type) {
+      BeamformingScene scene = onePixel();
+      scene.fNumber = 50; // one element
+      c.change(scene);
+      scene.type = static_cast<BeamformerType>(type);
+      const double expected = c.expected[static_cast<std::size_t>(type)];
+      const double value = real(scene);
+      if (std::isnan(expected))
+        EXPECT_TRUE(std::isnan(value)) << c.what << ", type " << type << ": " << value;
+      else
+        EXPECT_NEAR(value, expected, 1e-4) << c.what << ", type " << type;
+    }
+}
+
+// A plane wave onto one element straight above the pixel: the echo comes after 2 depth / c, so a depth of c k / (2 fs)
+// reads sample k.
+TEST_F(BeamformingPixel, InterpolatesBetweenSamplesAndEndsBeforeTheLast) {
+  struct Case {
+    float sampleIndex;
+    double expected;
+  };
+  for (const auto& [index, expected] :
+       {Case{0, 0}, Case{1, 10}, Case{1.5f, 15}, Case{6.75f, 67.5}, Case{7, nan}, Case{8, nan}, Case{-0.5f, nan}}) {
+    BeamformingScene scene = onePixel();
+    scene.numSamples = 8;
+    scene.samples.resize(static_cast<std::size_t>(8 * scene.numChannels));
+    for (int k = 0; k < 8; ++k)
+      for (int channel = 0; channel < scene.numChannels; ++channel)
+        scene.sample(channel, k, 0) = 10.0f * static_cast<float>(k);
+    auto& event = scene.events[0];
+    event.apertureFirst = event.apertureLast = 4;
+    event.waveFiducial = {0, 1, 0};
+    event.speedOfSound = 2.0f;
+    event.samplingFrequency = 1.0f;
+    scene.positions[0] = {scene.elements[4].x, std::abs(index)};
+    event.startTime = index < 0 ? 2 * -index : 0;
+    const double value = real(scene);
+    if (std::isnan(expected))
+      EXPECT_TRUE(std::isnan(value)) << index << ": " << value;
+    else
+      EXPECT_EQ(value, expected) << index;
+  }
+}
+
+TEST_F(BeamformingPixel, NanSamplesAreSkippedAndMarkersDoNotLeakIntoSums) {
+  BeamformingScene scene = onePixel();
+  scene.fNumber = 0;
+  const int channel = scene.elementToChannel[2];
+  for (int k = 0; k < scene.numSamples; ++k)
+    scene.sample(channel, k, 0) = nan;
+  EXPECT_EQ(real(scene), 700.0);
+  for (auto& v : scene.samples)
+    v = nan;
+  EXPECT_TRUE(std::isnan(real(scene)));
+}
+
+TEST_F(BeamformingPixel, ShortResultsAreRoundedAwayFromZeroAndClamped) {
+  struct Case {
+    float scaling;
+    double expected;
+  };
+  for (const auto& [scaling, expected] :
+       {Case{0.005f, 1}, Case{-0.005f, -1}, Case{0.0049f, 0}, Case{327.0f, 32700}, Case{400.0f, 32767},
+        Case{-400.0f, -32767}, Case{inf, 32767}, Case{-inf, -32767}}) {
+    BeamformingScene scene = onePixel();
+    scene.events[0].apertureFirst = scene.events[0].apertureLast = 4; // value 100
+    scene.scaling = scaling;
+    EXPECT_EQ(pixel<short>(scene).real(), expected) << scaling;
+  }
+  BeamformingScene scene = onePixel();
+  scene.scaling = nan;
+  EXPECT_TRUE(std::isnan(pixel<short>(scene).real())) << "NaN is the marker -32768";
+  scene.scaling = 1000;
+  scene.type = BeamformerType::DebugApertureSize;
+  scene.fNumber = 0;
+  EXPECT_EQ(pixel<short>(scene).real(), 8000) << "debug outputs are scaled too";
+  EXPECT_EQ(pixel<short2>(scene), std::complex<double>(8000, 8000));
+}
+
+TEST_F(BeamformingPixel, ComplexProductsFollowTheAnnex) {
+  struct Case {
+    const char* what;
+    std::complex<float> sample;
+    float pulseFrequency;
+    bool isValid;
+  };
+  const Case cases[] = {
+      {"phase 0 turns nothing", {3, -4}, 0, true},
+      {"both parts lost, recovered from the infinite factor", {inf, inf}, 0, true},
+      {"signs are kept", {-inf, inf}, 0, true},
+      {"an infinite part stays a value at a phase that turns it into both", {inf, 2}, 1.23e6f, true},
+      {"an infinite part beside NaN is recovered, too", {inf, nan}, 1.23e6f, true},
+      {"one NaN part is no value", {inf, 1}, 0, false},
+      {"an infinite phase is none", {1, 1}, inf, false},
+      {"nor with an infinite sample: the recovered product has a NaN part", {inf, 1}, inf, false},
+      {"NaN is no value", {nan, nan}, 1.23e6f, false},
+  };
+  for (const Case& c : cases) {
+    BeamformingScene scene = onePixel();
+    scene.events[0].apertureFirst = scene.events[0].apertureLast = 4;
+    scene.events[0].pulseFrequency = c.pulseFrequency;
+    std::fill(scene.samples.begin(), scene.samples.end(), c.sample);
+    scene.isComplex = true;
+    const auto single = delayAndSum<float>(scene)[0];
+    EXPECT_EQ(single.isValid, c.isValid) << c.what;
+    for (const CpuVariant variant : variants()) {
+      const auto value = toComplex<float2>(runKernel<float2>(scene, variant)[0]);
+      EXPECT_EQ(isNan(value), !c.isValid) << c.what;
+      EXPECT_TRUE(!c.isValid || value == single.value) << c.what;
+    }
+  }
+}
+
+TEST_F(BeamformingPixel, CompoundsAddAndLeaveOutNan) {
+  BeamformingScene scene = makeScene({.numElements = 8, .numEvents = 5, .numSamples = 200, .width = 1, .height = 1});
+  std::fill(scene.samples.begin(), scene.samples.end(), 100.0f);
+  for (auto& event : scene.events) {
+    event.apertureFirst = 0;
+    event.apertureLast = 7;
+  }
+  for (int i = 0; i < 40; ++i)
+    scene.elementToChannel[static_cast<std::size_t>(i)] = i % 8;
+  scene.positionSlices = 1;
+  scene.positions = {{0.15f, 3.0f}};
+  scene.fNumber = 0;
+  EXPECT_EQ(real(scene), 5 * 800.0) << "neither elements nor events divide the sum";
+  scene.type = BeamformerType::DebugApertureSize;
+  EXPECT_EQ(real(scene), 5 * 8.0);
+  scene.type = BeamformerType::Unweighted;
+  scene.events[1].startTime = 1;
+  scene.events[3].apertureLast = -1;
+  EXPECT_EQ(real(scene), 3 * 800.0);
+}
+
+} // namespace
+} // namespace Kelvaris::Tests

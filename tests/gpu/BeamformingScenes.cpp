@@ -1,0 +1,92 @@
+#include "gpu/BeamformingScenes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <numeric>
+#include <random>
+
+namespace Kelvaris::Tests {
+
+std::vector<CUDA::float3> elementPositions(ArrayShape shape, int numElements) {
+  constexpr double pitch = 0.3, radius = 20;
+  std::vector<CUDA::float3> positions;
+  for (int i = 0; i < numElements; ++i) {
+    const double along = (i - (numElements - 1) * 0.5) * pitch;
+    if (shape == ArrayShape::Linear)
+      positions.push_back({static_cast<float>(along), 0, 0});
+    else
+      positions.push_back({static_cast<float>(radius * std::sin(along / radius)),
+                           static_cast<float>(radius * std::cos(along / radius) - radius), 0});
+  }
+  return positions;
+}
+
+BeamformingScene makeScene(const SceneOptions& o) {
+  std::mt19937 random(o.seed);
+  const auto uniform = [&](double low, double high) {
+    return std::uniform_real_distribution<double>(low, high)(random);
+  };
+  BeamformingScene scene;
+  scene.elements = elementPositions(o.shape, o.numElements);
+  scene.numChannels = o.numElements + 3;
+  scene.numSamples = o.numSamples;
+
+  for (int i = 0; i < o.numEvents; ++i) {
+    const double angle = (i - (o.numEvents - 1) * 0.5) * 0.15;
+    const auto direction = CUDA::float3{static_cast<float>(std::sin(angle)), static_cast<float>(std::cos(angle)), 0};
+    US::GPU::EventInfo e{};
+    e.speedOfSound = 1.54e6f;
+    e.pulseFrequency = 2.5e6f;
+    e.eventType = static_cast<int>(o.wave);
+    e.timeZeroPoint = scene.elements[angle > 0 ? 0 : scene.elements.size() - 1];
+    e.waveFiducial = o.wave == Wave::Focused     ? CUDA::float3{static_cast<float>(i) - 1.0f, 11.0f, 0}
+                     : o.wave == Wave::Diverging ? CUDA::float3{static_cast<float>(i) - 1.0f, -7.0f, 0}
+                                                 : direction;
+    e.waveStart = {static_cast<float>(i) - 1.0f, 0, 0};
+    // The whole array, then parts of it.
+    e.apertureFirst = i % 3 == 1 ? o.numElements / 4 : 0;
+    e.apertureLast = i % 3 == 2 ? o.numElements * 3 / 4 : o.numElements - 1;
+    e.samplingFrequency = 20e6f;
+    e.startTime = static_cast<float>(0.4e-6 * i);
+    scene.events.push_back(e);
+
+    std::vector<int> channels(static_cast<std::size_t>(scene.numChannels));
+    std::iota(channels.begin(), channels.end(), 0);
+    std::shuffle(channels.begin(), channels.end(), random);
+    for (int element = 0; element < o.numElements; ++element)
+      scene.elementToChannel.push_back(
+          element < e.apertureFirst || element > e.apertureLast ? -1 : channels[static_cast<std::size_t>(element)]);
+  }
+
+  scene.samples.resize(static_cast<std::size_t>(scene.numChannels) * static_cast<std::size_t>(o.numSamples) *
+                       static_cast<std::size_t>(o.numEvents));
+  for (int event = 0; event < o.numEvents; ++event)
+    for (int channel = 0; channel < scene.numChannels; ++channel) {
+      const double f1 = uniform(0.01, 0.05), f2 = uniform(0.05, 0.1), a = uniform(0, 6), b = uniform(0, 6);
+      for (int k = 0; k < o.numSamples; ++k) {
+        const double p = 2 * std::numbers::pi * k;
+        scene.sample(channel, k, event) = {static_cast<float>(700 * std::cos(f1 * p + a) + 300 * std::cos(f2 * p + b)),
+                                           static_cast<float>(700 * std::sin(f1 * p + a) - 300 * std::sin(f2 * p + b))};
+      }
+    }
+
+  scene.width = o.width;
+  scene.height = o.height;
+  scene.positionSlices = o.numEvents;
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  const double halfWidth = o.numElements * 0.5 * 0.3 * 1.2;
+  for (int slice = 0; slice < scene.positionSlices; ++slice)
+    for (int y = 0; y < o.height; ++y)
+      for (int x = 0; x < o.width; ++x) {
+        const bool covered = (x + 2 * slice) % 7 != 0 || y % 3 != 0;
+        const double px = halfWidth * (2 * (x + uniform(0.2, 0.8)) / o.width - 1);
+        const double py = 20 * (y + uniform(0.2, 0.8)) / o.height - 0.5;
+        scene.positions.push_back(covered ? CUDA::float2{static_cast<float>(px), static_cast<float>(py)}
+                                          : CUDA::float2{nan, nan});
+      }
+  return scene;
+}
+
+} // namespace Kelvaris::Tests

@@ -1,0 +1,135 @@
+#include "gpu/KernelLauncher.h"
+
+#include "CUDA/Device.h"
+#include "CUDA/DeviceBufferImage.h"
+#include "CUDA/Utils.h"
+#include "Lib/MemImage.h"
+#include "gpu/BeamformingLaunch.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+namespace Kelvaris::Tests {
+
+using CUDA::DeviceBufferImage;
+using CUDA::DeviceVector;
+using CUDA::float2;
+using CUDA::short2;
+using namespace US::GPU;
+
+namespace {
+
+template <typename T> constexpr bool isComplexSample = std::is_same_v<T, short2> || std::is_same_v<T, float2>;
+template <typename T> constexpr bool isShortSample = std::is_same_v<T, short2> || std::is_same_v<T, short>;
+
+template <typename T> T toSampleType(std::complex<float> v) {
+  if constexpr (std::is_same_v<T, short>)
+    return static_cast<short>(v.real());
+  else if constexpr (std::is_same_v<T, float>)
+    return v.real();
+  else if constexpr (std::is_same_v<T, short2>)
+    return {static_cast<short>(v.real()), static_cast<short>(v.imag())};
+  else
+    return {v.real(), v.imag()};
+}
+
+template <typename T> ImageDescriptor descriptor(int width, int height, int slices) {
+  return {isShortSample<T> ? PixelInt16 : PixelFloat, width, height, slices, isComplexSample<T> ? 2 : 1};
+}
+
+} // namespace
+
+template <typename T> void quantise(BeamformingScene& scene) {
+  scene.isComplex = isComplexSample<T>;
+  for (auto& v : scene.samples) {
+    if (isShortSample<T>) v = {std::round(v.real()), std::round(v.imag())};
+    if (!isComplexSample<T>) v = v.real();
+  }
+}
+
+template <typename T>
+std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant, bool plainScan) {
+  const auto numEvents = static_cast<int>(scene.events.size()), numElements = static_cast<int>(scene.elements.size());
+  int extent[3]{};
+  extent[scene.axes[0]] = scene.numChannels;
+  extent[scene.axes[1]] = scene.numSamples;
+  extent[scene.axes[2]] = numEvents;
+  const auto channelData = MemImage::create(descriptor<T>(extent[0], extent[1], extent[2]));
+  for (int event = 0; event < numEvents; ++event)
+    for (int k = 0; k < scene.numSamples; ++k)
+      for (int channel = 0; channel < scene.numChannels; ++channel) {
+        int at[3]{};
+        at[scene.axes[0]] = channel;
+        at[scene.axes[1]] = k;
+        at[scene.axes[2]] = event;
+        const std::size_t index =
+            (static_cast<std::size_t>(at[2]) * static_cast<std::size_t>(extent[1]) + static_cast<std::size_t>(at[1])) *
+                static_cast<std::size_t>(extent[0]) +
+            static_cast<std::size_t>(at[0]);
+        static_cast<T*>(channelData->data())[index] = toSampleType<T>(scene.sample(channel, k, event));
+      }
+  TypedImage<float> positions(scene.width, scene.height, scene.positionSlices, 2);
+  std::memcpy(positions.data(), scene.positions.data(), positions.byteSize());
+  TypedImage<int> table(numElements, numEvents);
+  std::memcpy(table.data(), scene.elementToChannel.data(), table.byteSize());
+  const auto output = MemImage::create(descriptor<T>(scene.width, scene.height, scene.slices));
+  const std::size_t numPixels = output->byteSize() / sizeof(T);
+  std::fill_n(static_cast<T*>(output->data()), numPixels, toSampleType<T>({77.0f, 77.0f}));
+
+  const DeviceBufferImage deviceData(*channelData), devicePositions(positions), deviceTable(table),
+      deviceOutput(*output);
+  const DeviceVector<EventInfo> events{scene.events};
+  const DeviceVector<CUDA::float3> elements{scene.elements};
+  BeamformingArguments a;
+  a.channelData = deviceData.kernelBuffer();
+  a.samplePositions = devicePositions.kernelBuffer();
+  a.output = deviceOutput.kernelBuffer();
+  a.events = events.data();
+  a.elementPositions = elements.data();
+  a.numElements = numElements;
+  a.elementToChannel = deviceTable.kernelBuffer();
+  a.fNumber = scene.fNumber;
+  a.outputValueScaling = scene.scaling;
+  a.pitch = scene.pitch;
+  a.beamformerType = scene.type;
+  a.workmode = scene.workmode;
+  a.channelsAxis = scene.axes[0];
+  a.fastTimeAxis = scene.axes[1];
+  a.slowTimeAxis = scene.axes[2];
+  if (!plainScan) a.search = ElementSearch::fit(scene.elements);
+  const CUDA::LaunchShape shape = CUDA::Utils::kernelBlocks(CUDA::Dim3{scene.width, scene.height, scene.slices});
+#if KELVARIS_HAVE_CUDA
+  if (CUDA::Device::isCuda())
+    CUDA::Utils::printError(beamformOnCuda<T>(shape, a));
+  else
+#endif
+    beamformOnCpu<T>(shape, a, variant);
+
+  const auto result = deviceOutput.download();
+  const T* pixels = static_cast<const T*>(result->data());
+  return {pixels, pixels + numPixels};
+}
+
+template <typename T> std::complex<double> toComplex(T value) {
+  const auto component = [](auto v) {
+    return std::is_same_v<decltype(v), short> && v == -32768 ? std::numeric_limits<double>::quiet_NaN()
+                                                             : static_cast<double>(v);
+  };
+  if constexpr (isComplexSample<T>)
+    return {component(value.x), component(value.y)};
+  else
+    return {component(value), 0.0};
+}
+
+#define KELVARIS_INSTANTIATE(T)                                                                                        \
+  template void quantise<T>(BeamformingScene&);                                                                        \
+  template std::vector<T> runKernel<T>(const BeamformingScene&, CUDA::CpuVariant, bool);                               \
+  template std::complex<double> toComplex<T>(T);
+KELVARIS_INSTANTIATE(short)
+KELVARIS_INSTANTIATE(float)
+KELVARIS_INSTANTIATE(short2)
+KELVARIS_INSTANTIATE(float2)
+
+} // namespace Kelvaris::Tests
