@@ -83,10 +83,10 @@ GlImage::GlImage(const ImageDescriptor& descriptor) : Image(descriptor) {
     else
       KELVARIS_GL_CHECKED(glTextureStorage2D(m_texture, 1, m_internalFormat, descriptor.width(), descriptor.height()));
     // Without mipmaps a texture is complete only with these filters.
-    for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER})
-      KELVARIS_GL_CHECKED(glTextureParameteri(m_texture, filter, GL_NEAREST));
-    for (const GLenum wrap : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T})
-      KELVARIS_GL_CHECKED(glTextureParameteri(m_texture, wrap, GL_CLAMP_TO_EDGE));
+    KELVARIS_GL_CHECKED(glTextureParameteri(m_texture, GL_TEXTURE_MIN_FILTER, GL_NEAREST));
+    KELVARIS_GL_CHECKED(glTextureParameteri(m_texture, GL_TEXTURE_MAG_FILTER, GL_NEAREST));
+    KELVARIS_GL_CHECKED(glTextureParameteri(m_texture, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE));
+    KELVARIS_GL_CHECKED(glTextureParameteri(m_texture, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE));
   } catch (...) {
     glDeleteTextures(1, &m_texture);
     throw;

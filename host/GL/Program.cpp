@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <ranges>
 #include <sstream>
 #include <utility>
 
@@ -122,8 +121,11 @@ Program::~Program() {
 bool Program::addAbstractIncludeDefinition(const AbstractInclude& include, const std::string& name) {
   const auto found = m_includes.find(name);
   if (found == m_includes.end()) {
+    std::vector<std::string> known;
+    for (const auto& [include, text] : m_includes)
+      known.push_back(include);
     Log::error(kCategory, "The shader {} has no abstract include \"{}\"; it has: {}", m_name, name,
-               m_includes.empty() ? "none" : fmt::format("{}", fmt::join(m_includes | std::views::keys, ", ")));
+               known.empty() ? "none" : fmt::format("{}", fmt::join(known, ", ")));
     return false;
   }
   std::string source = include.source(name);
