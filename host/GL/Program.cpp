@@ -122,8 +122,8 @@ bool Program::addAbstractIncludeDefinition(const AbstractInclude& include, const
   const auto found = m_includes.find(name);
   if (found == m_includes.end()) {
     std::vector<std::string> known;
-    for (const auto& [include, text] : m_includes)
-      known.push_back(include);
+    for (const auto& [existing, text] : m_includes)
+      known.push_back(existing);
     Log::error(kCategory, "The shader {} has no abstract include \"{}\"; it has: {}", m_name, name,
                known.empty() ? "none" : fmt::format("{}", fmt::join(known, ", ")));
     return false;
