@@ -48,7 +48,7 @@ public:
   bool isMetric() const { return m_metric; }
   void setMetric(bool metric) { m_metric = metric; }
 
-  /// Real value = stored value * scale + shift.
+  /// Real value = stored value / scale - shift.
   double shift() const { return m_shift; }
   void setShift(double shift) { m_shift = shift; }
   double scale() const { return m_scale; }

@@ -2,6 +2,7 @@
 
 #include "Core/Log.h"
 #include "US/FrameGeometryMetadata.h"
+#include "imaging/VectorLog.h"
 #include "model/AlgorithmFrame.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 namespace Kelvaris::US {
 namespace {
@@ -54,59 +56,102 @@ bool hasOneOrTwoChannels(const SharedImage& image) {
 
 template <typename T>
 void readAmplitudes(const T* samples, std::size_t count, int channels, const Scaling& scaling, Block& amplitudes) {
-  const auto value = [&](std::size_t i) { return static_cast<double>(samples[i]) / scaling.scale - scaling.shift; };
-  if (channels == 1)
-    for (std::size_t i = 0; i < count; ++i)
-      amplitudes[i] = std::abs(value(i));
+  const auto read = [&](auto value) {
+    if (channels == 1)
+      for (std::size_t i = 0; i < count; ++i)
+        amplitudes[i] = std::abs(value(i));
+    else
+      for (std::size_t i = 0; i < count; ++i)
+        amplitudes[i] = std::sqrt(value(2 * i) * value(2 * i) + value(2 * i + 1) * value(2 * i + 1));
+  };
+  if (scaling.scale == 1.0 && scaling.shift == 0.0)
+    read([samples](std::size_t i) { return static_cast<double>(samples[i]); });
   else
+    read([samples, scaling](std::size_t i) { return static_cast<double>(samples[i]) / scaling.scale - scaling.shift; });
+}
+
+/// From amplitudes to what is stored, for one set of parameters.
+class Mapping {
+public:
+  Mapping(const LogCompressionAlgorithm::Parameters& parameters, bool masked, const Scaling& scaling)
+      : m_reference(static_cast<float>(parameters.referenceAmplitude)),
+        m_range(parameters.dynamicRange),
+        m_factor((masked ? 254.0 : 255.0) / parameters.dynamicRange),
+        m_offset(masked ? 1.0 : 0.0),
+        m_scaling(scaling) {}
+
+  double ratio(double amplitude) const { return std::max(amplitude, static_cast<double>(kFloor)) / m_reference; }
+  double decibels(double logarithm) const {
+    return std::min(std::max(logarithm / kLn10 * static_cast<double>(kDecibelsPerDecade), -m_range), 0.0);
+  }
+  /// With a mask, level 0 is kept for the invalid pixels.
+  double level(double decibels) const { return (decibels + m_range) * m_factor + m_offset; }
+  double stored(double value) const { return (value + m_scaling.shift) * m_scaling.scale; }
+
+private:
+  double m_reference;
+  double m_range;
+  double m_factor;
+  double m_offset;
+  Scaling m_scaling;
+};
+
+template <typename T, typename Out>
+void maskPixels(const T* samples, std::size_t count, int channels, const IntensityMask& mask, Out invalid,
+                Out* output) {
+  const auto n = static_cast<std::size_t>(channels);
+  for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t channel = 0; channel < n; ++channel)
+      if (mask.isMasked(static_cast<double>(samples[i * n + channel]))) output[i] = invalid;
+}
+
+/// A value to be stored in 8 bits: rounded half away from zero, held within the type; NaN becomes 0.
+struct Byte {
+  explicit Byte(double value)
+      : held(std::min(std::max(0.0, value), 255.0)), // in this order of the operands NaN gives 0
+        below(static_cast<int>(held)),
+        rest(held - below) {}
+  unsigned char rounded() const { return static_cast<unsigned char>(below + (rest >= 0.5)); }
+  /// So close to the border between two levels, the last digit of the logarithm decides.
+  bool isNearHalf() const { return std::abs(rest - 0.5) < 1e-6; }
+
+  double held;
+  int below;
+  double rest;
+};
+
+/// Decibels, or display levels for 8-bit output, of `count` amplitudes.
+template <typename Out> void map(const Mapping& mapping, std::size_t count, Block& values, Out* output) {
+  Block ratios;
+  for (std::size_t i = 0; i < count; ++i)
+    ratios[i] = mapping.ratio(values[i]);
+  std::fill(ratios.begin() + static_cast<std::ptrdiff_t>(count), ratios.end(), 1.0);
+  values = ratios;
+  vectorLog(values.data(), (count + 3) / 4 * 4);
+  for (std::size_t i = 0; i < count; ++i)
+    values[i] = mapping.decibels(values[i]);
+  if constexpr (std::is_same_v<Out, float>) {
     for (std::size_t i = 0; i < count; ++i)
-      amplitudes[i] = std::sqrt(value(2 * i) * value(2 * i) + value(2 * i + 1) * value(2 * i + 1));
-}
-
-/// Amplitudes become decibels in [-dynamicRange, 0]; NaN stays NaN.
-void toDecibels(std::size_t count, const LogCompressionAlgorithm::Parameters& parameters, Block& values) {
-  const double reference = static_cast<float>(parameters.referenceAmplitude), lowest = -parameters.dynamicRange;
-  for (std::size_t i = 0; i < count; ++i)
-    values[i] = std::max(values[i], static_cast<double>(kFloor)) / reference;
-  for (std::size_t i = 0; i < count; ++i)
-    values[i] = std::log(values[i]);
-  for (std::size_t i = 0; i < count; ++i)
-    values[i] = std::min(std::max(values[i] / kLn10 * static_cast<double>(kDecibelsPerDecade), lowest), 0.0);
-}
-
-template <typename T>
-void maskPixels(const T* samples, std::size_t count, int channels, const IntensityMask& mask, double invalid,
-                Block& values) {
-  for (std::size_t i = 0; i < count; ++i)
-    for (int channel = 0; channel < channels; ++channel)
-      if (mask.isMasked(
-              static_cast<double>(samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(channel)])))
-        values[i] = invalid;
-}
-
-void store(const Block& values, std::size_t count, const Scaling& scaling, float* output) {
-  for (std::size_t i = 0; i < count; ++i)
-    output[i] = static_cast<float>((values[i] + scaling.shift) * scaling.scale);
-}
-
-/// Rounded half away from zero, held within the type; NaN becomes 0.
-void store(const Block& values, std::size_t count, const Scaling& scaling, unsigned char* output) {
-  for (std::size_t i = 0; i < count; ++i) {
-    const double stored = (values[i] + scaling.shift) * scaling.scale;
-    const double held = std::min(std::max(0.0, stored), 255.0); // in this order of the operands NaN gives 0
-    const int below = static_cast<int>(held);
-    output[i] = static_cast<unsigned char>(below + (held - below >= 0.5));
+      output[i] = static_cast<float>(mapping.stored(values[i]));
+  } else {
+    int near = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      values[i] = mapping.stored(mapping.level(values[i]));
+      const Byte byte(values[i]);
+      output[i] = byte.rounded();
+      near += byte.isNearHalf();
+    }
+    for (std::size_t i = 0; near > 0 && i < count; ++i)
+      if (Byte(values[i]).isNearHalf())
+        output[i] = Byte(mapping.stored(mapping.level(mapping.decibels(std::log(ratios[i]))))).rounded();
   }
 }
 
 template <typename Sample, typename Out>
 void compress(const Sample* samples, std::size_t pixels, int channels, const IntensityMask* mask,
-              const Scaling& scaling, const LogCompressionAlgorithm::Parameters& parameters, Out* output) {
-  constexpr bool levels = std::is_same_v<Out, unsigned char>;
-  // With a mask, level 0 is kept for the invalid pixels.
-  const double factor = (mask ? 254.0 : 255.0) / parameters.dynamicRange, offset = mask ? 1.0 : 0.0;
-  const double invalid = levels ? 0.0 : std::numeric_limits<double>::quiet_NaN();
-
+              const Mapping& mapping, const Scaling& scaling, Out* output) {
+  const Out invalid =
+      static_cast<Out>(mapping.stored(std::is_same_v<Out, float> ? std::numeric_limits<double>::quiet_NaN() : 0.0));
   const auto blocks = static_cast<std::ptrdiff_t>((pixels + kBlock - 1) / kBlock);
 #pragma omp parallel for schedule(static) if (blocks > 8)
   for (std::ptrdiff_t block = 0; block < blocks; ++block) {
@@ -114,12 +159,8 @@ void compress(const Sample* samples, std::size_t pixels, int channels, const Int
     const Sample* const source = samples + first * static_cast<std::size_t>(channels);
     Block values;
     readAmplitudes(source, count, channels, scaling, values);
-    toDecibels(count, parameters, values);
-    if constexpr (levels)
-      for (std::size_t i = 0; i < count; ++i)
-        values[i] = (values[i] + parameters.dynamicRange) * factor + offset;
-    if (mask) maskPixels(source, count, channels, *mask, invalid, values);
-    store(values, count, scaling, output + first);
+    map(mapping, count, values, output + first);
+    if (mask) maskPixels(source, count, channels, *mask, invalid, output + first);
   }
 }
 
@@ -132,9 +173,11 @@ std::shared_ptr<SharedImage> compress(const SharedImage& image, const LogCompres
   auto output = std::make_shared<TypedImage<Out>>(descriptor);
   const auto input = image.mem();
   const auto mask = image.mask();
+  const Scaling scaling = {descriptor.shift(), descriptor.scale()};
+  const Mapping mapping(parameters, mask != nullptr, scaling);
   dispatchPixelType(pixelType, [&]<typename Sample>() {
-    compress(static_cast<const Sample*>(input->data()), output->size(), channels, mask.get(),
-             {descriptor.shift(), descriptor.scale()}, parameters, output->pointer());
+    compress(static_cast<const Sample*>(input->data()), output->size(), channels, mask.get(), mapping, scaling,
+             output->pointer());
   });
 
   auto result = std::make_shared<SharedImage>(output);

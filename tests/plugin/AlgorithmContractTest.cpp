@@ -1,0 +1,184 @@
+// What all algorithms of the library have in common, seen from the host: one line an algorithm.
+
+#include "Core/Progress.h"
+#include "Lib/DefaultAlgorithmController.h"
+#include "Lib/FactoryRegistry.h"
+#include "Lib/PluginManager.h"
+#include "Stream/ImageStream.h"
+#include "Stream/StreamAlgorithmExecutor.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Kelvaris {
+namespace {
+
+constexpr int kImages = 3;
+constexpr int kSpoilt = 1;
+
+struct Contract {
+  const char* id;
+  const char* category;
+  Data::Kind streamKind;              ///< of a stream that it accepts
+  void (*addImage)(SharedImageSet&);  ///< one that it processes, with the components that this takes
+  void (*addSpoilt)(SharedImageSet&); ///< one that it refuses
+  const char* error;                  ///< the last message of a run over three images, the second spoilt
+  bool hasProgress = true;
+  bool keepsSetState = false;
+};
+
+std::shared_ptr<SharedImage> filled(int pixelType, int width, int height, int channels) {
+  auto pixels = MemImage::create(ImageDescriptor(pixelType, width, height, 1, channels));
+  std::memset(pixels->data(), 1, pixels->byteSize());
+  return std::make_shared<SharedImage>(std::shared_ptr<Image>(std::move(pixels)));
+}
+
+const Contract kContracts[] = {
+    {"USImgFormation.LogCompression", "Ultrasound;Log Compression", Data::ImageStreamKind,
+     [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 2)); },
+     [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 5)); },
+     "4 LogCompressionAlgorithm: Error while filtering image 1of3"},
+};
+
+class AlgorithmContract : public ::testing::TestWithParam<Contract> {
+protected:
+  static void SetUpTestSuite() { PluginManager::get().load(PLUGIN_FILE); }
+
+  AlgorithmContract() {
+    images.setModality(Data::Ultrasound);
+    images.properties().setParam("patient", std::string("phantom"));
+    for (int i = 0; i < kImages; ++i) {
+      GetParam().addImage(images);
+      images.setTimestamp(10.0 + i, i);
+    }
+    descriptor = FactoryRegistry::get().algorithmDescriptor(GetParam().id, false);
+  }
+
+  std::unique_ptr<Algorithm> create() { return descriptor ? descriptor->create({&images}) : nullptr; }
+
+  SharedImageSet images;
+  std::optional<AlgorithmFactory::Descriptor> descriptor;
+};
+
+TEST_P(AlgorithmContract, IsOfferedUnderItsIdAndMenuPath) {
+  ASSERT_TRUE(descriptor);
+  EXPECT_EQ(descriptor->category, GetParam().category);
+  EXPECT_EQ(descriptor->attributes, AlgorithmFactory::Descriptor::NoAttributes);
+  EXPECT_FALSE(descriptor->properties);
+  EXPECT_TRUE(descriptor->isCompatible({&images}));
+  EXPECT_FALSE(descriptor->isCompatible({}));
+  EXPECT_FALSE(descriptor->isCompatible({&images, &images}));
+  const auto algorithm = create();
+  ASSERT_NE(algorithm, nullptr);
+  EXPECT_EQ(algorithm->factoryInfo().id, GetParam().id);
+  EXPECT_EQ(algorithm->factoryInfo().displayName, descriptor->displayName());
+  EXPECT_FALSE(algorithm->survivesDataDeletion(&images));
+}
+
+TEST_P(AlgorithmContract, GivesOneImageForEachWithItsTimestampOnceOnly) {
+  const auto algorithm = create();
+  ASSERT_NE(algorithm, nullptr);
+  EXPECT_TRUE(algorithm->takeOutput().empty());
+  for (int run = 0; run < 2; ++run) {
+    algorithm->compute();
+    ASSERT_EQ(algorithm->status(), Algorithm::Success);
+    const auto output = algorithm->takeOutput().extract<SharedImageSet>();
+    ASSERT_NE(output, nullptr);
+    ASSERT_EQ(output->size(), kImages);
+    EXPECT_EQ(output->modality(), Data::Ultrasound);
+    EXPECT_EQ(output->timestamp(2), 12.0);
+    EXPECT_EQ(output->properties().hasParam("patient"), GetParam().keepsSetState);
+    EXPECT_TRUE(algorithm->takeOutput().empty());
+  }
+}
+
+TEST_P(AlgorithmContract, AnEmptySetGivesAnEmptyOutput) {
+  const auto algorithm = create();
+  ASSERT_NE(algorithm, nullptr);
+  images.removeImages();
+  algorithm->compute();
+  EXPECT_EQ(algorithm->status(), Algorithm::Success);
+  EXPECT_EQ(algorithm->takeOutput().extract<SharedImageSet>()->size(), 0);
+}
+
+TEST_P(AlgorithmContract, AFailedImageLeavesNoOutput) {
+  images.removeImages();
+  for (int i = 0; i < kImages; ++i)
+    (i == kSpoilt ? GetParam().addSpoilt : GetParam().addImage)(images);
+  const auto algorithm = create();
+  ASSERT_NE(algorithm, nullptr);
+  Tests::ExpectedLog log;
+  algorithm->compute();
+  EXPECT_EQ(algorithm->status(), Algorithm::Failure);
+  EXPECT_TRUE(algorithm->takeOutput().empty());
+  ASSERT_FALSE(log.messages().empty());
+  EXPECT_EQ(log.messages().back(), GetParam().error);
+}
+
+TEST_P(AlgorithmContract, CanBeCanceledWhereItHasProgress) {
+  const auto algorithm = create();
+  ASSERT_NE(algorithm, nullptr);
+  Progress progress;
+  std::string text;
+  progress.onStep = [&](const ProgressTask& task) {
+    text = task.text();
+    EXPECT_EQ(task.steps(), kImages);
+    progress.cancel();
+  };
+  progress.cancel();
+  algorithm->setProgress(&progress);
+  algorithm->compute();
+  EXPECT_EQ(text, GetParam().hasProgress ? descriptor->displayName() : "");
+  EXPECT_EQ(algorithm->status(), GetParam().hasProgress ? Algorithm::Canceled : Algorithm::Success);
+  EXPECT_EQ(algorithm->takeOutput().empty(), GetParam().hasProgress);
+}
+
+TEST_P(AlgorithmContract, AStreamGivesAnExecutorThatFindsItByName) {
+  ImageStream stream("probe");
+  stream.setKind(GetParam().streamKind);
+  const auto algorithm = descriptor->create({&stream});
+  auto* const executor = dynamic_cast<StreamAlgorithmExecutor*>(algorithm.get());
+  ASSERT_NE(executor, nullptr);
+  EXPECT_EQ(executor->streamAlgorithmName(), descriptor->displayName());
+
+  executor->compute();
+  EXPECT_EQ(executor->status(), Algorithm::Success);
+  std::vector<int> sizes;
+  const auto connection = executor->stream()->dataSignal.connect([&](const std::shared_ptr<const StreamData>& data) {
+    sizes.push_back(dynamic_cast<const ImageStreamData&>(*data).images()->size());
+  });
+  for (int i = 0; i < 2; ++i)
+    stream.dataSignal.emitSignal(std::make_shared<ImageStreamData>(std::shared_ptr<SharedImageSet>(images.clone(4))));
+  EXPECT_EQ(sizes, (std::vector<int>{kImages, kImages}));
+  EXPECT_EQ(executor->streamAlgorithm() != nullptr, true);
+}
+
+TEST_P(AlgorithmContract, ItsFormReachesItAtOnce) {
+  const auto algorithm = create();
+  ASSERT_NE(algorithm, nullptr);
+  const auto controller = FactoryRegistry::get().createAlgorithmController(algorithm.get());
+  auto* const form = dynamic_cast<DefaultAlgorithmController*>(controller.get());
+  ASSERT_NE(form, nullptr);
+  EXPECT_TRUE(form->configureOnChanged());
+  ASSERT_FALSE(form->fields().empty());
+  for (const DefaultAlgorithmController::Field& field : std::vector(form->fields())) {
+    const std::string text = field.type == ParameterType::Bool       ? (field.text == "true" ? "false" : "true")
+                             : field.type == ParameterType::Vector2i ? "7 8"
+                                                                     : "3";
+    form->setText(field.key, text);
+    EXPECT_EQ(algorithm->parameter(field.key.c_str())->text(), text);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Algorithms, AlgorithmContract, ::testing::ValuesIn(kContracts), [](const auto& contract) {
+  const std::string id = contract.param.id;
+  return id.substr(id.find('.') + 1);
+});
+
+} // namespace
+} // namespace Kelvaris
