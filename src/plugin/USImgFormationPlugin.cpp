@@ -5,6 +5,7 @@
 #include "Lib/PluginInterface.h"
 #include "model/BeamformingRois.h"
 #include "model/ChannelDataLayout.h"
+#include "model/FrameAcquisition.h"
 #include "model/PulseEchoEvent.h"
 #include "model/Transducer.h"
 #include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
@@ -53,10 +54,13 @@ int KelvarisUSImgFormationPlugin::init() {
 
   const DataComponentFactory::OwnerScope scope(this);
   registerComponent<ChannelDataLayout>();
+  registerComponent<FrameAcquisition>();
   registerComponent<PulseEchoEvent>();
   registerComponent<Transducer>();
   registerComponent<BeamformingRois>();
-  registerComponent<BeamformingRois>("UltrafastBeamformingRois"); // what older files call it
+  // What older files call them.
+  registerComponent<FrameAcquisition>("PulseEchoSequence");
+  registerComponent<BeamformingRois>("UltrafastBeamformingRois");
   return 0;
 }
 

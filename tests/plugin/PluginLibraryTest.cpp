@@ -94,10 +94,9 @@ TEST(PluginLibraryTest, InitBringsInWhatTheLibraryHas) {
   const struct {
     const char* stored;
     const char* id;
-  } components[] = {{"ChannelDataLayout", "ChannelDataLayout"},
-                    {"PulseEchoEvent", "PulseEchoEvent"},
-                    {"Transducer", "Transducer"},
-                    {"BeamformingRois", "BeamformingRois"},
+  } components[] = {{"ChannelDataLayout", "ChannelDataLayout"},     {"FrameAcquisition", "FrameAcquisition"},
+                    {"PulseEchoEvent", "PulseEchoEvent"},           {"Transducer", "Transducer"},
+                    {"BeamformingRois", "BeamformingRois"},         {"PulseEchoSequence", "FrameAcquisition"},
                     {"UltrafastBeamformingRois", "BeamformingRois"}};
   for (const auto& c : components) {
     const auto component = DataComponentFactory::get().create(c.stored);
