@@ -20,7 +20,7 @@ struct BeamformingArguments {
   float fNumber = 1;
   float outputValueScaling = 1;
   float pitch = 0;
-  BeamformerType beamformerType = BeamformerType::Unweighted;
+  BeamformerType beamformerType = BeamformerType::UnweightedDas;
   Workmode workmode = Workmode::PerLine;
   int channelsAxis = 0;
   int fastTimeAxis = 1;

@@ -111,9 +111,9 @@ KELVARIS_KERNEL WorkType<T, F> beamformEvent(const BeamformingArguments& a, cons
     return splat<W>(select(aperture.isEmpty(), none, aperture.first));
   case BeamformerType::DebugApertureEnd:
     return splat<W>(select(aperture.isEmpty(), none, aperture.last));
-  case BeamformerType::Hamming:
+  case BeamformerType::HammingDas:
     return sumAperture<T, Hamming<F>>(a, data, event, p, aperture);
-  case BeamformerType::Tukey:
+  case BeamformerType::TukeyDas:
     return sumAperture<T, Tukey<F>>(a, data, event, p, aperture);
   default:
     return sumAperture<T, Unweighted<F>>(a, data, event, p, aperture);

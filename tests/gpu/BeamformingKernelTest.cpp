@@ -405,7 +405,7 @@ TEST_F(BeamformingPixel, CompoundsAddAndLeaveOutNan) {
   EXPECT_EQ(real(scene), 5 * 800.0) << "neither elements nor events divide the sum";
   scene.type = BeamformerType::DebugApertureSize;
   EXPECT_EQ(real(scene), 5 * 8.0);
-  scene.type = BeamformerType::Unweighted;
+  scene.type = BeamformerType::UnweightedDas;
   scene.events[1].startTime = 1;
   scene.events[3].apertureLast = -1;
   EXPECT_EQ(real(scene), 3 * 800.0);

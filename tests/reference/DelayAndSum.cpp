@@ -140,8 +140,8 @@ private:
 
   Real weight(Real i, Real n) const {
     constexpr Real pi = std::numbers::pi_v<Real>;
-    if (m_scene.type == BeamformerType::Hamming) return Real(0.54f) + Real(-0.46f) * std::cos(2 * pi * i * (1 / n));
-    if (m_scene.type != BeamformerType::Tukey) return 1;
+    if (m_scene.type == BeamformerType::HammingDas) return Real(0.54f) + Real(-0.46f) * std::cos(2 * pi * i * (1 / n));
+    if (m_scene.type != BeamformerType::TukeyDas) return 1;
     const Real taper = n * Real(0.5) * Real(0.5);
     if (i < taper) return (1 - std::cos(pi * i / taper)) * Real(0.5);
     if (i <= n - taper) return 1;

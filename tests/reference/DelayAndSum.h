@@ -28,7 +28,7 @@ struct BeamformingScene {
   int positionSlices = 1;
   float fNumber = 1;
   float scaling = 1;
-  US::GPU::BeamformerType type = US::GPU::BeamformerType::Unweighted;
+  US::GPU::BeamformerType type = US::GPU::BeamformerType::UnweightedDas;
   US::GPU::Workmode workmode = US::GPU::Workmode::CoherentCompound;
 
   std::complex<float>& sample(int channel, int sample, int event) {
