@@ -2,6 +2,7 @@
 
 #include "Lib/DefaultAlgorithmController.h"
 #include "imaging/LogCompressionAlgorithm.h"
+#include "processing/IqDemodulationAlgorithm.h"
 
 namespace Kelvaris::US {
 namespace {
@@ -14,12 +15,13 @@ template <typename... T> bool isOneOf(Algorithm* algorithm) {
 
 USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
   registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
+  registerAlgorithm<IqDemodulationAlgorithm>("IqDemodulation", "Ultrasound;IQ Demodulation");
 }
 
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}
 
 std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm* algorithm) const {
-  if (!isOneOf<LogCompressionAlgorithm>(algorithm)) return nullptr;
+  if (!isOneOf<LogCompressionAlgorithm, IqDemodulationAlgorithm>(algorithm)) return nullptr;
   auto controller = std::make_unique<DefaultAlgorithmController>(algorithm, "", false, false);
   controller->setConfigureOnChanged(true);
   return controller;

@@ -1,0 +1,270 @@
+#include "processing/IqDemodulationAlgorithm.h"
+
+#include "Stream/ImageStream.h"
+#include "Stream/StreamAlgorithmExecutor.h"
+#include "gpu/IqDemodulation.h"
+#include "model/ChannelDataLayout.h"
+#include "model/FrameAcquisition.h"
+#include "support/DeviceTest.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Kelvaris::US {
+namespace {
+
+using Axis = ChannelDataLayout::Axis;
+using Tests::ExpectedLog;
+
+constexpr double fs = 20e6, fd = 4e6;
+
+/// Two events; the second has other frequencies.
+FrameAcquisition acquisition(double samplingFrequency = fs) {
+  std::vector<PulseEchoEvent> events(2);
+  events[0].receive.samplingFrequency = samplingFrequency;
+  events[0].receive.startTime = 1e-6;
+  events[0].receive.endTime = 9e-6;
+  events[0].transmit.pulseFrequency = fd;
+  events[1].receive.samplingFrequency = 3.0 * samplingFrequency;
+  events[1].transmit.pulseFrequency = 7e6;
+  return FrameAcquisition(Transducer(), events);
+}
+
+std::shared_ptr<SharedImage> waves(int width, int height, int slices) {
+  auto pixels = std::make_shared<TypedImage<float>>(width, height, slices);
+  for (std::size_t i = 0; i < pixels->size(); ++i)
+    (*pixels)[i] = static_cast<float>(std::sin(0.37 * static_cast<double>(i * i % 1009)));
+  auto image = std::make_shared<SharedImage>(pixels);
+  image->setModality(Data::Ultrasound);
+  return image;
+}
+
+/// Same size and same samples, bit by bit.
+bool equal(const SharedImage& a, const SharedImage& b) {
+  return a.descriptor().isApprox(b.descriptor()) &&
+         std::memcmp(a.mem()->data(), b.mem()->data(), a.mem()->byteSize()) == 0;
+}
+
+void set(IqDemodulationAlgorithm& algorithm, const std::string& key, const std::string& text) {
+  Properties properties;
+  properties.setParam(key, text);
+  algorithm.configure(&properties);
+}
+
+double outputRate(const DataComponentList& components, std::size_t event = 0) {
+  return components.get<FrameAcquisition>()->events()[event].receive.samplingFrequency;
+}
+
+class IqDemodulationAlgorithmTest : public Tests::DeviceTest<> {
+protected:
+  IqDemodulationAlgorithmTest() { components.add<FrameAcquisition>(acquisition()); }
+
+  /// What the demodulator alone makes of `image`.
+  std::shared_ptr<SharedImage> expected(double samplingFrequency, double demodulationFrequency, int factor,
+                                        int axis = 1) const {
+    return GPU::IqDemodulation().demodulate(*image, samplingFrequency, demodulationFrequency, factor, axis, 1.0, 101);
+  }
+
+  std::shared_ptr<SharedImage> image = waves(9, 150, 2);
+  DataComponentList components;
+  IqDemodulationAlgorithm algorithm{nullptr};
+};
+
+TEST_F(IqDemodulationAlgorithmTest, HasItsParameters) {
+  const struct {
+    const char* name;
+    const char* text;
+    std::map<std::string, std::string> attributes;
+  } expectedParameters[] = {
+      {"samplingFrequency", "", {{"suffix", "MHz"}, {"decimals", "3"}, {"min", "0.01"}, {"max", "200"}}},
+      {"demodulationFrequency", "", {{"suffix", "MHz"}, {"decimals", "3"}, {"min", "0.01"}, {"max", "50"}}},
+      {"decimationFactor", "1", {{"min", "1"}, {"max", "20"}}}};
+  ASSERT_EQ(algorithm.parameters().size(), 3u);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(algorithm.parameters()[i]->name(), expectedParameters[i].name);
+    EXPECT_EQ(algorithm.parameters()[i]->text(), expectedParameters[i].text);
+    EXPECT_EQ(algorithm.parameters()[i]->attributes(), expectedParameters[i].attributes);
+  }
+}
+
+TEST_F(IqDemodulationAlgorithmTest, AcceptsOneChannelAndVolumeStreams) {
+  SharedImageSet real, complex;
+  for (SharedImageSet* images : {&real, &complex})
+    images->setModality(Data::Ultrasound);
+  real.add(waves(3, 5, 1));
+  complex.add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(3, 5, 1, 2)));
+  ImageStream volumes("volumes"), flat("images");
+  volumes.setKind(Data::VolumeStreamKind);
+
+  EXPECT_TRUE(IqDemodulationAlgorithm::createCompatible({&real}, nullptr));
+  EXPECT_FALSE(IqDemodulationAlgorithm::createCompatible({&complex}, nullptr));
+  EXPECT_FALSE(IqDemodulationAlgorithm::createCompatible({&flat}, nullptr));
+  Algorithm* created = nullptr;
+  ASSERT_TRUE(IqDemodulationAlgorithm::createCompatible({&volumes}, &created));
+  const std::unique_ptr<Algorithm> owned(created);
+  EXPECT_EQ(dynamic_cast<const StreamAlgorithmExecutor&>(*created).streamAlgorithmName(), "IQ Demodulation");
+}
+
+TEST_F(IqDemodulationAlgorithmTest, FrequenciesComeFromTheFirstEventUnlessTheyAreSet) {
+  const struct {
+    const char *samplingFrequency, *demodulationFrequency, *decimationFactor;
+    double usedSampling, usedDemodulation;
+    int factor;
+  } cases[] = {{"", "", "1", fs, fd, 1},
+               {"", "", "4", fs, fd, 4},
+               {"13e6", "", "2", 13e6, fd, 2},
+               {"", "-1.6667e6", "3", fs, -1.6667e6, 3},
+               {"20", "4", "2", 20.0, 4.0, 2}}; // not in the acquisition's unit, but both
+  for (const auto& c : cases) {
+    set(algorithm, "samplingFrequency", c.samplingFrequency);
+    set(algorithm, "demodulationFrequency", c.demodulationFrequency);
+    set(algorithm, "decimationFactor", c.decimationFactor);
+    const auto [result, updated] = algorithm.processImage(*image, components);
+    ASSERT_NE(result, nullptr);
+    EXPECT_TRUE(equal(*result, *expected(c.usedSampling, c.usedDemodulation, c.factor)))
+        << c.samplingFrequency << ", " << c.demodulationFrequency;
+    EXPECT_EQ(result->modality(), Data::Ultrasound);
+    // The acquisition's own rates are divided, whatever the computation took, and nothing else changes.
+    EXPECT_EQ(outputRate(updated, 0), fs / c.factor);
+    EXPECT_EQ(outputRate(updated, 1), 3.0 * fs / c.factor);
+    FrameAcquisition restored = *updated.get<FrameAcquisition>();
+    restored.events()[0].receive.samplingFrequency = fs;
+    restored.events()[1].receive.samplingFrequency = 3.0 * fs;
+    EXPECT_EQ(restored, acquisition());
+    EXPECT_EQ(updated.size(), components.size());
+  }
+}
+
+TEST_F(IqDemodulationAlgorithmTest, TheLayoutSaysWhichAxisIsFastTime) {
+  set(algorithm, "decimationFactor", "3");
+  const struct {
+    ChannelDataLayout layout;
+    int axis;
+  } cases[] = {{{Axis::Channels, Axis::FastTime, Axis::SlowTime}, 1},
+               {{Axis::FastTime, Axis::Channels, Axis::SlowTime}, 0},
+               {{Axis::Channels, Axis::SlowTime, Axis::FastTime}, 2}};
+  for (const auto& c : cases) {
+    components.add<ChannelDataLayout>(c.layout);
+    const auto [result, updated] = algorithm.processImage(*image, components);
+    ASSERT_NE(result, nullptr);
+    EXPECT_TRUE(equal(*result, *expected(fs, fd, 3, c.axis))) << "axis " << c.axis;
+    EXPECT_EQ(*updated.get<ChannelDataLayout>(), c.layout);
+  }
+}
+
+TEST_F(IqDemodulationAlgorithmTest, ImagesWithoutAcquisitionNeedBothFrequencies) {
+  DataComponentList plain;
+  plain.add<ChannelDataLayout>(Axis::FastTime, Axis::Channels, Axis::SlowTime);
+  set(algorithm, "samplingFrequency", "20");
+  set(algorithm, "demodulationFrequency", "5");
+  set(algorithm, "decimationFactor", "2");
+  const auto [result, updated] = algorithm.processImage(*image, plain);
+  ASSERT_NE(result, nullptr);
+  EXPECT_TRUE(equal(*result, *expected(20.0, 5.0, 2, 0)));
+  EXPECT_EQ(updated.get<FrameAcquisition>(), nullptr);
+  EXPECT_EQ(updated.size(), 1u);
+}
+
+TEST_F(IqDemodulationAlgorithmTest, ANewAcquisitionOrFactorRenewsTheOutputAcquisition) {
+  const auto rate = [&](double samplingFrequency, const char* factor) {
+    set(algorithm, "decimationFactor", factor);
+    components.add<FrameAcquisition>(acquisition(samplingFrequency));
+    return outputRate(algorithm.processImage(*image, components).second);
+  };
+  EXPECT_EQ(rate(20e6, "4"), 5e6);
+  EXPECT_EQ(rate(20e6, "4"), 5e6);
+  EXPECT_EQ(rate(32e6, "4"), 8e6);
+  EXPECT_EQ(rate(32e6, "2"), 16e6);
+  EXPECT_EQ(rate(40e6, "1"), 40e6);
+  EXPECT_EQ(rate(40e6, "2"), 20e6);
+}
+
+TEST_F(IqDemodulationAlgorithmTest, RefusesWhatItCannotDemodulate) {
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  const std::string scaled = "Input image has shift or scale applied. This is not supported.";
+  const std::string unset = "Sampling frequency and demodulation frequency must be set for non-channel data";
+  const std::string absurd = "Expected a positive sampling frequency and a finite demodulation frequency, got ";
+  struct Case {
+    std::string message;
+    double shift = 0.0, scale = 1.0;
+    std::string samplingFrequency = {}, demodulationFrequency = {};
+    bool channelData = true;
+  };
+  for (const Case& c :
+       {Case{scaled, 1.0}, Case{scaled, 0.0, 2.0}, Case{scaled, nan}, Case{scaled, 0.0, nan},
+        Case{unset, 0.0, 1.0, "", "", false}, Case{unset, 0.0, 1.0, "20", "", false},
+        Case{unset, 0.0, 1.0, "", "5", false}, Case{absurd + "0 and 4000000", 0.0, 1.0, "0", ""},
+        Case{absurd + "-1 and 4000000", 0.0, 1.0, "-1", ""}, Case{absurd + "20000000 and nan", 0.0, 1.0, "", "nan"}}) {
+    IqDemodulationAlgorithm fresh(nullptr);
+    set(fresh, "samplingFrequency", c.samplingFrequency);
+    set(fresh, "demodulationFrequency", c.demodulationFrequency);
+    ImageDescriptor descriptor(PixelFloat, 4, 20);
+    descriptor.setShift(c.shift);
+    descriptor.setScale(c.scale);
+    const SharedImage input(std::make_shared<TypedImage<float>>(descriptor));
+    ExpectedLog log;
+    const auto [result, updated] = fresh.processImage(input, c.channelData ? components : DataComponentList());
+    EXPECT_EQ(result, nullptr) << c.message;
+    EXPECT_TRUE(updated.empty());
+    EXPECT_EQ(log.messages(), std::vector<std::string>{"4 IqDemodulationAlgorithm: " + c.message});
+  }
+
+  DataComponentList withoutEvents;
+  withoutEvents.add<FrameAcquisition>();
+  ExpectedLog log;
+  EXPECT_EQ(algorithm.processImage(*image, withoutEvents).first, nullptr);
+  EXPECT_TRUE(log.contains("The frame acquisition has no events"));
+}
+
+TEST_F(IqDemodulationAlgorithmTest, LetsTheDemodulatorsExceptionsPass) {
+  const auto messageOf = [&](const DataComponentList& list) -> std::string {
+    try {
+      algorithm.processImage(*image, list);
+    } catch (const std::invalid_argument& e) {
+      return e.what();
+    }
+    return "none";
+  };
+  set(algorithm, "decimationFactor", "0");
+  EXPECT_EQ(messageOf(components), "Decimation factor must be positive");
+  components.add<ChannelDataLayout>(Axis::Channels, Axis::Channels, Axis::SlowTime);
+  EXPECT_EQ(messageOf(components), "Invalid axis");
+}
+
+TEST_F(IqDemodulationAlgorithmTest, GoesThroughAnImageSet) {
+  SharedImageSet images;
+  images.setModality(Data::Ultrasound);
+  images.setName("scan");
+  for (int i = 0; i < 2; ++i) {
+    images.add(image, 5.0 * i);
+    images.elementwiseComponents().add(components, i);
+  }
+  IqDemodulationAlgorithm onSet(&images);
+  set(onSet, "decimationFactor", "2");
+  onSet.compute();
+  ASSERT_EQ(onSet.status(), Algorithm::Success);
+  auto list = onSet.takeOutput();
+  const auto output = list.extract<SharedImageSet>();
+  ASSERT_EQ(output->size(), 2);
+  EXPECT_EQ(output->name(), "scan");
+  EXPECT_EQ(output->timestamp(1), 5.0);
+  EXPECT_EQ(output->modality(), Data::Ultrasound);
+  EXPECT_EQ(outputRate(output->elementwiseComponents().components(1)), fs / 2.0);
+
+  images.add(image, 10.0); // without an acquisition
+  ExpectedLog log;
+  onSet.compute();
+  EXPECT_EQ(onSet.status(), Algorithm::Failure);
+  EXPECT_TRUE(onSet.takeOutput().empty());
+  EXPECT_TRUE(log.contains("4 IqDemodulationAlgorithm: Error while filtering image 2of3"));
+}
+
+} // namespace
+} // namespace Kelvaris::US
