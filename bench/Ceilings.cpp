@@ -1,0 +1,70 @@
+#include "Ceilings.h"
+
+#include "CUDA/CpuVariant.h"
+
+#include <benchmark/benchmark.h>
+
+#include <omp.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Kelvaris::Bench {
+
+// The builds of CeilingsCpu.cpp.
+#define KELVARIS_VARIANT(arch)                                                                                         \
+  namespace arch {                                                                                                     \
+  float multiplyAdds(int rounds, float factor);                                                                        \
+  float sumOf(const float* values, std::size_t count);                                                                 \
+  int operationsPerRound();                                                                                            \
+  }
+KELVARIS_VARIANT(cpu_v2)
+KELVARIS_VARIANT(cpu_v3)
+KELVARIS_VARIANT(cpu_v4)
+#undef KELVARIS_VARIANT
+
+namespace {
+
+template <typename Function> Function* best(Function* v2, Function* v3, Function* v4) {
+  return CUDA::chooseVariant(CUDA::bestCpuVariant(), v2, v3, v4);
+}
+
+void multiplyAddRate(benchmark::State& state) {
+  const auto multiplyAdds = best(cpu_v2::multiplyAdds, cpu_v3::multiplyAdds, cpu_v4::multiplyAdds);
+  const int perRound = best(cpu_v2::operationsPerRound, cpu_v3::operationsPerRound, cpu_v4::operationsPerRound)();
+  constexpr int rounds = 1 << 20;
+  for ([[maybe_unused]] auto _ : state) {
+    float total = 0.0f;
+#pragma omp parallel reduction(+ : total)
+    total += multiplyAdds(rounds, 0.5f);
+    benchmark::DoNotOptimize(total);
+  }
+  state.counters["operations"] = benchmark::Counter(
+      static_cast<double>(state.iterations()) * rounds * perRound * omp_get_max_threads(), benchmark::Counter::kIsRate);
+}
+
+void readRate(benchmark::State& state) {
+  const auto sumOf = best(cpu_v2::sumOf, cpu_v3::sumOf, cpu_v4::sumOf);
+  constexpr std::ptrdiff_t blocks = 4096, blockSize = 1 << 14; // 256 MiB
+  const std::vector<float> values(static_cast<std::size_t>(blocks * blockSize), 1.0f);
+  for ([[maybe_unused]] auto _ : state) {
+    float total = 0.0f;
+#pragma omp parallel for reduction(+ : total)
+    for (std::ptrdiff_t block = 0; block < blocks; ++block)
+      total += sumOf(values.data() + block * blockSize, static_cast<std::size_t>(blockSize));
+    benchmark::DoNotOptimize(total);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * blocks * blockSize * 4);
+}
+
+} // namespace
+
+void registerCeilings() {
+  benchmark::RegisterBenchmark("Ceiling: multiply-adds in registers", multiplyAddRate)
+      ->MeasureProcessCPUTime()
+      ->UseRealTime();
+  benchmark::RegisterBenchmark("Ceiling: reading memory", readRate)->MeasureProcessCPUTime()->UseRealTime();
+}
+
+} // namespace Kelvaris::Bench
