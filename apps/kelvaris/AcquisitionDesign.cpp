@@ -290,9 +290,11 @@ std::optional<Properties> parameters(const AcquisitionDesign& design) {
     return p;
   }
 
-  // The model spreads angles evenly and symmetrically, and places a single aperture at the array's beginning.
+  // The model spreads angles evenly and symmetrically. It places a single aperture at the array's beginning, and the
+  // origin of an aperture of a convex array on the chord.
   const auto n = design.angles.size();
-  const bool centred = design.apertures || std::max(transmitSize(design), receiveSize(design)) == design.numElements;
+  const bool whole = std::max(transmitSize(design), receiveSize(design)) == design.numElements;
+  const bool centred = design.apertures || (whole && !design.radius);
   if (!centred || (n == 1 && (design.angles[0] != 0.0 || design.wave == Wave::Diverging))) return std::nullopt;
   const double range = design.angles.back() - design.angles.front();
   if (range < 0.0) return std::nullopt;

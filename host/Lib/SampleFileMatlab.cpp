@@ -2,12 +2,15 @@
 
 #include <fmt/format.h>
 #include <matio.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <new>
 #include <optional>
+#include <vector>
 
 namespace Kelvaris {
 namespace {
@@ -84,10 +87,10 @@ private:
 
 class MatlabFile : public SampleFile {
 public:
-  explicit MatlabFile(const std::filesystem::path& path)
-      : SampleFile(path), m_file(Mat_Open(path.c_str(), MAT_ACC_RDONLY)) {
+  explicit MatlabFile(const std::filesystem::path& path) : SampleFile(path) {
+    checkIntact();
+    m_file.reset(Mat_Open(path.c_str(), MAT_ACC_RDONLY));
     if (!m_file) fail("the MATLAB file can't be read");
-    checkComplete();
     std::size_t count = 0;
     char** names = Mat_GetDir(m_file.get(), &count);
     for (std::size_t i = 0; i < count; ++i) {
@@ -117,21 +120,53 @@ protected:
   }
 
 private:
-  /// The library fills a variable that the file cuts short with whatever memory holds, so its end is looked at here:
-  /// behind the header of 128 bytes stand elements, each with its type and its length in a tag of twice four bytes.
-  void checkComplete() const {
+  /// The library trusts what it reads: it fills a variable that the file cuts short with whatever memory holds, and may
+  /// crash in a damaged compressed one. So the file is looked through before: behind the header of 128 bytes stand
+  /// elements, each with its type and its length in a tag of twice four bytes; compressed ones carry a checksum.
+  void checkIntact() const {
+    constexpr std::uint32_t kMatrix = 14, kCompressed = 15;
     const std::uintmax_t fileBytes = std::filesystem::file_size(path());
     std::ifstream stream(path(), std::ios::binary);
-    char order[2] = {};
-    stream.seekg(126).read(order, 2);
+    char head[4] = {}; // version and byte order
+    stream.seekg(124).read(head, 4);
+    const bool little = head[2] == 'I';
+    const auto native = [&](std::uint32_t v) { return little ? v : __builtin_bswap32(v); };
+    if (head[little ? 1 : 0] != 1 || head[little ? 0 : 1] != 0) fail("the MATLAB file is of an unknown version");
     for (std::uintmax_t at = 128; at < fileBytes;) {
       std::uint32_t tag[2] = {};
-      stream.seekg(static_cast<std::streamoff>(at)).read(reinterpret_cast<char*>(tag), sizeof tag);
-      const std::uint32_t bytes = order[0] == 'I' ? tag[1] : __builtin_bswap32(tag[1]);
-      at += sizeof tag + bytes;
-      if (!stream || at > fileBytes)
-        fail(fmt::format("the MATLAB file is truncated: it has {} bytes, its contents end at byte {}", fileBytes, at));
+      stream.read(reinterpret_cast<char*>(tag), sizeof tag);
+      const std::uint32_t type = native(tag[0]), bytes = native(tag[1]);
+      const std::uintmax_t end = at + sizeof tag + bytes;
+      if (!stream || end > fileBytes)
+        fail(fmt::format("the MATLAB file is truncated: it has {} bytes, its contents end at byte {}", fileBytes, end));
+      if ((type != kMatrix && type != kCompressed) || (type == kCompressed && !isIntact(stream, bytes)))
+        fail(fmt::format("the MATLAB file is damaged in the variable at byte {}", at));
+      stream.seekg(static_cast<std::streamoff>(end));
+      at = end;
     }
+  }
+
+  /// Inflates `bytes` bytes, which end with their checksum, and drops the result.
+  static bool isIntact(std::istream& stream, std::size_t bytes) {
+    std::vector<unsigned char> in(1 << 16), out(1 << 18);
+    z_stream inflater{};
+    if (inflateInit(&inflater) != Z_OK) throw std::bad_alloc();
+    int status = Z_OK;
+    while (status == Z_OK && bytes > 0) {
+      const std::size_t part = std::min(bytes, in.size());
+      stream.read(reinterpret_cast<char*>(in.data()), static_cast<std::streamsize>(part));
+      bytes -= part;
+      inflater.next_in = in.data();
+      inflater.avail_in = static_cast<uInt>(part);
+      do {
+        inflater.next_out = out.data();
+        inflater.avail_out = static_cast<uInt>(out.size());
+        status = inflate(&inflater, Z_NO_FLUSH);
+      } while (status == Z_OK && (inflater.avail_in > 0 || inflater.avail_out == 0));
+      if (status == Z_BUF_ERROR) status = Z_OK; // wants more input
+    }
+    inflateEnd(&inflater);
+    return status == Z_STREAM_END;
   }
 
   void list(const matvar_t& variable, const std::string& name, int depth) {

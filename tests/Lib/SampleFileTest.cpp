@@ -1,13 +1,13 @@
 #include "Lib/SampleFile.h"
 
 #include "Lib/Hdf5.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <matio.h>
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <numeric>
 
 namespace Kelvaris {
@@ -16,18 +16,10 @@ namespace {
 namespace fs = std::filesystem;
 using Extents = SampleArray::Extents;
 
-/// A folder of its own for each test.
 class SampleFileTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    m_folder = fs::path(::testing::TempDir()) /
-               (std::string("samples_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(m_folder);
-  }
-  void TearDown() override { fs::remove_all(m_folder); }
-
   fs::path write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(m_folder / name, std::ios::binary) << bytes;
+    Tests::writeFile(m_folder / name, bytes);
     return m_folder / name;
   }
 
@@ -87,7 +79,7 @@ protected:
     return {};
   }
 
-  fs::path m_folder;
+  Tests::TemporaryFolder m_folder;
 };
 
 std::vector<double> box(const SampleArray& array, const Extents& start, const Extents& count) {

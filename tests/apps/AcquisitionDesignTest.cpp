@@ -3,6 +3,9 @@
 #include "kelvaris/AcquisitionSummary.h"
 #include "kelvaris/NumberList.h"
 
+#include "US/FrameGeometryMetadata.h"
+#include "model/BeamformingRois.h"
+#include "model/FrameAcquisition.h"
 #include "model/PulseEchoEvent.h"
 #include "model/Transducer.h"
 
@@ -110,6 +113,85 @@ TEST(AcquisitionDesign, MakesTheEventsThatTheModelMakes) {
         EXPECT_EQ(event.receive.samplingFrequency, 2e7);
         EXPECT_DOUBLE_EQ(event.receive.endTime - event.receive.startTime, 1000 / 2e7);
       }
+  }
+}
+
+TEST(AcquisitionDesign, StoresParametersOnlyWhereTheyMakeTheSameEvents) {
+  const double degree = std::numbers::pi / 180.0;
+  AcquisitionDesign plane = design(Wave::Plane), sliding = plane, diverging = design(Wave::Diverging),
+                    focused = design(Wave::Focused);
+  plane.angles = {-10 * degree, 0.0, 10 * degree};
+  sliding.apertures = 4;
+  sliding.transmitAperture = 16;
+  sliding.receiveAperture = 24;
+  diverging.angles = {-20 * degree, 20 * degree};
+  diverging.distance = 15.0;
+  focused.beams = 5;
+  focused.distance = 25.0;
+  focused.angles = {5 * degree};
+  focused.transmitAperture = 32;
+  for (const auto& original : {plane, sliding, diverging, focused})
+    for (const bool convex : {false, true}) {
+      AcquisitionDesign d = original;
+      if (convex) d.radius = 50.0;
+      if (d.wave != Wave::Focused && convex) d.apertures = d.apertures.value_or(1);
+      const auto expected = eventsOf(d); // a number of samples keeps them explicit
+      d.samples.reset();
+      const Properties stored = d.toProperties();
+      ASSERT_TRUE(stored.hasParam("eventType"));
+      US::FrameAcquisition model;
+      model.configure(&stored);
+      ASSERT_EQ(model.events().size(), expected.size());
+      for (std::size_t i = 0; i < expected.size(); ++i) {
+        PulseEchoEvent event = model.events()[i];
+        // The model samples a curve through the elements, which follows the arc to 1e-5 mm.
+        const double tolerance = convex && d.wave == Wave::Focused ? 2e-5 : 1e-12;
+        EXPECT_LT((event.transmit.waveStart - expected[i].transmit.waveStart).norm(), tolerance);
+        EXPECT_LT((event.transmit.waveFiducial - expected[i].transmit.waveFiducial).norm(), tolerance);
+        event.transmit.waveStart = expected[i].transmit.waveStart;
+        event.transmit.waveFiducial = expected[i].transmit.waveFiducial;
+        expectSameWave(event, expected[i]);
+      }
+      EXPECT_NE(model.frameGeometry().frameGeometry(), nullptr);
+    }
+
+  const auto isCompact = [](AcquisitionDesign d, auto&& change) {
+    d.samples.reset();
+    change(d);
+    return d.toProperties().hasParam("eventType");
+  };
+  EXPECT_TRUE(isCompact(plane, [](auto&) {}));
+  EXPECT_FALSE(isCompact(plane, [](auto& d) { d.angles = {0.1}; }));
+  EXPECT_FALSE(isCompact(plane, [](auto& d) { d.angles = {-0.1, 0.0, 0.2}; }));
+  EXPECT_FALSE(isCompact(plane, [](auto& d) { d.startTime = 1e-6; }));
+  EXPECT_FALSE(isCompact(plane, [](auto& d) { d.transmitAperture = d.receiveAperture = 16; }));
+  EXPECT_FALSE(isCompact(diverging, [](auto& d) { d.angles = {0.0}; }));
+}
+
+TEST(AcquisitionDesign, SectorsAndLimitedBeamsAreColumnsOfTheFrame) {
+  AcquisitionDesign d = design(Wave::Focused);
+  d.distance = 25.0;
+  d.startDepth = 5.0;
+  d.angles.clear();
+  for (int i = -36; i <= 36; ++i)
+    d.angles.push_back(i * std::numbers::pi / 180.0);
+  const Properties sector = d.toProperties();
+  US::FrameAcquisition acquisition;
+  acquisition.configure(&sector);
+  const US::FrameGeometry* geometry = acquisition.frameGeometry().frameGeometry();
+  ASSERT_NE(geometry, nullptr);
+  EXPECT_EQ(geometry->type(), "FrameGeometrySector");
+  EXPECT_EQ(geometry->depth(), 40.0);
+  ASSERT_EQ(acquisition.rois()->size(), 73);
+  for (int i = 0; i < 73; ++i) {
+    const auto& line = acquisition.rois()->roi(i).points();
+    ASSERT_EQ(line.size(), 2u);
+    EXPECT_NEAR(line[0].norm(), 5.0, 1e-12);
+    EXPECT_NEAR(line[1].norm(), 40.0, 1e-12);
+    // Pixel centres of the column lie on the beam.
+    const Eigen::Vector2d pixel =
+        geometry->convertPoint({(i + 0.5) / 73.0, 0.5}, US::FrameGeometry::NormalizedToPhysical);
+    EXPECT_NEAR(std::atan2(pixel.x(), pixel.y()), (i - 36) * std::numbers::pi / 180.0, 1e-9);
   }
 }
 
