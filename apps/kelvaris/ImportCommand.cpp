@@ -106,13 +106,13 @@ void run(const ImportOptions& options) {
   const RecordingOptions recordingOptions = CommandLine::recordingOptions(options, *samples);
   const Recording recording(std::move(samples), summary, recordingOptions);
 
-  SharedImageSet set;
-  set.setModality(Data::Ultrasound);
-  set.components().add(component("FrameAcquisition", acquisition));
+  // Algorithms look for these beside each image, not beside the set.
+  DataComponentList components;
+  components.add(component("FrameAcquisition", acquisition));
   Properties layout;
   layout.setParam("axisSemantics",
                   std::vector<int>(recording.axisSemantics().begin(), recording.axisSemantics().end()));
-  set.components().add(component("ChannelDataLayout", layout));
+  components.add(component("ChannelDataLayout", layout));
 
   KelvarisFile::Writer writer(options.output);
   {
@@ -121,10 +121,12 @@ void run(const ImportOptions& options) {
       if (progress.wasCanceled()) throw Canceled();
       SharedImage image(recording.frame(i));
       image.setModality(Data::Ultrasound);
-      writer.append(image, {}, options.frameRate > 0.0 ? 1000.0 * i / options.frameRate : 0.0);
+      writer.append(image, components, options.frameRate > 0.0 ? 1000.0 * i / options.frameRate : 0.0);
       bar.stepDone();
     }
   }
+  SharedImageSet set;
+  set.setModality(Data::Ultrasound);
   writer.close(set);
   if (progress.wasCanceled()) throw Canceled();
   writer.finish();
