@@ -28,12 +28,12 @@ FrameAcquisition::FrameAcquisition()
       m_ultrasoundMetadata(std::make_unique<UltrasoundMetadata>()) {}
 
 FrameAcquisition::FrameAcquisition(Transducer transducer, std::vector<PulseEchoEvent> events) : FrameAcquisition() {
-  m_transducer = transducer;
+  m_transducer = std::move(transducer);
   m_events = std::move(events);
 }
 
 FrameAcquisition::FrameAcquisition(Transducer transducer, FrameParameters parameters) : FrameAcquisition() {
-  m_transducer = transducer;
+  m_transducer = std::move(transducer);
   m_frameParameters = parameters;
   calculateFromFrameParameters();
 }

@@ -48,6 +48,7 @@ void FrameAcquisition::fillEndTimeUltrafast() {
   const FrameGeometry& geometry = *m_frameGeometry->frameGeometry();
   const int numColumns = m_ultrasoundMetadata->numColumns, numRows = m_ultrasoundMetadata->numRows;
   std::vector<FrameColumnSearch> regions;
+  regions.reserve(m_events.size());
   for (int i = 0; i < m_rois->size(); ++i)
     regions.emplace_back(m_rois->roi(i));
 

@@ -119,8 +119,8 @@ bool PulseEchoEvent::Receive::operator==(const Receive& other) const {
          elementToChannelMapping == other.elementToChannelMapping;
 }
 
-PulseEchoEvent PulseEchoEvent::createPlaneWave(const Transducer& transducer, Eigen::Vector3d origin, double angle,
-                                               int transmitAperture, int receiveAperture) {
+PulseEchoEvent PulseEchoEvent::createPlaneWave(const Transducer& transducer, const Eigen::Vector3d& origin,
+                                               double angle, int transmitAperture, int receiveAperture) {
   const Eigen::Vector3d direction(std::sin(angle), std::cos(angle), 0.0);
   PulseEchoEvent event =
       createEvent(transducer, EventType::PlaneWave, origin, direction, transmitAperture, receiveAperture);
@@ -129,16 +129,16 @@ PulseEchoEvent PulseEchoEvent::createPlaneWave(const Transducer& transducer, Eig
   return event;
 }
 
-PulseEchoEvent PulseEchoEvent::createFocused(const Transducer& transducer, Eigen::Vector3d origin,
-                                             Eigen::Vector3d focus, int transmitAperture, int receiveAperture) {
+PulseEchoEvent PulseEchoEvent::createFocused(const Transducer& transducer, const Eigen::Vector3d& origin,
+                                             const Eigen::Vector3d& focus, int transmitAperture, int receiveAperture) {
   PulseEchoEvent event = createEvent(transducer, EventType::Focused, origin, focus, transmitAperture, receiveAperture);
   findTimeZeroPoint(event.transmit, transducer, 0.0,
                     [&](const Eigen::Vector3d& element) { return -(element - focus).norm(); });
   return event;
 }
 
-PulseEchoEvent PulseEchoEvent::createDivergingWave(const Transducer& transducer, Eigen::Vector3d origin,
-                                                   Eigen::Vector3d virtualSource, int transmitAperture,
+PulseEchoEvent PulseEchoEvent::createDivergingWave(const Transducer& transducer, const Eigen::Vector3d& origin,
+                                                   const Eigen::Vector3d& virtualSource, int transmitAperture,
                                                    int receiveAperture) {
   PulseEchoEvent event =
       createEvent(transducer, EventType::DivergingWave, origin, virtualSource, transmitAperture, receiveAperture);
@@ -185,7 +185,8 @@ void PulseEchoEvent::configuration(Properties* properties) const {
   storedReceive.setParam("elementToChannelMapping", receive.elementToChannelMapping);
 }
 
-std::optional<std::pair<int, int>> calculateAperture(const Transducer& transducer, Eigen::Vector3d position, int size) {
+std::optional<std::pair<int, int>> calculateAperture(const Transducer& transducer, const Eigen::Vector3d& position,
+                                                     int size) {
   if (size <= 0) {
     Log::error(kCategory, "empty aperture requested");
     return std::nullopt;

@@ -87,13 +87,14 @@ public:
   /// They throw std::bad_optional_access if an aperture is below 1, std::invalid_argument like calculateAperture.
 
   /// `angle`: of the direction of propagation from the y axis towards x.
-  static PulseEchoEvent createPlaneWave(const Transducer& transducer, Eigen::Vector3d origin, double angle,
+  static PulseEchoEvent createPlaneWave(const Transducer& transducer, const Eigen::Vector3d& origin, double angle,
                                         int transmitAperture, int receiveAperture);
-  static PulseEchoEvent createFocused(const Transducer& transducer, Eigen::Vector3d origin, Eigen::Vector3d focus,
-                                      int transmitAperture, int receiveAperture);
+  static PulseEchoEvent createFocused(const Transducer& transducer, const Eigen::Vector3d& origin,
+                                      const Eigen::Vector3d& focus, int transmitAperture, int receiveAperture);
   /// `virtualSource`: behind the array.
-  static PulseEchoEvent createDivergingWave(const Transducer& transducer, Eigen::Vector3d origin,
-                                            Eigen::Vector3d virtualSource, int transmitAperture, int receiveAperture);
+  static PulseEchoEvent createDivergingWave(const Transducer& transducer, const Eigen::Vector3d& origin,
+                                            const Eigen::Vector3d& virtualSource, int transmitAperture,
+                                            int receiveAperture);
 
   std::string id() const override { return "PulseEchoEvent"; }
   /// Needs the sub-properties "transmit" and "receive", else nothing changes. Missing keys leave their fields as they
@@ -112,7 +113,8 @@ public:
 /// farther than the size-th nearest, so ties go to the lower indices. The whole array if `size` is at least its number
 /// of elements; nothing, with an error in the log, if `size` is below 1. Throws std::invalid_argument if a distance
 /// isn't a number.
-std::optional<std::pair<int, int>> calculateAperture(const Transducer& transducer, Eigen::Vector3d position, int size);
+std::optional<std::pair<int, int>> calculateAperture(const Transducer& transducer, const Eigen::Vector3d& position,
+                                                     int size);
 
 /// Channel of each element e from `first` to `last` inclusive: e % numberChannels, so that an element keeps its channel
 /// wherever the aperture lies. Throws std::invalid_argument for no channels.

@@ -4,7 +4,7 @@
 
 namespace Kelvaris::US {
 
-double transmitTransitTime(Eigen::Vector3d point, const PulseEchoEvent& event) {
+double transmitTransitTime(const Eigen::Vector3d& point, const PulseEchoEvent& event) {
   const double c = event.transmit.speedOfSound;
   const Eigen::Vector3d &t = event.transmit.timeZeroPoint, &f = event.transmit.waveFiducial;
   switch (event.transmit.eventType) {

@@ -15,6 +15,6 @@ class PulseEchoEvent;
 ///     diverging    (|p - F| - |T - F|) / c
 ///
 /// 0 for any other event type. The beamforming kernel has the same rule in single precision.
-double transmitTransitTime(Eigen::Vector3d point, const PulseEchoEvent& event);
+double transmitTransitTime(const Eigen::Vector3d& point, const PulseEchoEvent& event);
 
 } // namespace Kelvaris::US
