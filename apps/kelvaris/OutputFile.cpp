@@ -2,9 +2,13 @@
 
 #include "Lib/KelvarisFile.h"
 #include "Lib/PngWriter.h"
+#include "US/FrameGeometryLinear.h"
+#include "US/FrameGeometryMetadata.h"
+#include "US/UltrasoundMetadata.h"
 
 #include <fmt/format.h>
 
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -34,6 +38,20 @@ private:
   int m_count = 0;
 };
 
+/// Size of the pixels (mm) of a picture of lines and depths, whose spacing counts lines across. Lines that aren't
+/// parallel and upright have no pixels of one size: zeros. Nothing for a picture that has been scan-converted, or of
+/// anything else.
+std::optional<Eigen::Vector2d> prescanPixelSize(const ImageDescriptor& descriptor,
+                                                const DataComponentList& components) {
+  const auto* metadata = components.get<US::FrameGeometryMetadata>();
+  const US::FrameGeometry* geometry = metadata ? metadata->frameGeometry() : nullptr;
+  const auto* settings = components.get<US::UltrasoundMetadata>();
+  if (!geometry || !settings || settings->scanConverted) return std::nullopt;
+  const auto* linear = dynamic_cast<const US::FrameGeometryLinear*>(geometry);
+  if (!linear || linear->steeringAngle() != 0.0) return Eigen::Vector2d::Zero();
+  return Eigen::Vector2d(linear->width() / descriptor.width(), linear->depth() / descriptor.height());
+}
+
 class PngOutput : public OutputFile {
 public:
   PngOutput(std::filesystem::path path, bool several) : m_path(std::move(path)), m_several(several) {
@@ -45,12 +63,13 @@ public:
       const SharedImage& image = images.get(i);
       PngWriter::checkSupported(image.descriptor());
       const int slices = image.descriptor().slices();
+      const auto pixelSize = prescanPixelSize(image.descriptor(), images.elementwiseComponents().components(i));
       for (int slice = 0; slice < slices; ++slice) {
         std::string name = m_path.stem().string();
         if (m_several || images.size() > 1) name += fmt::format("_{:04}", m_count);
         if (slices > 1) name += fmt::format("_{:03}", slice);
         m_files.emplace_back(m_path.parent_path() / (name + m_path.extension().string()));
-        PngWriter::write(m_files.back(), image, slice);
+        PngWriter::write(m_files.back(), image, slice, pixelSize);
       }
     }
   }

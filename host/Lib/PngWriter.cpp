@@ -91,8 +91,13 @@ void checkSupported(const ImageDescriptor& d) {
                   d.toString()));
 }
 
-void write(const PendingFile& file, const SharedImage& image, int slice) {
-  const ImageDescriptor& d = image.descriptor();
+void write(const PendingFile& file, const SharedImage& image, int slice,
+           const std::optional<Eigen::Vector2d>& pixelSize) {
+  ImageDescriptor d = image.descriptor();
+  if (pixelSize) {
+    d.setSpacing({pixelSize->x(), pixelSize->y(), 1.0});
+    d.setMetric(true);
+  }
   checkSupported(d);
   if (slice < 0 || slice >= d.slices())
     throw std::out_of_range(fmt::format("There is no slice {} in an image of {}", slice, d.toString()));

@@ -50,10 +50,10 @@ std::shared_ptr<SharedImage> ramp(int width, int height, int slices, int channel
   return std::make_shared<SharedImage>(pixels);
 }
 
-Picture written(const SharedImage& image, int slice = 0) {
+Picture written(const SharedImage& image, int slice = 0, const std::optional<Eigen::Vector2d>& pixelSize = {}) {
   const TemporaryFolder folder;
   PendingFile file(folder / "a.png");
-  PngWriter::write(file, image, slice);
+  PngWriter::write(file, image, slice, pixelSize);
   file.commit();
   return readPng(folder / "a.png");
 }
@@ -67,6 +67,8 @@ TEST(PngWriter, GrayKeepsLevelsRowOrderAndPhysicalSize) {
   ASSERT_TRUE(picture.hasDensity);
   EXPECT_EQ(picture.densityX, 10000U);
   EXPECT_EQ(picture.densityY, 4000U);
+  EXPECT_EQ(written(*ramp(3, 2, 1, 1), 0, Eigen::Vector2d(0.5, 0.25)).densityX, 2000U);
+  EXPECT_FALSE(written(*ramp(3, 2, 1, 1), 0, Eigen::Vector2d::Zero()).hasDensity);
 }
 
 TEST(PngWriter, MaskedPixelsAreTransparent) {
