@@ -1,6 +1,7 @@
 #include "plugin/USImgFormationFactory.h"
 
 #include "Lib/DefaultAlgorithmController.h"
+#include "beamforming/BeamformingAlgorithm.h"
 #include "imaging/LogCompressionAlgorithm.h"
 #include "processing/IqDemodulationAlgorithm.h"
 
@@ -16,12 +17,13 @@ template <typename... T> bool isOneOf(Algorithm* algorithm) {
 USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
   registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
   registerAlgorithm<IqDemodulationAlgorithm>("IqDemodulation", "Ultrasound;IQ Demodulation");
+  registerAlgorithm<BeamformingAlgorithm>("Beamforming", "Ultrasound;Beamforming");
 }
 
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}
 
 std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm* algorithm) const {
-  if (!isOneOf<LogCompressionAlgorithm, IqDemodulationAlgorithm>(algorithm)) return nullptr;
+  if (!isOneOf<BeamformingAlgorithm, LogCompressionAlgorithm, IqDemodulationAlgorithm>(algorithm)) return nullptr;
   auto controller = std::make_unique<DefaultAlgorithmController>(algorithm, "", false, false);
   controller->setConfigureOnChanged(true);
   return controller;

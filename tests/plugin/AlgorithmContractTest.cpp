@@ -1,6 +1,8 @@
 // What all algorithms of the library have in common, seen from the host: one line an algorithm.
 
 #include "Core/Progress.h"
+#include "Core/PropertiesIO.h"
+#include "Lib/DataComponentFactory.h"
 #include "Lib/DefaultAlgorithmController.h"
 #include "Lib/FactoryRegistry.h"
 #include "Lib/PluginManager.h"
@@ -32,13 +34,36 @@ struct Contract {
   bool keepsSetState = false;
 };
 
-std::shared_ptr<SharedImage> filled(int pixelType, int width, int height, int channels) {
-  auto pixels = MemImage::create(ImageDescriptor(pixelType, width, height, 1, channels));
+std::shared_ptr<SharedImage> filled(int pixelType, int width, int height, int channels, int slices = 1) {
+  auto pixels = MemImage::create(ImageDescriptor(pixelType, width, height, slices, channels));
   std::memset(pixels->data(), 1, pixels->byteSize());
   return std::make_shared<SharedImage>(std::shared_ptr<Image>(std::move(pixels)));
 }
 
+/// A recording of two plane waves with the acquisition that describes it.
+void addChannelData(SharedImageSet& images, int pixelType) {
+  const auto properties = PropertiesIO::fromXml(R"(<properties>
+    <properties key="transducer">
+      <param key="type">linear</param> <param key="numberElements">16</param> <param key="pitch">0.3</param>
+    </properties>
+    <param key="eventType">1</param> <param key="endDepth">5</param>
+    <param key="pulseFrequency">5e6</param> <param key="pulseLength">2</param> <param key="speedOfSound">1.54e6</param>
+    <param key="maxTransmitAperture">16</param> <param key="maxReceiveAperture">16</param>
+    <param key="receiveSamplingFrequency">20e6</param>
+    <param key="planeAngleRange">0.2</param> <param key="numberApertures">1</param>
+    <param key="numberEventsPerAperture">2</param>
+  </properties>)");
+  std::unique_ptr<DataComponentBase> acquisition = DataComponentFactory::get().create("FrameAcquisition");
+  acquisition->configure(&*properties);
+  images.elementwiseComponents().components(images.size()).add(std::move(acquisition));
+  images.add(filled(pixelType, 16, 200, 1, 2));
+}
+
 const Contract kContracts[] = {
+    {"USImgFormation.Beamforming", "Ultrasound;Beamforming", Data::VolumeStreamKind,
+     [](SharedImageSet& images) { addChannelData(images, PixelInt16); },
+     [](SharedImageSet& images) { addChannelData(images, PixelDouble); },
+     "4 BeamformingAlgorithm: Error while beamforming image 1 of 3", true, true},
     {"USImgFormation.LogCompression", "Ultrasound;Log Compression", Data::ImageStreamKind,
      [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 2)); },
      [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 5)); },
@@ -172,6 +197,22 @@ TEST_P(AlgorithmContract, ItsFormReachesItAtOnce) {
                                                                      : "3";
     form->setText(field.key, text);
     EXPECT_EQ(algorithm->parameter(field.key.c_str())->text(), text);
+  }
+}
+
+TEST(PluginLife, TheLibraryLeavesTheProcessAfterItHasWorked) {
+  for (int round = 0; round < 3; ++round) {
+    PluginManager::get().load(PLUGIN_FILE);
+    {
+      SharedImageSet images;
+      images.setModality(Data::Ultrasound);
+      addChannelData(images, PixelFloat);
+      const auto algorithm =
+          FactoryRegistry::get().algorithmDescriptor("USImgFormation.Beamforming", false)->create({&images});
+      algorithm->compute();
+      EXPECT_EQ(algorithm->status(), Algorithm::Success);
+    }
+    EXPECT_NO_THROW(PluginManager::get().unload("Kelvaris.USImgFormation"));
   }
 }
 

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "Lib/SharedImage.h"
+#include "Lib/SharedImageSet.h"
+#include "model/FrameAcquisition.h"
+
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <random>
+
+namespace Kelvaris::US::Tests {
+
+inline FrameParameters parameters(int eventType) {
+  FrameParameters parameters;
+  parameters.eventType = eventType;
+  parameters.endDepth = 10;
+  parameters.pulseFrequency = 5e6;
+  parameters.pulseLength = 2;
+  parameters.speedOfSound = 1.54e6;
+  parameters.maxTransmitAperture = 16;
+  parameters.maxReceiveAperture = 16;
+  parameters.receiveSamplingFrequency = 20e6;
+  return parameters;
+}
+
+/// `events` plane waves (at least 2) from all 16 elements of a linear array.
+inline FrameAcquisition planeWaves(int events = 3, double angleRange = 0.3) {
+  FrameParameters p = parameters(1);
+  p.planeWave = {.planeAngleRange = angleRange, .numberApertures = 1, .numberEventsPerAperture = events};
+  return FrameAcquisition(Transducer::createLinear(16, 0.3), p);
+}
+
+/// Parallel beams, focused at a depth of 6 mm.
+inline FrameAcquisition focusedBeams(int beams = 5) {
+  FrameParameters p = parameters(0);
+  p.focused = {.focalDepth = 6, .steeringAngle = 0, .numberFocusedBeamsTotal = beams};
+  return FrameAcquisition(Transducer::createLinear(16, 0.3), p);
+}
+
+/// Channel data of the acquisition in the default layout, one row more than its recordings have samples; all zero.
+inline std::shared_ptr<MemImage> emptyData(const FrameAcquisition& acquisition, int pixelType = PixelFloat,
+                                           int components = 1) {
+  const auto& receive = acquisition.events().front().receive;
+  const int samples =
+      static_cast<int>(std::ceil((receive.endTime - receive.startTime) * receive.samplingFrequency)) + 1;
+  ImageDescriptor descriptor(pixelType, acquisition.transducer().numElements(), samples,
+                             static_cast<int>(acquisition.events().size()), components);
+  std::shared_ptr<MemImage> data = MemImage::create(descriptor);
+  std::fill_n(static_cast<char*>(data->data()), data->byteSize(), '\0');
+  return data;
+}
+
+/// The same with whole numbers from -1000 to 1000.
+inline std::shared_ptr<MemImage> noise(const FrameAcquisition& acquisition, int pixelType = PixelFloat,
+                                       int components = 1, unsigned seed = 1) {
+  const auto data = emptyData(acquisition, pixelType, components);
+  std::mt19937 random(seed);
+  dispatchPixelType(pixelType, [&]<typename T>() {
+    T* samples = static_cast<T*>(data->data());
+    for (std::size_t i = 0; i < data->descriptor().elementCount(); ++i)
+      samples[i] = static_cast<T>(static_cast<int>(random() % 2001) - 1000);
+  });
+  return data;
+}
+
+inline DataComponentList componentsOf(const FrameAcquisition& acquisition) {
+  DataComponentList components;
+  components.add<FrameAcquisition>(acquisition);
+  return components;
+}
+
+/// `count` images of noise with the acquisition as a component of the set as a whole.
+inline SharedImageSet noiseSet(const FrameAcquisition& acquisition, int count) {
+  SharedImageSet set;
+  set.setModality(Data::Ultrasound);
+  set.components().add<FrameAcquisition>(acquisition);
+  for (int i = 0; i < count; ++i)
+    set.add(std::make_shared<SharedImage>(noise(acquisition, PixelFloat, 1, static_cast<unsigned>(i + 1))), 40.0 * i);
+  return set;
+}
+
+} // namespace Kelvaris::US::Tests
