@@ -6,6 +6,7 @@
 
 #include <pugixml.hpp>
 
+#include <exception>
 #include <sstream>
 
 namespace Kelvaris {
@@ -77,7 +78,12 @@ std::optional<DataComponentList> fromXml(std::string_view xml) {
     const std::optional<Properties> properties = PropertiesIO::read(node);
     if (!properties) return std::nullopt;
     std::unique_ptr<DataComponentBase> component = create(id.value());
-    component->configure(&*properties);
+    try {
+      component->configure(&*properties);
+    } catch (const std::exception& exception) {
+      Log::error(kCategory, "The component {} can't be read: {}", id.value(), exception.what());
+      return std::nullopt;
+    }
     components.add(std::move(component));
   }
   return components;

@@ -30,7 +30,7 @@ namespace DataComponentsIO {
 std::string toXml(const DataComponentList& components);
 
 /// Each component is made by the DataComponentFactory from its id and configured with its params. On broken XML,
-/// foreign elements or a missing id: an error is logged and nothing is returned.
+/// foreign elements, a missing id or a component that throws: an error is logged and nothing is returned.
 std::optional<DataComponentList> fromXml(std::string_view xml);
 
 } // namespace DataComponentsIO

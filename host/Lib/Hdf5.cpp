@@ -3,10 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
+
+#include <unistd.h>
 
 namespace Kelvaris::Hdf5 {
 namespace {
@@ -35,6 +40,120 @@ void checkCount(hid_t attribute, const char* name, std::size_t count) {
 H5T_class_t classOf(hid_t attribute, Handle& type) {
   type = checked(Handle(H5Aget_type(attribute), H5Tclose), "read the type of an attribute");
   return H5Tget_class(type);
+}
+
+/// Where a text of variable length lies: object `index` of the global heap collection at `address`.
+struct TextReference {
+  static constexpr std::size_t kBytes = 16;
+  std::uint64_t length, address, index;
+};
+
+std::uint64_t littleEndian(const unsigned char* bytes, int count) {
+  std::uint64_t value = 0;
+  for (int i = count; i-- > 0;)
+    value = value << 8 | bytes[i];
+  return value;
+}
+
+constexpr const char* kReferenceTag = "kelvaris text reference";
+
+/// Hands the reference over as it stands in the file, in place of the text.
+herr_t keepReference(hid_t source, hid_t target, H5T_cdata_t* conversion, size_t, size_t, size_t, void*, void*, hid_t) {
+  if (conversion->command != H5T_CONV_INIT) return 0;
+  char* tag = H5Tget_tag(target);
+  const bool fits = tag && std::strcmp(tag, kReferenceTag) == 0 && H5Tget_size(source) == TextReference::kBytes;
+  H5free_memory(tag);
+  return fits ? 0 : -1;
+}
+
+TextReference readReference(hid_t attribute, hid_t fileType, const std::string& action) {
+  const Handle type = checked(Handle(H5Tcreate(H5T_OPAQUE, TextReference::kBytes), H5Tclose), action);
+  check(H5Tset_tag(type, kReferenceTag), action);
+  // For all texts of variable length; HDF5 keeps each registration until the process ends.
+  static const bool registered = [&] {
+    check(H5Tregister(H5T_PERS_SOFT, "kelvaris-reference", fileType, type, keepReference), action);
+    return true;
+  }();
+  static_cast<void>(registered);
+  unsigned char bytes[TextReference::kBytes];
+  check(H5Aread(attribute, type, bytes), action);
+  return {littleEndian(bytes, 4), littleEndian(bytes + 4, 8), littleEndian(bytes + 12, 4)};
+}
+
+/// The bytes of an open file.
+class FileBytes {
+public:
+  explicit FileBytes(hid_t object) {
+    const Handle file = checked(Handle(H5Iget_file_id(object), H5Fclose), "find the file of an attribute");
+    const Handle creation = checked(Handle(H5Fget_create_plist(file), H5Pclose), "read how the file was made");
+    std::size_t addressBytes = 0, lengthBytes = 0;
+    check(H5Pget_sizes(creation, &addressBytes, &lengthBytes), "read how the file was made");
+    check(H5Pget_userblock(creation, &m_begin), "read how the file was made");
+    check(H5Fget_filesize(file, &m_end), "read the size of the file");
+    void* handle = nullptr;
+    check(H5Fget_vfd_handle(file, H5P_DEFAULT, &handle), "reach the file's bytes");
+    if (addressBytes != 8 || lengthBytes != 8)
+      throw std::runtime_error(fmt::format("The file's addresses have {} bytes, only 8 are known", addressBytes));
+    m_file = *static_cast<int*>(handle);
+  }
+
+  bool contain(std::uint64_t address, std::uint64_t count) const {
+    const std::uint64_t size = m_end - m_begin;
+    return address <= size && count <= size - address;
+  }
+
+  /// False if they don't lie in the file.
+  bool read(std::uint64_t address, std::uint64_t count, void* buffer) const {
+    if (!contain(address, count)) return false;
+    auto* bytes = static_cast<char*>(buffer);
+    for (std::uint64_t done = 0; done < count;) {
+      const ssize_t got = pread(m_file, bytes + done, count - done, static_cast<off_t>(m_begin + address + done));
+      if (got < 0 && errno == EINTR) continue;
+      if (got <= 0) return false;
+      done += static_cast<std::uint64_t>(got);
+    }
+    return true;
+  }
+
+private:
+  int m_file = -1;
+  hsize_t m_begin = 0, m_end = 0;
+};
+
+/// Reads a text from its global heap collection. HDF5 itself would read beyond a damaged one, or hang: it is the one
+/// structure of the format without a checksum. Layout, little-endian: "GCOL", version 1, 3 bytes reserved, size of the
+/// collection (8 bytes); then objects of index (2), reference count (2), 4 bytes reserved, size (8) and their bytes,
+/// padded to 8. Object 0 is the free rest. (HDF5 File Format Specification 3.0, III.E)
+std::optional<std::string> readFromHeap(const FileBytes& file, const TextReference& reference) {
+  constexpr std::uint64_t header = 16;
+  unsigned char bytes[header];
+  if (!file.read(reference.address, header, bytes) || std::memcmp(bytes, "GCOL\1", 5) != 0) return std::nullopt;
+  const std::uint64_t size = littleEndian(bytes + 8, 8);
+  if (!file.contain(reference.address, size)) return std::nullopt;
+  for (std::uint64_t at = header; at <= size && size - at >= header;) {
+    if (!file.read(reference.address + at, header, bytes)) return std::nullopt;
+    const std::uint64_t index = littleEndian(bytes, 2), objectSize = littleEndian(bytes + 8, 8);
+    at += header;
+    if (index == 0 || objectSize > size - at) return std::nullopt;
+    if (index == reference.index) {
+      if (reference.length > objectSize) return std::nullopt;
+      std::string text(reference.length, '\0');
+      if (!file.read(reference.address + at, reference.length, text.data())) return std::nullopt;
+      return text;
+    }
+    at += (objectSize + 7) / 8 * 8;
+  }
+  return std::nullopt;
+}
+
+std::string readVariableText(hid_t attribute, hid_t fileType, const char* name) {
+  const std::string action = fmt::format("read the attribute \"{}\"", name);
+  const TextReference reference = readReference(attribute, fileType, action);
+  if (reference.length == 0) return "";
+  std::optional<std::string> text = readFromHeap(FileBytes(attribute), reference);
+  if (!text) throw std::runtime_error(fmt::format("Can't {}: the file is damaged where its text lies", action));
+  text->resize(std::min(text->find('\0'), text->size()));
+  return std::move(*text);
 }
 
 Handle textType(std::size_t size, H5T_cset_t charset) {
@@ -138,15 +257,7 @@ std::string readText(hid_t object, const char* name) {
   Handle fileType;
   if (classOf(attribute, fileType) != H5T_STRING)
     throw std::runtime_error(fmt::format("The attribute \"{}\" is not a text", name));
-  const H5T_cset_t charset = H5Tget_cset(fileType);
-  if (H5Tis_variable_str(fileType) > 0) {
-    const Handle type = textType(H5T_VARIABLE, charset);
-    char* characters = nullptr;
-    check(H5Aread(attribute, type, &characters), action);
-    std::string text = characters ? characters : "";
-    H5free_memory(characters);
-    return text;
-  }
+  if (H5Tis_variable_str(fileType) > 0) return readVariableText(attribute, fileType, name);
   const std::size_t size = H5Tget_size(fileType);
   if (size > kMaxFixedText)
     throw std::runtime_error(

@@ -1,4 +1,7 @@
+#include "Lib/DataComponentFactory.h"
 #include "Lib/PluginAutoRegistrationGuard.h"
+#include "US/FrameGeometryMetadata.h"
+#include "US/UltrasoundMetadata.h"
 
 namespace Kelvaris::US {
 namespace {
@@ -9,6 +12,21 @@ const char* ultrasoundPluginId() {
 
 // The ultrasound classes count as a plugin that others depend on; it is there as soon as this library is.
 const PluginAutoRegistrationGuard g_ultrasoundPluginGuard(&ultrasoundPluginId);
+
+template <typename T> class RegisteredComponent {
+public:
+  RegisteredComponent() {
+    DataComponentFactory::get().registerComponent(
+        T().id(), []() -> std::unique_ptr<DataComponentBase> { return std::make_unique<T>(); });
+  }
+  ~RegisteredComponent() { DataComponentFactory::get().unregisterComponent(T().id()); }
+  RegisteredComponent(const RegisteredComponent&) = delete;
+  RegisteredComponent& operator=(const RegisteredComponent&) = delete;
+};
+
+// So that files give back the components they were written with.
+const RegisteredComponent<FrameGeometryMetadata> g_frameGeometryMetadata;
+const RegisteredComponent<UltrasoundMetadata> g_ultrasoundMetadata;
 
 } // namespace
 } // namespace Kelvaris::US

@@ -1,7 +1,9 @@
 #include "US/FrameGeometryMetadata.h"
 
 #include "Core/Properties.h"
+#include "Lib/DataComponentsIO.h"
 #include "US/GeometryCases.h"
+#include "US/UltrasoundMetadata.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -32,6 +34,17 @@ TEST(FrameGeometryMetadata, OwnsItsGeometry) {
   EXPECT_NE(metadata, copy);
   metadata = copy;
   EXPECT_EQ(metadata, copy);
+}
+
+TEST(FrameGeometryMetadata, ComesBackFromAFileAsItself) {
+  DataComponentList components;
+  components.add<FrameGeometryMetadata>(*Tests::linearCase(38, 5, 40).geometry);
+  components.add<UltrasoundMetadata>();
+  const auto read = DataComponentsIO::fromXml(DataComponentsIO::toXml(components));
+  ASSERT_TRUE(read);
+  ASSERT_NE(read->get<FrameGeometryMetadata>(), nullptr);
+  EXPECT_EQ(*read->get<FrameGeometryMetadata>(), *components.get<FrameGeometryMetadata>());
+  EXPECT_NE(read->get<UltrasoundMetadata>(), nullptr);
 }
 
 TEST(FrameGeometryMetadata, TakesOverAGeometryOfAnyKindOrKeepsItsOwn) {

@@ -1,0 +1,238 @@
+// Feeds mutated input to every parser of what comes from outside, and checks what a parser accepts: written again, it
+// must read back the same. Crashes and undefined behaviour are the sanitizers' to find.
+//   ParserFuzz [SEED]     all parsers
+//   ParserFuzz -f FILE    one .kvx file, to look into a finding
+#include "fuzz/Mutator.h"
+#include "fuzz/RegisteredComponents.h"
+#include "support/TemporaryFolder.h"
+
+#include "Core/Log.h"
+#include "Core/PropertiesIO.h"
+#include "Lib/DataComponentsIO.h"
+#include "Lib/Hdf5.h"
+#include "Lib/KelvarisFile.h"
+#include "kelvaris/Step.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+
+#include <unistd.h>
+
+namespace Kelvaris::Tests {
+namespace {
+
+/// Ends the run: a parser accepted something that it can't read back.
+class Finding : public std::logic_error {
+public:
+  using std::logic_error::logic_error;
+};
+
+/// An input that takes longer hangs; the alarm then ends the program.
+constexpr unsigned kSecondsPerInput = 20;
+
+struct Parser {
+  const char* name;
+  std::vector<std::string> inputs;
+  std::vector<std::string> words;
+  int count;
+  /// Parses; true if the input was accepted. Throws std::runtime_error or std::invalid_argument where it is refused,
+  /// Finding where it doesn't survive being written.
+  std::function<bool(const std::string&)> parse;
+};
+
+const std::vector<std::string> kXmlWords = {"<param key=\"",
+                                            "</param>",
+                                            "<properties key=\"x\">",
+                                            "</properties>",
+                                            "<component id=\"",
+                                            "<step id=\"",
+                                            "nan",
+                                            "-inf",
+                                            "1e999",
+                                            "-",
+                                            "99999999999999999999",
+                                            "2147483648",
+                                            "-1",
+                                            ";",
+                                            " ",
+                                            "0x10",
+                                            "&lt;",
+                                            "&#0;",
+                                            "&#xFFFFFFFF;",
+                                            "<![CDATA[",
+                                            "]]>",
+                                            "<!--",
+                                            "<?xml",
+                                            "<!DOCTYPE x [<!ENTITY a \"b\">]>",
+                                            "\xEF\xBB\xBF",
+                                            "\xFF\xFE",
+                                            std::string(1, '\0')};
+
+Properties someProperties() {
+  Properties p;
+  p.setParam("pitch", 0.3);
+  p.setParam("count", 128);
+  p.setParam("name", "L7-4 <&> \"x\"");
+  p.setParam("delays", std::vector<double>{0.0, 1.5e-6, -2.25, std::nan("")});
+  for (int i = 0; i < 3; ++i) {
+    Properties& event = p.addSubProperties("event");
+    event.setParam("number", i);
+    event.addSubProperties("transmit").setParam("apodization", std::vector<double>(16, 0.5));
+  }
+  return p;
+}
+
+bool parseProperties(const std::string& xml) {
+  const auto properties = PropertiesIO::fromXml(xml);
+  if (!properties) return false;
+  const auto again = PropertiesIO::fromXml(PropertiesIO::toXml(*properties));
+  if (!again || !(*again == *properties)) throw Finding("the properties don't survive being written");
+  return true;
+}
+
+bool parseComponents(const std::string& xml) {
+  const auto components = DataComponentsIO::fromXml(xml);
+  if (!components) return false;
+  // Components keep what they understand, so it is their second form that has to last.
+  const std::string written = DataComponentsIO::toXml(*components);
+  const auto again = DataComponentsIO::fromXml(written);
+  if (!again) throw Finding("the components can't be read back");
+  if (DataComponentsIO::toXml(*again) != written) throw Finding("the components don't survive being written");
+  return true;
+}
+
+bool parseChain(const std::string& xml) {
+  const auto steps = CommandLine::parseChain(xml, "fuzz");
+  if (CommandLine::parseChain(CommandLine::chainToXml(steps), "fuzz") != steps)
+    throw Finding("the chain doesn't survive being written");
+  return true;
+}
+
+bool parseStep(const std::string& text) {
+  CommandLine::parseStep(text);
+  return true;
+}
+
+/// Loads, and saves what was loaded.
+bool parseFile(const std::filesystem::path& path, const std::filesystem::path& copy) {
+  const auto set = KelvarisFile::load(path);
+  KelvarisFile::save(copy, *set);
+  const auto again = KelvarisFile::load(copy);
+  if (again->size() != set->size()) throw Finding("images got lost");
+  for (int i = 0; i < set->size(); ++i) {
+    const auto a = set->get(i).mem(), b = again->get(i).mem();
+    if (a->byteSize() != b->byteSize() || std::memcmp(a->data(), b->data(), a->byteSize()) != 0)
+      throw Finding(fmt::format("image {} changed", i));
+  }
+  return true;
+}
+
+/// The bytes of a small valid file. Old ones have no checksums, so that damage gets further into HDF5.
+std::string fileBytes(const TemporaryFolder& folder, bool old) {
+  SharedImageSet set;
+  set.setModality(Data::Ultrasound);
+  set.properties() = someProperties();
+  for (const int type : {PixelUInt8, PixelFloat}) {
+    std::shared_ptr<MemImage> pixels = MemImage::create(ImageDescriptor(type, 5, 4, 2));
+    std::memset(pixels->data(), 1, pixels->byteSize());
+    set.add(std::make_shared<SharedImage>(pixels));
+  }
+  auto component = std::make_unique<UnknownDataComponent>("Anything");
+  const Properties contents = someProperties();
+  component->configure(&contents);
+  set.elementwiseComponents().components(0).add(std::move(component));
+  KelvarisFile::save(folder / "seed.kvx", set);
+  if (!old) return readFile(folder / "seed.kvx");
+
+  const Hdf5::Handle source = Hdf5::openFile(folder / "seed.kvx");
+  {
+    const Hdf5::Handle target(H5Fcreate((folder / "old.kvx").c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT),
+                              H5Fclose);
+    H5Ocopy(source, "/images", target, "/images", H5P_DEFAULT, H5P_DEFAULT);
+    for (const char* name : {"format", "properties"})
+      Hdf5::writeText(target, name, Hdf5::readText(source, name));
+    Hdf5::writeInteger(target, "version", 1);
+  }
+  return readFile(folder / "old.kvx");
+}
+
+void run(const Parser& parser, unsigned seed) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (const std::string& input : parser.inputs)
+    if (!parser.parse(input)) throw Finding(fmt::format("{}: a valid input was refused", parser.name));
+  Mutator mutator(parser.inputs, parser.words, seed);
+  int accepted = 0;
+  for (int i = 0; i < parser.count; ++i) {
+    const std::string input = mutator.next();
+    // What crashes lies here afterwards.
+    if (const char* trace = std::getenv("KELVARIS_FUZZ_TRACE")) writeFile(trace, input);
+    alarm(kSecondsPerInput);
+    try {
+      accepted += parser.parse(input);
+    } catch (const Finding& finding) {
+      throw Finding(fmt::format("{}, input {}: {}\n{}", parser.name, i, finding.what(), input));
+    } catch (const std::runtime_error&) {    // NOLINT(bugprone-empty-catch): refused, as it should be
+    } catch (const std::invalid_argument&) { // NOLINT(bugprone-empty-catch): the same
+    }
+  }
+  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+  fmt::print("{:10} {:6} inputs, {:6} accepted, {:.1f} s\n", parser.name, parser.count, accepted, time.count());
+  std::fflush(stdout);
+}
+
+int main(int argc, char** argv) {
+  Log::setConsoleLevel(Log::Off);
+  const RegisteredComponents registered;
+  const TemporaryFolder folder;
+  if (argc == 3 && std::string(argv[1]) == "-f") {
+    try {
+      parseFile(argv[2], folder / "copy.kvx");
+      fmt::print("accepted\n");
+    } catch (const std::exception& error) {
+      fmt::print("{}\n", error.what());
+    }
+    return 0;
+  }
+  const auto seed = static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 1);
+  const auto parseBytes = [&](const std::string& bytes) {
+    writeFile(folder / "fuzz.kvx", bytes);
+    return parseFile(folder / "fuzz.kvx", folder / "copy.kvx");
+  };
+  const std::vector<std::string> fileWords = {"SNOD", "TREE", "HEAP", "GCOL", "OHDR", "FRHP", "FADB", "BTHD"};
+  const std::vector<Parser> parsers = {
+      {"properties", {PropertiesIO::toXml(someProperties())}, kXmlWords, 20000, parseProperties},
+      {"components", registered.examples(), kXmlWords, 20000, parseComponents},
+      {"chain",
+       {CommandLine::chainToXml({{"IqDemodulation", {{"samplingFrequency", "6.6667e6"}}}, {"LogCompression", {}}})},
+       kXmlWords,
+       10000,
+       parseChain},
+      {"step",
+       {"Beamforming:outputSize=[512,256],beamformerType=\"Hamming Das\",fNumber=1.5"},
+       {",", ":", "=", "[", "]", "(", ")", "\"", "'"},
+       20000,
+       parseStep},
+      {"kvx", {fileBytes(folder, false)}, fileWords, 1500, parseBytes},
+      {"kvx, old", {fileBytes(folder, true)}, fileWords, 1500, parseBytes},
+  };
+  try {
+    for (const Parser& parser : parsers)
+      run(parser, seed);
+  } catch (const std::exception& finding) {
+    fmt::print(stderr, "ParserFuzz: {}\n", finding.what());
+    return 1;
+  }
+  return 0;
+}
+
+} // namespace
+} // namespace Kelvaris::Tests
+
+int main(int argc, char** argv) {
+  return Kelvaris::Tests::main(argc, argv);
+}

@@ -1,0 +1,57 @@
+#include "fuzz/RegisteredComponents.h"
+
+#include "Lib/DataComponentFactory.h"
+#include "Lib/DataComponentsIO.h"
+#include "US/FrameGeometryConvexSteered.h"
+#include "US/FrameGeometryMetadata.h"
+#include "US/FrameGeometrySector.h"
+#include "US/UltrasoundMetadata.h"
+#include "model/BeamformingRois.h"
+#include "model/ChannelDataLayout.h"
+#include "model/PulseEchoEvent.h"
+#include "model/Transducer.h"
+
+#include <memory>
+
+namespace Kelvaris::Tests {
+namespace {
+
+template <typename T> void registerComponent(const void* owner) {
+  const DataComponentFactory::OwnerScope scope(owner);
+  DataComponentFactory::get().registerComponent(
+      T().id(), []() -> std::unique_ptr<DataComponentBase> { return std::make_unique<T>(); });
+}
+
+template <typename T> std::string xmlOf(const T& component) {
+  DataComponentList components;
+  components.add<T>(component);
+  return DataComponentsIO::toXml(components);
+}
+
+} // namespace
+
+RegisteredComponents::RegisteredComponents() {
+  registerComponent<US::BeamformingRois>(this);
+  registerComponent<US::ChannelDataLayout>(this);
+  registerComponent<US::PulseEchoEvent>(this);
+  registerComponent<US::Transducer>(this);
+}
+
+RegisteredComponents::~RegisteredComponents() {
+  DataComponentFactory::get().unregisterComponentsOf(this);
+}
+
+std::vector<std::string> RegisteredComponents::examples() const {
+  US::BeamformingRois rois;
+  rois.add(Geometry::Polygon2D({{0.0, 0.0}, {10.0, 0.5}, {10.0, 40.0}}));
+  rois.add(Geometry::Polygon2D({{0.0, 0.0}, {0.0, 40.0}}));
+  return {xmlOf(rois),
+          xmlOf(US::ChannelDataLayout()),
+          xmlOf(US::PulseEchoEvent()),
+          xmlOf(US::Transducer::createConvex(128, 0.3, 60.0)),
+          xmlOf(US::FrameGeometryMetadata(US::FrameGeometrySector())),
+          xmlOf(US::FrameGeometryMetadata(US::FrameGeometryConvexSteered())),
+          xmlOf(US::UltrasoundMetadata())};
+}
+
+} // namespace Kelvaris::Tests
