@@ -6,6 +6,7 @@
 #include "model/TransmitTransitTime.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace Kelvaris::US {
 namespace {
@@ -14,10 +15,10 @@ constexpr std::size_t kParallelSearches = 1 << 13; // a few milliseconds; less i
 
 /// Distance in mm from the point to the element farthest from it.
 double farthestElement(const Eigen::Vector3d& point, const std::vector<Eigen::Vector3d>& elements) {
-  double distance = 0.0;
+  double squared = 0.0;
   for (const Eigen::Vector3d& element : elements)
-    distance = std::max(distance, (point - element).norm());
-  return distance;
+    squared = std::max(squared, (point - element).squaredNorm());
+  return std::sqrt(squared);
 }
 
 Eigen::Vector3d inFrame(const Eigen::Vector2d& point) {

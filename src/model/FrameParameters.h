@@ -40,7 +40,7 @@ struct FrameParameters {
 /// Limits of a frame made from parameters: what takes memory or time by it stays within reason.
 struct FrameLimits {
   static constexpr int maxEvents = 65536;
-  static constexpr int maxEventElements = 1 << 25; ///< events times elements of the array
+  static constexpr int maxEventElements = 1 << 24; ///< events times elements of the array
   static constexpr int maxRows = 65536;            ///< three per wavelength over the depth
 };
 

@@ -47,7 +47,7 @@ std::vector<Eigen::Vector3d> computeElementsConvex(int numElements, double pitch
 class Transducer : public DataComponent<Transducer> {
 public:
   /// Stored counts above this are refused; positions, apertures and delays of an array take memory by its size.
-  static constexpr int kMaxStoredElements = 65536;
+  static constexpr int kMaxStoredElements = 16384;
 
   /// Stores both and makes the array straight. Not validated.
   void configureLinear(int numElements, double pitch);

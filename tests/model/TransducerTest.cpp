@@ -102,7 +102,7 @@ TEST(Transducer, BadPropertiesAreLoggedAndChangeNothing) {
       {"round", "1", "0.3", nullptr,
        "4 Transducer: Number of elements 1 is too low, at least 2 elements are required."},
       {"linear", "2147483647", "0.3", nullptr,
-       "4 Transducer: Number of elements 2147483647 is too high, at most 65536 elements are supported."},
+       "4 Transducer: Number of elements 2147483647 is too high, at most 16384 elements are supported."},
       {"round", "64", "0.3", nullptr, "4 Transducer: Unknown transducer type round during configure"},
       {"linear", "64", "wide", nullptr, "\"pitch\""},
       {"convex", "64", "0.3", "?", "\"radiusCurvature\""},
