@@ -34,7 +34,9 @@ if(NOT KELVARIS_CUDA STREQUAL "OFF")
   if(CMAKE_CUDA_COMPILER)
     # Machine code for 7.5, 8.0, 8.6 and 8.9, and PTX of 8.9 for later devices.
     set(CMAKE_CUDA_ARCHITECTURES 75-real 80-real 86-real 89 CACHE STRING "CUDA architectures")
-    set(CMAKE_CUDA_RUNTIME_LIBRARY Static)
+    # One runtime for host and plugin, so that both see the same errors. It loads the driver when it is first called, so
+    # the libraries load where there is none. A copy lies beside them, where their run path finds it.
+    set(CMAKE_CUDA_RUNTIME_LIBRARY Shared)
     enable_language(CUDA)
     set(CMAKE_CUDA_STANDARD 20)
     if(NOT CMAKE_CUDA20_STANDARD_COMPILE_OPTION) # CMake 3.25 does not know it of nvcc 13
@@ -42,6 +44,8 @@ if(NOT KELVARIS_CUDA STREQUAL "OFF")
       set(CMAKE_CUDA20_EXTENSION_COMPILE_OPTION "-std=c++20")
     endif()
     find_package(CUDAToolkit REQUIRED)
+    get_target_property(cudart CUDA::cudart IMPORTED_LOCATION)
+    file(COPY ${cudart} DESTINATION ${CMAKE_BINARY_DIR}/lib FOLLOW_SYMLINK_CHAIN)
     set(KELVARIS_HAVE_CUDA ON)
   elseif(KELVARIS_CUDA STREQUAL "ON")
     message(FATAL_ERROR "KELVARIS_CUDA=ON, but no CUDA compiler was found; put nvcc on PATH or set CUDACXX")
