@@ -175,8 +175,7 @@ Step parseStep(const std::string& text) {
 std::vector<Step> parseChain(const std::string& xml, const std::string& name) {
   const auto fail = [&](const std::string& reason) { throw std::runtime_error(fmt::format("{}: {}", name, reason)); };
   pugi::xml_document document;
-  const pugi::xml_parse_result result =
-      document.load_buffer(xml.data(), xml.size(), pugi::parse_default | pugi::parse_ws_pcdata_single);
+  const pugi::xml_parse_result result = document.load_buffer(xml.data(), xml.size(), PropertiesIO::parseFlags());
   if (!result) fail(fmt::format("Broken XML at byte {}: {}", result.offset, result.description()));
   const pugi::xml_node root = document.document_element();
   if (std::string_view(root.name()) != "chain")

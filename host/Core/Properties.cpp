@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <system_error>
+#include <unordered_map>
 
 namespace Kelvaris {
 namespace PropertyText {
@@ -27,14 +29,19 @@ std::string_view nextWord(std::string_view& text) {
   return word;
 }
 
+/// strtod with a point for the decimal sign, whatever the program's locale.
+double parseBeyondRange(const char* word) {
+  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return strtod_l(word, nullptr, cLocale);
+}
+
 template <typename T> bool parseNumber(std::string_view word, T& value) {
   if (!word.empty() && word.front() == '+' && word.size() > 1 && word[1] != '-') word.remove_prefix(1);
   T parsed{};
   const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), parsed);
   if (error == std::errc::result_out_of_range && std::is_floating_point_v<T> && end == word.data() + word.size()) {
-    // from_chars leaves the value alone where it over- or underflows; strtod's limit values are what IEEE readers
-    // expect.
-    parsed = static_cast<T>(std::strtod(std::string(word).c_str(), nullptr));
+    // from_chars leaves the value alone where it over- or underflows; the limit values are what IEEE readers expect.
+    parsed = static_cast<T>(parseBeyondRange(std::string(word).c_str()));
   } else if (error != std::errc() || end != word.data() + word.size()) {
     return false;
   }
@@ -183,6 +190,18 @@ bool fromText(std::string_view text, std::vector<Eigen::Vector2d>& value) {
 
 void Properties::removeParam(const std::string& key) {
   std::erase_if(m_params, [&](const Param& p) { return p.first == key; });
+}
+
+void Properties::setParams(std::vector<Param> params) {
+  std::unordered_map<std::string, std::size_t> places;
+  m_params.clear();
+  for (Param& param : params) {
+    const auto [place, isNew] = places.try_emplace(param.first, m_params.size());
+    if (isNew)
+      m_params.push_back(std::move(param));
+    else
+      m_params[place->second].second = std::move(param.second);
+  }
 }
 
 Properties& Properties::subProperties(const std::string& name) {

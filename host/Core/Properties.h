@@ -67,6 +67,8 @@ public:
   bool hasParam(const std::string& key) const { return find(key) != nullptr; }
   void removeParam(const std::string& key);
   const std::vector<Param>& params() const { return m_params; }
+  /// Replaces all. Of several with one key, the last text stands in the place of the first.
+  void setParams(std::vector<Param> params);
 
   /// The first sub-properties of that name, created if there are none.
   Properties& subProperties(const std::string& name);

@@ -5,6 +5,8 @@
 #include <pugixml.hpp>
 
 #include <sstream>
+#include <utility>
+#include <vector>
 
 namespace Kelvaris::PropertiesIO {
 namespace {
@@ -16,6 +18,7 @@ bool readInto(const pugi::xml_node& node, Properties& properties, int depth) {
     Log::error(kCategory, "The XML nests properties deeper than {} levels", kMaxDepth);
     return false;
   }
+  std::vector<Properties::Param> params;
   for (const pugi::xml_node& child : node.children()) {
     const std::string_view name = child.name();
     if (child.type() != pugi::node_element) continue;
@@ -29,14 +32,19 @@ bool readInto(const pugi::xml_node& node, Properties& properties, int depth) {
       return false;
     }
     if (name == "param")
-      properties.setParam(key.value(), std::string(child.text().get()));
+      params.emplace_back(key.value(), child.text().get());
     else if (!readInto(child, properties.addSubProperties(key.value()), depth + 1))
       return false;
   }
+  properties.setParams(std::move(params));
   return true;
 }
 
 } // namespace
+
+unsigned int parseFlags() {
+  return (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
+}
 
 void write(const Properties& properties, pugi::xml_node node) {
   for (const auto& [key, text] : properties.params()) {
@@ -67,8 +75,7 @@ std::string toXml(const Properties& properties) {
 
 std::optional<Properties> fromXml(std::string_view xml) {
   pugi::xml_document document;
-  const pugi::xml_parse_result result =
-      document.load_buffer(xml.data(), xml.size(), pugi::parse_default | pugi::parse_ws_pcdata_single);
+  const pugi::xml_parse_result result = document.load_buffer(xml.data(), xml.size(), parseFlags());
   if (!result) {
     Log::error(kCategory, "Broken XML at byte {}: {}", result.offset, result.description());
     return std::nullopt;

@@ -21,6 +21,10 @@ namespace Kelvaris::PropertiesIO {
 /// Deepest nesting of sub-properties that a reader accepts.
 inline constexpr int kMaxDepth = 64;
 
+/// pugixml's flags for documents that hold properties: texts come back as they were written, blanks and line ends
+/// included.
+unsigned int parseFlags();
+
 std::string toXml(const Properties& properties);
 
 /// Reads the XML of one <properties>. On broken XML, foreign elements, a missing key or too deep nesting: an error is

@@ -52,8 +52,7 @@ std::string toXml(const DataComponentList& components) {
 
 std::optional<DataComponentList> fromXml(std::string_view xml) {
   pugi::xml_document document;
-  const pugi::xml_parse_result result =
-      document.load_buffer(xml.data(), xml.size(), pugi::parse_default | pugi::parse_ws_pcdata_single);
+  const pugi::xml_parse_result result = document.load_buffer(xml.data(), xml.size(), PropertiesIO::parseFlags());
   if (!result) {
     Log::error(kCategory, "Broken XML at byte {}: {}", result.offset, result.description());
     return std::nullopt;
