@@ -1,0 +1,173 @@
+#include "Stream/StreamAlgorithmExecutor.h"
+
+#include "Lib/FactoryRegistry.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Kelvaris {
+namespace {
+
+/// Hands images through; refuses those that are 2 pixels wide.
+class PassOn : public Algorithm, public SequentialImageProcessor {
+public:
+  static bool createCompatible(const DataList& data, Algorithm** a) {
+    if (data.getImages(Data::UnknownKind, Data::Ultrasound).empty()) return false;
+    if (a) *a = std::make_unique<PassOn>().release();
+    return true;
+  }
+  void compute() override {}
+  OwningDataList takeOutput() override { return {}; }
+  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
+  processImage(const SharedImage& image, const DataComponentList& components) const override {
+    if (image.descriptor().width() == 2) return {};
+    return {image.clone(1), components};
+  }
+};
+
+class Whole : public Algorithm {
+public:
+  static bool createCompatible(const DataList&, Algorithm** a) {
+    if (a) *a = std::make_unique<Whole>().release();
+    return true;
+  }
+  void compute() override {}
+  OwningDataList takeOutput() override { return {}; }
+};
+
+struct Factory : AlgorithmFactory {
+  Factory() : AlgorithmFactory("Test") {
+    registerAlgorithm<PassOn>("PassOn", "Test;Pass On");
+    registerAlgorithm<Whole>("Whole", "Test;Whole");
+  }
+};
+
+class StreamAlgorithmExecutorTest : public ::testing::Test {
+protected:
+  StreamAlgorithmExecutorTest() { FactoryRegistry::get().add(std::make_unique<Factory>(), nullptr, this); }
+  ~StreamAlgorithmExecutorTest() override { FactoryRegistry::get().remove(this); }
+
+  void listenTo(const StreamAlgorithmExecutor& executor) {
+    m_connection = executor.stream()->dataSignal.connect([this](const std::shared_ptr<const StreamData>& data) {
+      received.push_back(std::dynamic_pointer_cast<const ImageStreamData>(data));
+    });
+  }
+
+  void emit(const std::vector<int>& widths, Data::Modality modality = Data::Ultrasound) {
+    auto images = std::make_shared<SharedImageSet>();
+    images->setModality(modality);
+    for (const int width : widths)
+      images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(width, 1)), 100.0 + width);
+    auto data = std::make_shared<ImageStreamData>(images);
+    data->setTimestampArrival(5.0);
+    data->setTimestampDevice(4.0);
+    input.dataSignal.emitSignal(data);
+  }
+
+  ImageStream input{"probe"};
+  std::vector<std::shared_ptr<const ImageStreamData>> received;
+
+private:
+  boost::signals2::scoped_connection m_connection;
+};
+
+TEST_F(StreamAlgorithmExecutorTest, WorksOnEveryImageOrTheFirst) {
+  StreamAlgorithmExecutor executor(input, std::make_unique<PassOn>());
+  EXPECT_TRUE(dynamic_cast<const PassOn&>(*executor.streamAlgorithm()).isSequentialMode());
+  EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
+  listenTo(executor);
+  emit({1, 2, 3});
+  executor.mode = StreamAlgorithmExecutor::EveryImage;
+  emit({1, 2, 3});
+  emit({2}); // nothing comes of it
+  emit({});
+  input.dataSignal.emitSignal(std::make_shared<StreamData>());
+  ASSERT_EQ(received.size(), 2u);
+  EXPECT_EQ(received[0]->images()->size(), 1);
+  ASSERT_EQ(received[1]->images()->size(), 2) << "without the refused one";
+  EXPECT_EQ(received[1]->images()->timestamp(1), 103.0);
+  EXPECT_EQ(received[1]->images()->modality(), Data::Ultrasound);
+  EXPECT_EQ(received[1]->timestampArrival(), 5.0);
+  EXPECT_EQ(received[1]->timestampDevice(), 4.0);
+}
+
+TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {
+  StreamAlgorithmExecutor executor(input, std::make_unique<PassOn>());
+  listenTo(executor);
+  executor.autoStart = false;
+  emit({1});
+  EXPECT_TRUE(received.empty());
+  executor.compute();
+  EXPECT_EQ(executor.status(), Algorithm::Success);
+  executor.compute();
+  emit({1});
+  EXPECT_EQ(received.size(), 1u) << "listens once only";
+}
+
+TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmByItsDisplayName) {
+  StreamAlgorithmExecutor executor(input, nullptr);
+  listenTo(executor);
+  emit({1});
+  EXPECT_EQ(executor.streamAlgorithm(), nullptr);
+  executor.setStreamAlgorithmName("Pass On");
+  emit({1});
+  ASSERT_NE(executor.streamAlgorithm(), nullptr);
+  EXPECT_EQ(executor.streamAlgorithm()->factoryInfo().id, "Test.PassOn");
+  EXPECT_EQ(received.size(), 1u);
+}
+
+TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithm) {
+  StreamAlgorithmExecutor executor(input, nullptr);
+  {
+    Tests::ExpectedLog log;
+    executor.compute();
+    EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
+    EXPECT_TRUE(log.contains("Neither an algorithm nor the name of one is given"));
+  }
+  const struct {
+    const char* name;
+    Data::Modality modality;
+    const char* message;
+  } cases[] = {{"Absent", Data::Ultrasound, "\"Absent\": no factory has one of this name"},
+               {"Pass On", Data::UnknownModality, "\"Pass On\": it doesn't work on the images of this stream"},
+               {"Whole", Data::Ultrasound, "The algorithm Whole can't process images one by one"}};
+  for (const auto& c : cases) {
+    executor.setStreamAlgorithmName(c.name);
+    Tests::ExpectedLog log;
+    emit({1}, c.modality);
+    emit({1}, c.modality);
+    ASSERT_EQ(log.messages().size(), 1u) << c.name;
+    EXPECT_TRUE(log.contains(c.message)) << log.messages()[0];
+    EXPECT_EQ(executor.streamAlgorithmName(), "");
+  }
+}
+
+TEST_F(StreamAlgorithmExecutorTest, TheOutputMayGoBeforeOrAfterTheExecutor) {
+  auto executor = std::make_unique<StreamAlgorithmExecutor>(input, std::make_unique<PassOn>());
+  listenTo(*executor);
+  OwningDataList output = executor->takeOutput();
+  ASSERT_EQ(output.size(), 1u);
+  EXPECT_TRUE(executor->takeOutput().empty());
+  EXPECT_EQ(executor->stream(), output[0]);
+  emit({1});
+  EXPECT_EQ(received.size(), 1u);
+  output.extract<ImageStream>();
+  EXPECT_EQ(executor->stream(), nullptr);
+  emit({1});
+
+  executor = std::make_unique<StreamAlgorithmExecutor>(input, std::make_unique<PassOn>());
+  output = executor->takeOutput();
+  executor.reset();
+  emit({1});
+  EXPECT_EQ(output.size(), 1u);
+  EXPECT_THROW(ImageStreamData(nullptr), std::invalid_argument);
+}
+
+} // namespace
+} // namespace Kelvaris
