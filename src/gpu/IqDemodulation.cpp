@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace Kelvaris::US::GPU {
 namespace {
@@ -35,9 +36,15 @@ void IqDemodulation::updateCachedSignals(int length, int decimationFactor, doubl
   const auto cutoff = static_cast<float>(demodulationFrequency * cutoffRatio);
   const auto filter = Signal::createFirFilter(Signal::FilterType::Lowpass, fs, 0.0f, cutoff, filterLength, 0);
   const auto signal = Signal::sinusoidComplex(fs, -fd, length, 2.0f, 0.0f, 0);
-  m_signals = std::make_unique<CachedSignals>(CachedSignals{
-      std::make_unique<CUDA::DeviceBufferImage>(filter), std::make_unique<CUDA::DeviceBufferImage>(signal),
-      filterLength, decimationFactor, samplingFrequency, demodulationFrequency, cutoffRatio});
+  auto signals = std::make_unique<CachedSignals>();
+  signals->filter = std::make_unique<CUDA::DeviceBufferImage>(filter);
+  signals->signal = std::make_unique<CUDA::DeviceBufferImage>(signal);
+  signals->filterLength = filterLength;
+  signals->decimationFactor = decimationFactor;
+  signals->samplingFrequency = samplingFrequency;
+  signals->demodulationFrequency = demodulationFrequency;
+  signals->cutoffRatio = cutoffRatio;
+  m_signals = std::move(signals);
 }
 
 std::shared_ptr<SharedImage> IqDemodulation::demodulate(const SharedImage& image, double samplingFrequency,

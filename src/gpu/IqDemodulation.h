@@ -40,11 +40,11 @@ public:
   struct CachedSignals {
     std::unique_ptr<CUDA::DeviceBufferImage> filter; ///< filterLength x 1 x 1, float
     std::unique_ptr<CUDA::DeviceBufferImage> signal; ///< samples of a line x 1 x 1, two floats
-    int filterLength;
-    int decimationFactor;
-    double samplingFrequency;
-    double demodulationFrequency;
-    double cutoffRatio;
+    int filterLength = 0;
+    int decimationFactor = 0;
+    double samplingFrequency = 0.0;
+    double demodulationFrequency = 0.0;
+    double cutoffRatio = 0.0;
   };
   /// Null before the first call. Any change of a parameter or of the line's length replaces the record as a whole.
   const CachedSignals* cachedSignals() const { return m_signals.get(); }

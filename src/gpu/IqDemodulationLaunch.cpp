@@ -80,8 +80,8 @@ template <typename T> void demodulateAlongLines(const IqDemodulationArguments& a
   layout.fill(quadrature, [&](int i) { return CUDA::readElement<float2>(a.signal, i, 0, 0).y; });
   const int taps = a.filter.width, half = taps / 2;
   std::vector<std::ptrdiff_t> offsets(static_cast<std::size_t>(taps));
-  for (int k = -half; k < taps - half; ++k)
-    offsets[static_cast<std::size_t>(k + half)] = layout.offset(k);
+  for (int tap = 0; tap < taps; ++tap)
+    offsets[static_cast<std::size_t>(tap)] = layout.offset(tap - half);
 
   // The lines start in the plane of the two other axes.
   const int axisU = axis == 0 ? 1 : 0, axisV = axis == 2 ? 1 : 2;
