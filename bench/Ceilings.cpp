@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <random>
 #include <vector>
 
 namespace Kelvaris::Bench {
@@ -18,6 +19,7 @@ namespace Kelvaris::Bench {
   float multiplyAdds(int rounds, float factor);                                                                        \
   float sumOf(const float* values, std::size_t count);                                                                 \
   int operationsPerRound();                                                                                            \
+  float readScattered(const float* values, const float* indices, int count);                                           \
   }
 KELVARIS_VARIANT(cpu_v2)
 KELVARIS_VARIANT(cpu_v3)
@@ -58,12 +60,31 @@ void readRate(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * blocks * blockSize * 4);
 }
 
+void scatteredReadRate(benchmark::State& state) {
+  const auto readScattered = best(cpu_v2::readScattered, cpu_v3::readScattered, cpu_v4::readScattered);
+  constexpr int count = 1024, rounds = 1 << 10;
+  std::vector<float> values(4096, 1.0f), indices(count); // 16 KiB
+  std::mt19937 random(1);
+  for (float& index : indices)
+    index = static_cast<float>(random() % values.size());
+  for ([[maybe_unused]] auto _ : state) {
+    float total = 0.0f;
+#pragma omp parallel reduction(+ : total)
+    for (int round = 0; round < rounds; ++round)
+      total += readScattered(values.data(), indices.data(), count);
+    benchmark::DoNotOptimize(total);
+  }
+  state.counters["reads"] = benchmark::Counter(
+      static_cast<double>(state.iterations()) * rounds * count * omp_get_max_threads(), benchmark::Counter::kIsRate);
+}
+
 } // namespace
 
 void registerCeilings() {
   benchmark::RegisterBenchmark("Ceiling: multiply-adds in registers", multiplyAddRate)
       ->MeasureProcessCPUTime()
       ->UseRealTime();
+  benchmark::RegisterBenchmark("Ceiling: scattered reads", scatteredReadRate)->MeasureProcessCPUTime()->UseRealTime();
   benchmark::RegisterBenchmark("Ceiling: reading memory", readRate)->MeasureProcessCPUTime()->UseRealTime();
 }
 

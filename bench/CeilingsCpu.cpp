@@ -10,6 +10,7 @@ using CUDA::KELVARIS_ARCH::Lanes;
 float multiplyAdds(int rounds, float factor);
 float sumOf(const float* values, std::size_t count);
 int operationsPerRound();
+float readScattered(const float* values, const float* indices, int count);
 
 constexpr int kChains = 10; // covers latency times throughput of the multiply-add units, within 16 registers
 
@@ -38,6 +39,15 @@ float sumOf(const float* values, std::size_t count) {
     for (std::size_t part = 0; part < 4; ++part)
       sums[part] = sums[part] + Lanes::load(values + i + part * Lanes::count);
   return highest(sums[0] + sums[1] + sums[2] + sums[3]);
+}
+
+/// `count` is a multiple of 16.
+float readScattered(const float* values, const float* indices, int count) {
+  const char* first = reinterpret_cast<const char*>(values);
+  Lanes sum = 0.0f;
+  for (int i = 0; i < count; i += Lanes::count)
+    sum = sum + CUDA::LaneAddresses(first, Lanes::load(indices + i), sizeof(float)).read1();
+  return highest(sum);
 }
 
 } // namespace Kelvaris::Bench::KELVARIS_ARCH

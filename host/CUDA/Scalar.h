@@ -15,6 +15,8 @@ template <typename F> struct LaneTraits;
 template <> struct LaneTraits<float> {
   using Mask = bool;
   static constexpr int count = 1;
+  /// Steps of a loop that are worth preparing together.
+  static constexpr int batch = 1;
   /// The first n threads.
   KELVARIS_KERNEL static bool firstThreads(int n) { return n > 0; }
 };

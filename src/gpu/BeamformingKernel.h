@@ -71,27 +71,38 @@ KELVARIS_KERNEL WorkType<T, F> sumAperture(const BeamformingArguments& a, const 
   const int begin = static_cast<int>(lowest(select(empty, F(static_cast<float>(info.apertureLast)), aperture.first)));
   const int end = static_cast<int>(highest(select(empty, F(static_cast<float>(info.apertureFirst)), aperture.last)));
 
+  const EventSamples<T, F> samples(data, event);
   auto sum = splat<WorkType<T, F>>(F(0.0f));
   auto counted = empty && !empty;
-  for (int e = begin; e <= end; ++e) {
-    const F element = static_cast<float>(e);
-    const F receiveTime = receiveTransitTime(p, a.elementPositions[e], info.speedOfSound);
-    const F tau = (transmitTime + receiveTime) - F(info.startTime);
-    const F s = F(info.samplingFrequency) * tau;
-    const auto readable = element >= aperture.first && element <= aperture.last && s >= F(0.0f) && s < F(lastSample);
-    if (!any(readable)) continue;
-
-    const F k = select(readable, truncate(s), F(0.0f));
-    const int channel = elementIndexToChannelIndex(a.elementToChannel, e, event);
-    const SamplePair<T, F> samples = readSamplePair<T>(data, channel, k, event);
-    WorkType<T, F> value = interpolate(samples.lower, samples.upper, s - k);
-    if constexpr (sizeof(value) > sizeof(F)) {
-      constexpr float pi = 0x1.921fb6p+1f;
-      value = rotate(value, F((info.pulseFrequency + info.pulseFrequency) * pi) * tau);
+  // In batches of some elements, times first: with lanes, several of the long chains of root and division then overlap.
+  constexpr int batch = LaneTraits<F>::batch;
+  F tau[batch], s[batch];
+  for (int batchBegin = begin; batchBegin <= end; batchBegin += batch) {
+    const int batchSize = end - batchBegin < batch ? end - batchBegin + 1 : batch;
+    for (int i = 0; i < batchSize; ++i) {
+      const F receiveTime = receiveTransitTime(p, a.elementPositions[batchBegin + i], info.speedOfSound);
+      tau[i] = (transmitTime + receiveTime) - F(info.startTime);
+      s[i] = F(info.samplingFrequency) * tau[i];
     }
-    const auto valid = readable && isValid(value);
-    sum = select(valid, multiplyAdd(value, window(element - aperture.first), sum), sum);
-    counted = counted || valid;
+    for (int i = 0; i < batchSize; ++i) {
+      const int e = batchBegin + i;
+      const F element = static_cast<float>(e);
+      const auto readable =
+          element >= aperture.first && element <= aperture.last && s[i] >= F(0.0f) && s[i] < F(lastSample);
+      if (!any(readable)) continue;
+
+      const F k = select(readable, truncate(s[i]), F(0.0f));
+      const SamplePair<T, F> pair = samples.readPair(elementIndexToChannelIndex(a.elementToChannel, e, event), k);
+      WorkType<T, F> value = interpolate(pair.lower, pair.upper, s[i] - k);
+      if constexpr (sizeof(value) > sizeof(F)) {
+        constexpr float pi = 0x1.921fb6p+1f;
+        const F phase = F((info.pulseFrequency + info.pulseFrequency) * pi) * tau[i];
+        value = rotate(value, select(readable, phase, F(0.0f)));
+      }
+      const auto valid = readable && isValid(value);
+      sum = select(valid, multiplyAdd(value, window(element - aperture.first), sum), sum);
+      counted = counted || valid;
+    }
   }
   return select(counted, sum, splat<WorkType<T, F>>(F(notANumber())));
 }

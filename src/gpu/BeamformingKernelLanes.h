@@ -10,8 +10,11 @@
 namespace Kelvaris::US::GPU {
 inline namespace KELVARIS_ARCH {
 
+using CUDA::highShorts;
+using CUDA::LaneAddresses;
 using CUDA::LaneMask;
 using CUDA::Lanes;
+using CUDA::lowShorts;
 
 /// Positions of the rows from y on; NaN for rows that lie outside.
 KELVARIS_KERNEL Point<Lanes> samplePosition(const BeamformingArguments& a, int x, int y, int event, LaneMask inside) {
@@ -41,69 +44,84 @@ KELVARIS_KERNEL void storePixel(const KernelBuffer& output, int x, int y, int z,
   }
 }
 
-namespace gather {
+// Samples at the addresses and `stride` bytes further on; two in one read where they lie side by side. Reads of short
+// samples take 4 bytes, of which the last two may lie beyond the data (DeviceMemory leaves room).
 
-namespace native = CUDA::native;
-
-KELVARIS_KERNEL Lanes lowHalf(native::Ints words) {
-  return native::toFloats(native::shiftRight<16>(native::shiftLeft<16>(words)));
+KELVARIS_KERNEL void readPair(const LaneAddresses& at, std::int64_t stride, SamplePair<float, Lanes>& out) {
+  if (stride == sizeof(float)) return at.read2(out.lower.re, out.upper.re);
+  out = {{at.read1()}, {(at + stride).read1()}};
 }
-KELVARIS_KERNEL Lanes highHalf(native::Ints words) {
-  return native::toFloats(native::shiftRight<16>(words));
+KELVARIS_KERNEL void readPair(const LaneAddresses& at, std::int64_t stride, SamplePair<short, Lanes>& out) {
+  const Lanes words = at.read1();
+  out = {{lowShorts(words)}, {stride == sizeof(short) ? highShorts(words) : lowShorts((at + stride).read1())}};
 }
-
-/// Samples at the byte offsets and `stride` bytes further on. Reads of short samples take 4 bytes each.
-KELVARIS_KERNEL void pair(const char* base, native::Ints offsets, std::int64_t stride, SamplePair<float, Lanes>& out) {
-  if (stride == sizeof(float)) {
-    native::Ints low, high;
-    native::gather64(base, offsets, low, high);
-    out = {{native::asFloats(low)}, {native::asFloats(high)}};
-  } else {
-    out = {{native::asFloats(native::gather32(base, offsets))},
-           {native::asFloats(native::gather32(base + stride, offsets))}};
-  }
-}
-KELVARIS_KERNEL void pair(const char* base, native::Ints offsets, std::int64_t stride, SamplePair<short, Lanes>& out) {
-  const native::Ints words = native::gather32(base, offsets);
-  if (stride == sizeof(short))
-    out = {{lowHalf(words)}, {highHalf(words)}};
-  else
-    out = {{lowHalf(words)}, {lowHalf(native::gather32(base + stride, offsets))}};
-}
-KELVARIS_KERNEL void pair(const char* base, native::Ints offsets, std::int64_t stride, SamplePair<short2, Lanes>& out) {
-  native::Ints lower, upper;
+KELVARIS_KERNEL void readPair(const LaneAddresses& at, std::int64_t stride, SamplePair<short2, Lanes>& out) {
+  Lanes lower, upper;
   if (stride == sizeof(short2)) {
-    native::gather64(base, offsets, lower, upper);
+    at.read2(lower, upper);
   } else {
-    lower = native::gather32(base, offsets);
-    upper = native::gather32(base + stride, offsets);
+    lower = at.read1();
+    upper = (at + stride).read1();
   }
-  out = {{lowHalf(lower), highHalf(lower)}, {lowHalf(upper), highHalf(upper)}};
+  out = {{lowShorts(lower), highShorts(lower)}, {lowShorts(upper), highShorts(upper)}};
 }
-KELVARIS_KERNEL void pair(const char* base, native::Ints offsets, std::int64_t stride, SamplePair<float2, Lanes>& out) {
-  native::Ints re, im;
-  native::gather64(base, offsets, re, im);
-  out.lower = {native::asFloats(re), native::asFloats(im)};
-  native::gather64(base + stride, offsets, re, im);
-  out.upper = {native::asFloats(re), native::asFloats(im)};
+KELVARIS_KERNEL void readPair(const LaneAddresses& at, std::int64_t stride, SamplePair<float2, Lanes>& out) {
+  if (stride == sizeof(float2)) return at.read4(out.lower.re, out.lower.im, out.upper.re, out.upper.im);
+  at.read2(out.lower.re, out.lower.im);
+  (at + stride).read2(out.upper.re, out.upper.im);
 }
 
-} // namespace gather
+template <typename T> class EventSamples<T, Lanes> {
+public:
+  KELVARIS_KERNEL EventSamples(const ChannelData& data, int event)
+      : m_data(data),
+        m_event(event),
+        m_channelStride(data.stride(data.channelsAxis)),
+        m_sampleStride(data.stride(data.fastTimeAxis)) {
+    const SampleCoordinates first(data, 0, 0, event);
+    m_first = CUDA::elementAddress(data.buffer, first.axis[0], first.axis[1], first.axis[2]);
+    m_isDistant = m_sampleStride * data.numSamples() > std::numeric_limits<std::int32_t>::max();
+  }
 
-/// Samples k and k + 1 per lane.
-template <typename T>
-KELVARIS_KERNEL SamplePair<T, Lanes> readSamplePair(const ChannelData& data, int channel, Lanes k, int event) {
-  const SampleCoordinates c(data, channel, 0, event);
-  const char* base = CUDA::elementAddress(data.buffer, c.axis[0], c.axis[1], c.axis[2]);
-  const std::int64_t stride = data.fastTimeAxis == 0   ? data.buffer.elementStride
-                              : data.fastTimeAxis == 1 ? data.buffer.rowPitch
-                                                       : data.buffer.height * data.buffer.rowPitch;
-  SamplePair<T, Lanes> result;
-  gather::pair(
-      base, gather::native::multiply(gather::native::toInts(k.v), gather::native::broadcast(static_cast<int>(stride))),
-      stride, result);
-  return result;
-}
+  KELVARIS_KERNEL SamplePair<T, Lanes> readPair(int channel, Lanes k) const {
+    SamplePair<T, Lanes> result;
+    if (m_isDistant) [[unlikely]]
+      readDistant(channel, k, result);
+    else
+      GPU::readPair(LaneAddresses(m_first + channel * m_channelStride, k, static_cast<int>(m_sampleStride)),
+                    m_sampleStride, result);
+    return result;
+  }
+
+private:
+  /// Lane by lane, where 32 bits cannot address a channel's samples.
+  [[gnu::noinline]] void readDistant(int channel, Lanes k, SamplePair<T, Lanes>& out) const {
+    constexpr int parts = sizeof(WorkType<T, float>) / sizeof(float);
+    float index[Lanes::count], values[2 * parts][Lanes::count];
+    k.store(index);
+    for (int i = 0; i < Lanes::count; ++i) {
+      const SamplePair<T, float> pair = EventSamples<T, float>(m_data, m_event).readPair(channel, index[i]);
+      values[0][i] = pair.lower.re;
+      values[parts][i] = pair.upper.re;
+      if constexpr (parts == 2) {
+        values[1][i] = pair.lower.im;
+        values[3][i] = pair.upper.im;
+      }
+    }
+    out.lower.re = Lanes::load(values[0]);
+    out.upper.re = Lanes::load(values[parts]);
+    if constexpr (parts == 2) {
+      out.lower.im = Lanes::load(values[1]);
+      out.upper.im = Lanes::load(values[3]);
+    }
+  }
+
+  const ChannelData& m_data;
+  int m_event;
+  const char* m_first;
+  std::int64_t m_channelStride, m_sampleStride; ///< bytes
+  bool m_isDistant;
+};
 
 } // namespace KELVARIS_ARCH
 } // namespace Kelvaris::US::GPU

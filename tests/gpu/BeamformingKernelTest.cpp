@@ -5,8 +5,11 @@
 
 #include <fmt/format.h>
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <tuple>
@@ -388,6 +391,32 @@ TEST_F(BeamformingPixel, ComplexProductsFollowTheAnnex) {
       EXPECT_TRUE(!c.isValid || value == single.value) << c.what;
     }
   }
+}
+
+// Rows of 32 MiB: samples lie farther apart than 32 bits can address. Only what is touched takes memory.
+TEST_F(BeamformingPixel, SamplesMayLieFarApart) {
+  if (CUDA::Device::isCuda()) GTEST_SKIP() << "concerns the CPU executor";
+  BeamformingScene scene = makeScene({.numElements = 4, .numEvents = 1, .numSamples = 128, .width = 3, .height = 20});
+  scene.fNumber = 0;
+  scene.axes = {0, 1, 2};
+  quantise<float>(scene);
+  constexpr std::size_t pitch = 32u << 20;
+  const std::size_t size = pitch * static_cast<std::size_t>(scene.numSamples);
+  void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory == MAP_FAILED) GTEST_SKIP() << "no room for " << size << " bytes of addresses";
+  for (int k = 0; k < scene.numSamples; ++k)
+    for (int channel = 0; channel < scene.numChannels; ++channel)
+      reinterpret_cast<float*>(static_cast<char*>(memory) + static_cast<std::size_t>(k) * pitch)[channel] =
+          scene.sample(channel, k, 0).real();
+  for (const CpuVariant variant : variants()) {
+    const auto near = runKernel<float>(scene, variant);
+    const auto far = runKernel<float>(scene, variant, [&](US::GPU::BeamformingArguments& a) {
+      a.channelData.data = memory;
+      a.channelData.rowPitch = static_cast<std::int64_t>(pitch);
+    });
+    EXPECT_EQ(std::memcmp(near.data(), far.data(), near.size() * sizeof(float)), 0);
+  }
+  munmap(memory, size);
 }
 
 TEST_F(BeamformingPixel, CompoundsAddAndLeaveOutNan) {

@@ -50,7 +50,8 @@ template <typename T> void quantise(BeamformingScene& scene) {
 }
 
 template <typename T>
-std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant, bool plainScan) {
+std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant,
+                         const std::function<void(BeamformingArguments&)>& change) {
   const auto numEvents = static_cast<int>(scene.events.size()), numElements = static_cast<int>(scene.elements.size());
   int extent[3]{};
   extent[scene.axes[0]] = scene.numChannels;
@@ -98,7 +99,8 @@ std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant
   a.channelsAxis = scene.axes[0];
   a.fastTimeAxis = scene.axes[1];
   a.slowTimeAxis = scene.axes[2];
-  if (!plainScan) a.search = ElementSearch::fit(scene.elements);
+  a.search = ElementSearch::fit(scene.elements);
+  if (change) change(a);
   const CUDA::LaunchShape shape = CUDA::Utils::kernelBlocks(CUDA::Dim3{scene.width, scene.height, scene.slices});
 #if KELVARIS_HAVE_CUDA
   if (CUDA::Device::isCuda())
@@ -125,7 +127,8 @@ template <typename T> std::complex<double> toComplex(T value) {
 
 #define KELVARIS_INSTANTIATE(T)                                                                                        \
   template void quantise<T>(BeamformingScene&);                                                                        \
-  template std::vector<T> runKernel<T>(const BeamformingScene&, CUDA::CpuVariant, bool);                               \
+  template std::vector<T> runKernel<T>(const BeamformingScene&, CUDA::CpuVariant,                                      \
+                                       const std::function<void(BeamformingArguments&)>&);                             \
   template std::complex<double> toComplex<T>(T);
 KELVARIS_INSTANTIATE(short)
 KELVARIS_INSTANTIATE(float)

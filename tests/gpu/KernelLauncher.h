@@ -1,8 +1,10 @@
 #pragma once
 
 #include "CUDA/CpuVariant.h"
+#include "gpu/BeamformingArguments.h"
 #include "reference/DelayAndSum.h"
 
+#include <functional>
 #include <vector>
 
 namespace Kelvaris::Tests {
@@ -14,7 +16,8 @@ template <typename T> void quantise(BeamformingScene& scene);
 /// the CPU with the given instruction set. Pixels that the kernel does not write hold 77 in each component. The search
 /// model is fitted to the elements unless `plainScan`.
 template <typename T>
-std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant, bool plainScan = false);
+std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant,
+                         const std::function<void(US::GPU::BeamformingArguments&)>& change = {});
 
 /// Components as complex doubles; the invalid marker (NaN, -32768) becomes NaN.
 template <typename T> std::complex<double> toComplex(T value);
