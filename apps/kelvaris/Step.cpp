@@ -137,8 +137,8 @@ bool accepts(const ParameterBase& parameter, const std::string& text) {
   return texts.empty() || (PropertyText::fromText(text, index) && index >= 0 && index < static_cast<int>(texts.size()));
 }
 
+/// Without the attribute "suffix": that is the unit of forms, which convert, and not that of the value.
 std::string describe(const ParameterBase& parameter) {
-  const std::string suffix = parameter.attribute("suffix");
   std::string expected = parameter.expected();
   if (const auto texts = displayTextsOf(parameter); parameter.type() == ParameterType::Enum && !texts.empty()) {
     std::vector<std::string> numbered;
@@ -146,8 +146,8 @@ std::string describe(const ParameterBase& parameter) {
       numbered.push_back(fmt::format("{} \"{}\"", i, texts[i]));
     expected = fmt::format("one of {}", fmt::join(numbered, ", "));
   }
-  return fmt::format("{} = {}{}{} ({})", parameter.name(), parameter.text(), suffix.empty() ? "" : " ", suffix,
-                     expected);
+  const std::string value = parameter.text();
+  return fmt::format("{} = {} ({})", parameter.name(), value.empty() ? "\"\"" : value, expected);
 }
 
 } // namespace

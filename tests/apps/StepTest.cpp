@@ -134,7 +134,7 @@ TEST(Step, BadSettingsNameWhatThereIs) {
            {"Gain:facto=2", "did you mean \"factor\"?"},
            {"Gain:Factor=2", "did you mean \"factor\"?"},
            {"Gain:zzzzz=2", "outputSize = 512 512"},
-           {"Gain:factor=two", "\"two\" is no value of a parameter of Gain: factor = 1 dB (a number)"},
+           {"Gain:factor=two", "\"two\" is no value of a parameter of Gain: factor = 1 (a number)"},
            {"Gain:factor=", "(a number)"},
            {"Gain:factor=1 2", "(a number)"},
            {"Gain:count=1.5", "a whole number"},

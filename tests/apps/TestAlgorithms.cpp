@@ -63,7 +63,6 @@ template <typename T> static bool create(bool compatible, const DataList& data, 
 
 GainAlgorithm::GainAlgorithm(const SharedImageSet* input) : FloatAlgorithm(input) {
   mode.setAttribute("values", "Plain, Hamming Das, Debug: Other");
-  factor.setAttribute("suffix", "dB");
   for (ParameterBase* parameter :
        std::initializer_list<ParameterBase*>{&factor, &offset, &outputSize, &mode, &clip, &count, &label})
     registerParameter(parameter);

@@ -8,6 +8,7 @@
 #include "US/UltrasoundMetadata.h"
 #include "model/BeamformingRois.h"
 #include "model/ChannelDataLayout.h"
+#include "model/FrameAcquisition.h"
 #include "model/PulseEchoEvent.h"
 #include "model/Transducer.h"
 
@@ -28,11 +29,28 @@ template <typename T> std::string xmlOf(const T& component) {
   return DataComponentsIO::toXml(components);
 }
 
+/// Plane waves from a convex array; with `listed`, as a list of events in place of parameters.
+US::FrameAcquisition acquisition(bool listed) {
+  US::FrameParameters parameters;
+  parameters.eventType = 1;
+  parameters.endDepth = 20.0;
+  parameters.pulseFrequency = 5e6;
+  parameters.pulseLength = 2.0;
+  parameters.speedOfSound = 1.54e6;
+  parameters.maxTransmitAperture = parameters.maxReceiveAperture = 16;
+  parameters.receiveSamplingFrequency = 20e6;
+  parameters.planeWave = {0.2, 1, 3};
+  const US::Transducer transducer = US::Transducer::createConvex(16, 0.3, 60.0);
+  US::FrameAcquisition made(transducer, parameters);
+  return listed ? US::FrameAcquisition(transducer, made.events()) : made;
+}
+
 } // namespace
 
 RegisteredComponents::RegisteredComponents() {
   registerComponent<US::BeamformingRois>(this);
   registerComponent<US::ChannelDataLayout>(this);
+  registerComponent<US::FrameAcquisition>(this);
   registerComponent<US::PulseEchoEvent>(this);
   registerComponent<US::Transducer>(this);
 }
@@ -48,6 +66,8 @@ std::vector<std::string> RegisteredComponents::examples() const {
   return {xmlOf(rois),
           xmlOf(US::ChannelDataLayout()),
           xmlOf(US::PulseEchoEvent()),
+          xmlOf(acquisition(false)),
+          xmlOf(acquisition(true)),
           xmlOf(US::Transducer::createConvex(128, 0.3, 60.0)),
           xmlOf(US::FrameGeometryMetadata(US::FrameGeometrySector())),
           xmlOf(US::FrameGeometryMetadata(US::FrameGeometryConvexSteered())),
