@@ -16,6 +16,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -97,12 +98,14 @@ RecordingOptions recordingOptions(const ImportOptions& options, const SampleArra
 void run(const ImportOptions& options) {
   if (!(options.frameRate >= 0.0 && std::isfinite(options.frameRate)))
     throw std::invalid_argument(fmt::format("The frame rate is {} Hz, it must be a number above 0", options.frameRate));
+  const auto start = std::chrono::steady_clock::now();
   PluginManager::get().loadAll();
   Progress progress;
   const CancelOnInterrupt guard(progress);
   const Properties acquisition = readAcquisition(options.acquisition);
   const AcquisitionSummary summary = summarizeAcquisition(acquisition);
   auto samples = openSamples(options);
+  const std::string described = fmt::format("{} {}", sampleTypeName(samples->type()), shapeText(samples->shape()));
   const RecordingOptions recordingOptions = CommandLine::recordingOptions(options, *samples);
   const Recording recording(std::move(samples), summary, recordingOptions);
 
@@ -130,8 +133,11 @@ void run(const ImportOptions& options) {
   writer.close(set);
   if (progress.wasCanceled()) throw Canceled();
   writer.finish();
-  fmt::print("{}: {} {} of {}, {}\n", options.output, recording.size(), recording.size() == 1 ? "frame" : "frames",
-             recording.frameText(), ImageDescriptor::pixelTypeName(recording.descriptor().pixelType()));
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+  fmt::print("Import: {} -> {}, {} frame{} of {} in {:.3f} s on the CPU\n", described,
+             ImageDescriptor::pixelTypeName(recording.descriptor().pixelType()), recording.size(),
+             recording.size() == 1 ? "" : "s", recording.frameText(), seconds.count());
+  fmt::print("Wrote {}\n", options.output);
 }
 
 } // namespace

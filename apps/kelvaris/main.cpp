@@ -12,8 +12,13 @@
 #include <exception>
 #include <new>
 
+#include <malloc.h>
+
 int main(int argc, char** argv) {
   using namespace Kelvaris::CommandLine;
+  // Images lie in memory of their own, which goes back to the system: on the heap, what little stays of each frame
+  // would sit in the gaps that its images leave, and the program would grow with every frame.
+  mallopt(M_MMAP_THRESHOLD, 1 << 16);
   // A file that may not grow any more is then an error as any other.
   std::signal(SIGXFSZ, SIG_IGN);
 

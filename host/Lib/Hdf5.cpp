@@ -203,6 +203,21 @@ void check(herr_t status, const std::string& action) {
   if (status < 0) throw std::runtime_error(fmt::format("Can't {}: {}", action, lastError()));
 }
 
+Handle fileAccess() {
+  const std::string action = "prepare a file";
+  Handle access = checked(Handle(H5Pcreate(H5P_FILE_ACCESS), H5Pclose), action);
+  H5AC_cache_config_t cache{};
+  cache.version = H5AC__CURR_CACHE_CONFIG_VERSION;
+  check(H5Pget_mdc_config(access, &cache), action);
+  cache.set_initial_size = true;
+  cache.initial_size = cache.min_size = cache.max_size = std::size_t(1) << 20;
+  cache.incr_mode = H5C_incr__off;
+  cache.flash_incr_mode = H5C_flash_incr__off;
+  cache.decr_mode = H5C_decr__off;
+  check(H5Pset_mdc_config(access, &cache), action);
+  return access;
+}
+
 Handle openFile(const std::string& path) {
   std::error_code error;
   if (!std::filesystem::exists(path, error)) throw std::runtime_error(fmt::format("There is no file {}", path));
@@ -210,7 +225,7 @@ Handle openFile(const std::string& path) {
     throw std::runtime_error(fmt::format("{} is not a regular file", path));
   const htri_t isHdf5 = H5Fis_hdf5(path.c_str());
   if (isHdf5 == 0) throw std::runtime_error(fmt::format("{} is not an HDF5 file", path));
-  return checked(Handle(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT), H5Fclose), fmt::format("open {}", path));
+  return checked(Handle(H5Fopen(path.c_str(), H5F_ACC_RDONLY, fileAccess()), H5Fclose), fmt::format("open {}", path));
 }
 
 std::vector<hsize_t> extent(hid_t space) {

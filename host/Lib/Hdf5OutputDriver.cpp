@@ -146,7 +146,7 @@ void OutputState::check() const {
 
 Handle outputAccess(OutputState& state) {
   static const H5FD_class_t driver = driverClass();
-  Handle access = checked(Handle(H5Pcreate(H5P_FILE_ACCESS), H5Pclose), "prepare the file");
+  Handle access = fileAccess();
   const Handle id = checked(Handle(H5FDregister(&driver), H5FDunregister), "register the output driver");
   const Access info{&state};
   check(H5Pset_driver(access, id, &info), "prepare the file");
