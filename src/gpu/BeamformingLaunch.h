@@ -7,7 +7,8 @@
 // Launches of the beamforming kernel, one function per executor. T is short, float, short2 or float2.
 namespace Kelvaris::US::GPU {
 
-/// Runs the kernel on all cores, with the vector instructions of `variant`, and returns when it is done.
+/// Runs the kernel on all cores, with the vector instructions of `variant`, and returns when it is done. Large images
+/// are beamformed from a reordered copy of the channel data, of the same size. Throws like DeviceMemory.
 template <typename T>
 void beamformOnCpu(const CUDA::LaunchShape& shape, const BeamformingArguments& arguments,
                    CUDA::CpuVariant variant = CUDA::bestCpuVariant());

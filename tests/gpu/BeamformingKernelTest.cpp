@@ -393,6 +393,25 @@ TEST_F(BeamformingPixel, ComplexProductsFollowTheAnnex) {
   }
 }
 
+// So many pixels that the channel data are worth reordering, in layouts with and without the samples side by side.
+TEST_F(BeamformingPixel, LargeImagesAreThoseOfSinglePixels) {
+  for (const Sample sample : {Sample::Short, Sample::Float, Sample::Short2, Sample::Float2})
+    dispatch(sample, [&]<typename T>() {
+      BeamformingScene scene =
+          makeScene({.numElements = 16, .numEvents = 2, .numSamples = 171, .width = 70, .height = 83});
+      quantise<T>(scene);
+      const auto single = delayAndSum<float>(scene);
+      for (const std::array<int, 3> axes : {std::array{0, 1, 2}, std::array{1, 0, 2}, std::array{2, 1, 0}})
+        for (const CpuVariant variant : variants()) {
+          scene.axes = axes;
+          const Comparison c = compare(runKernel<T>(scene, variant), single);
+          EXPECT_EQ(c.wrongValidity, 0);
+          EXPECT_GT(c.compared, 1000);
+          EXPECT_LE(c.largest, isShort(sample) ? 1.0 : 1e-2);
+        }
+    });
+}
+
 // Rows of 32 MiB: samples lie farther apart than 32 bits can address. Only what is touched takes memory.
 TEST_F(BeamformingPixel, SamplesMayLieFarApart) {
   if (CUDA::Device::isCuda()) GTEST_SKIP() << "concerns the CPU executor";
