@@ -57,9 +57,8 @@ fs::path folderOfHostLibraries() {
 struct PluginManager::Plugin {
   explicit Plugin(const fs::path& libraryPath) : path(libraryPath), library(libraryPath) {}
   ~Plugin() {
-    const void* const owner = plugin.get();
+    DataComponentFactory::get().unregisterComponentsOf(plugin.get());
     plugin.reset();
-    DataComponentFactory::get().unregisterComponentsOf(owner);
   }
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
