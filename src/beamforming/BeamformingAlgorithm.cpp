@@ -123,10 +123,8 @@ struct BeamformingAlgorithm::Setup {
 BeamformingAlgorithm::BeamformingAlgorithm(const SharedImageSet* input)
     : m_input(input), m_impl(std::make_unique<Impl>()) {
   for (ParameterBase* parameter : std::initializer_list<ParameterBase*>{&fNumber, &coherentCompounding, &outputSize,
-                                                                        &outputValueScaling, &beamformerType}) {
-    parameter->setGuard(&m_impl->mutex);
-    registerParameter(parameter);
-  }
+                                                                        &outputValueScaling, &beamformerType})
+    registerParameter(parameter, &m_impl->mutex);
   fNumber.setAttribute("min", "0.1");
   fNumber.setAttribute("max", "4");
   fNumber.setAttribute("step", "0.1");

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Lib/SharedImage.h"
-#include "Lib/SharedImageSet.h"
 #include "model/FrameAcquisition.h"
 
 #include <cmath>
@@ -64,20 +63,11 @@ inline std::shared_ptr<MemImage> noise(const FrameAcquisition& acquisition, int 
   return data;
 }
 
-inline DataComponentList componentsOf(const FrameAcquisition& acquisition) {
+inline DataComponentList componentsOf(const FrameAcquisition& acquisition, const DataComponentList& others = {}) {
   DataComponentList components;
   components.add<FrameAcquisition>(acquisition);
+  components.add(others);
   return components;
-}
-
-/// `count` images of noise with the acquisition as a component of the set as a whole.
-inline SharedImageSet noiseSet(const FrameAcquisition& acquisition, int count) {
-  SharedImageSet set;
-  set.setModality(Data::Ultrasound);
-  set.components().add<FrameAcquisition>(acquisition);
-  for (int i = 0; i < count; ++i)
-    set.add(std::make_shared<SharedImage>(noise(acquisition, PixelFloat, 1, static_cast<unsigned>(i + 1))), 40.0 * i);
-  return set;
 }
 
 } // namespace Kelvaris::US::Tests
