@@ -210,11 +210,12 @@ Handle fileAccess() {
   cache.version = H5AC__CURR_CACHE_CONFIG_VERSION;
   check(H5Pget_mdc_config(access, &cache), action);
   cache.set_initial_size = true;
-  cache.initial_size = cache.min_size = cache.max_size = std::size_t(1) << 20;
+  cache.initial_size = cache.min_size = cache.max_size = std::size_t(64) << 10;
   cache.incr_mode = H5C_incr__off;
   cache.flash_incr_mode = H5C_flash_incr__off;
   cache.decr_mode = H5C_decr__off;
   check(H5Pset_mdc_config(access, &cache), action);
+  check(H5Pset_evict_on_close(access, true), action);
   return access;
 }
 
