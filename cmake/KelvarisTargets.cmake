@@ -103,8 +103,12 @@ function(kelvaris_cpu_variants target)
     # The headers of g++ 12 for AVX-512 set off -W(maybe-)uninitialized. Without optimisation the files would be useless.
     target_compile_options(${objects} PRIVATE -march=x86-64-${level} -fno-math-errno -Wno-maybe-uninitialized -Wno-uninitialized $<$<CONFIG:Debug>:-O2>)
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:${objects}>)
+    set_property(GLOBAL APPEND PROPERTY KELVARIS_CPU_VARIANTS ${objects})
   endforeach()
 endfunction()
+
+# Everything that runs kernels: the tests declared with DEVICE, and the benchmarks of the kernels.
+add_custom_target(KelvarisDeviceTests)
 
 # kelvaris_test(NAME SOURCES file... [LINK target...] [DEVICE])
 # One GoogleTest program; it sees host/, src/ and tests/ and fails on an error log that it did not expect. With DEVICE its
@@ -120,6 +124,7 @@ function(kelvaris_test name)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
     return()
   endif()
+  add_dependencies(KelvarisDeviceTests ${name})
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120 ENVIRONMENT KELVARIS_DEVICE=cpu)
   if(KELVARIS_HAVE_CUDA)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX cuda. TEST_LIST ${name}_cuda
