@@ -73,7 +73,7 @@ AcquisitionSummary::Event readEvent(const Properties& stored, const std::string&
   if (!(samples > 0.0 && samples < 1e9)) fail(fmt::format("{} starts at {} s and ends at {} s", receiving, start, end));
 
   event.channels = value<std::vector<int>>(*receive, "elementToChannelMapping", receiving);
-  const auto size = static_cast<std::size_t>(event.receiveLast - event.receiveFirst + 1);
+  const auto size = static_cast<std::size_t>(event.receiveLast - event.receiveFirst) + 1;
   if (event.channels.size() != size)
     fail(fmt::format("{} maps {} elements to channels, its aperture has {}", receiving, event.channels.size(), size));
   const auto [lowest, highest] = std::minmax_element(event.channels.begin(), event.channels.end());

@@ -44,7 +44,7 @@ std::vector<double> parseNumbers(const std::string& text) {
       throw std::invalid_argument(fmt::format("From {} no step of {} leads to {} in \"{}\"", first, step, last, text));
     if (static_cast<double>(numbers.size()) + steps >= kMostNumbers)
       throw std::invalid_argument(fmt::format("\"{}\" holds more than {} numbers", text, kMostNumbers));
-    for (double i = 0.0; i <= steps; ++i)
+    for (int i = 0; i <= static_cast<int>(steps); ++i)
       numbers.push_back(first + i * step);
   }
   return numbers;

@@ -207,7 +207,7 @@ void Recording::describeFrame(const AcquisitionSummary& acquisition) {
     stride *= trace ? extent(m_layout, RecordingAxis::Traces) : m_extents[logical];
     if (!m_options.pairs) place(logical);
   }
-  for (const std::size_t axis : {1, 0, 2})
+  for (const std::size_t axis : std::array<std::size_t, 3>{1, 0, 2})
     if (!placed[axis]) place(axis);
 
   Eigen::Vector3i dimensions;

@@ -147,7 +147,7 @@ private:
     }
   }
 
-  void list(hid_t root, std::string name) {
+  void list(hid_t root, const std::string& name) {
     if (m_matlab && name.starts_with("#")) return; // the targets of MATLAB's references
     const Handle dataset(H5Dopen2(root, name.c_str(), H5P_DEFAULT), H5Dclose);
     const Handle type(dataset.isValid() ? H5Dget_type(dataset) : H5I_INVALID_HID, H5Tclose);
