@@ -1,5 +1,7 @@
 #include "kelvaris/AcquisitionDesign.h"
 
+#include "kelvaris/AcquisitionSummary.h"
+
 #include "US/FrameGeometryConvex.h"
 #include "US/FrameGeometryConvexSteered.h"
 #include "US/FrameGeometryLinear.h"
@@ -21,8 +23,8 @@ namespace {
 
 using Eigen::Vector2d;
 
-constexpr int kMostElements = 65536;
-constexpr int kMostEvents = 65536;
+constexpr int kMostElements = AcquisitionLimits::maxElements;
+constexpr int kMostEvents = AcquisitionLimits::maxEvents;
 
 struct Event {
   Wave wave;
@@ -181,11 +183,13 @@ struct Frame {
   std::unique_ptr<US::FrameGeometry> geometry;
   std::vector<std::vector<Vector2d>> regions;
   std::vector<Vector2d> farPoints;
+  bool isLines = false; ///< one region and one far point for each event, else the same for all
 };
 
 /// Scan lines, one a beam. They must coincide with the columns of a frame geometry.
 Frame lineFrame(const AcquisitionDesign& design, const std::vector<Event>& events) {
   Frame frame;
+  frame.isLines = true;
   const auto n = static_cast<double>(events.size());
   const auto u = [&](const Event& event) -> Vector2d { return (event.fiducial - event.origin).normalized(); };
   const Vector2d first = u(events[0]), last = u(events.back());
@@ -324,17 +328,23 @@ int channelOf(const AcquisitionDesign& design, const Event& event, int element) 
   }
 }
 
-void writeEvents(const AcquisitionDesign& design, const std::vector<Event>& events,
-                 const std::vector<Vector2d>& farPoints, Properties& properties) {
+void writeEvents(const AcquisitionDesign& design, const std::vector<Event>& events, const Frame& frame,
+                 Properties& properties) {
   const std::vector<Vector2d> elements = elementPositions(design);
   double lastEcho = 0.0;
-  for (const Event& event : events)
-    for (const Vector2d& point : farPoints) {
-      double farthest = 0.0;
-      for (const Vector2d& element : elements)
-        farthest = std::max(farthest, (point - element).norm());
+  for (std::size_t i = 0; i < frame.farPoints.size(); ++i) {
+    const Vector2d& point = frame.farPoints[i];
+    double farthest = 0.0;
+    for (const Vector2d& element : elements)
+      farthest = std::max(farthest, (point - element).norm());
+    const auto add = [&](const Event& event) {
       lastEcho = std::max(lastEcho, transmitTime(event, point, design.speedOfSound) + farthest / design.speedOfSound);
-    }
+    };
+    if (frame.isLines)
+      add(events[i]);
+    else
+      std::for_each(events.begin(), events.end(), add);
+  }
 
   for (const Event& event : events) {
     double startTime = design.startTime - design.pulseDelay;
@@ -448,7 +458,9 @@ void AcquisitionDesign::check() const {
   if (apertures || beams) numEvents = angles.size() * static_cast<std::size_t>(apertures ? *apertures : *beams);
   if (!points.empty()) numEvents = points.size();
   if (single) numEvents = firing.empty() ? static_cast<std::size_t>(numElements) : firing.size();
-  require(numEvents <= kMostEvents, "There are {} events, at most {} make a frame", numEvents, kMostEvents);
+  const int most = std::min(kMostEvents, AcquisitionLimits::maxEventElements / numElements);
+  require(numEvents <= static_cast<std::size_t>(most), "There are {} events of {} elements, at most {} make a frame",
+          numEvents, numElements, most);
 
   requirePositive(endDepth, "depth", "mm", endDepth);
   require(startDepth >= 0.0 && startDepth < endDepth,
@@ -481,7 +493,7 @@ Properties AcquisitionDesign::toProperties() const {
   const std::vector<Event> events = makeEvents(*this);
   const bool lines = wave == Wave::Focused && events.size() > 1;
   const Frame frame = lines ? lineFrame(*this, events) : areaFrame(*this, events.size());
-  writeEvents(*this, events, frame.farPoints, properties);
+  writeEvents(*this, events, frame, properties);
   Properties& rois = properties.subProperties("beamformingRois");
   for (const auto& region : frame.regions)
     rois.addSubProperties("rois").setParam("points", region);

@@ -11,8 +11,12 @@
 namespace Kelvaris::CommandLine {
 namespace {
 
-constexpr int kMostElements = 65536;
-constexpr int kMostEvents = 65536;
+constexpr int kMostElements = AcquisitionLimits::maxElements;
+
+/// Most events of a frame for an array of `numElements`.
+int mostEvents(int numElements) {
+  return std::min(AcquisitionLimits::maxEvents, AcquisitionLimits::maxEventElements / numElements);
+}
 
 [[noreturn]] void fail(const std::string& text) {
   throw std::invalid_argument("The acquisition is broken: " + text);
@@ -95,17 +99,18 @@ bool readParameters(const Properties& properties, AcquisitionSummary& summary) {
             "maxReceiveAperture", "receiveSamplingFrequency"}))
     return false;
   const int type = value<int>(properties, "eventType", "it");
+  const int most = mostEvents(summary.numElements);
   if (type == 0) {
     if (!has({"focalDepth", "steeringAngle", "numberFocusedBeamsTotal"})) return false;
-    summary.numEvents = count(properties, "numberFocusedBeamsTotal", kMostEvents);
+    summary.numEvents = count(properties, "numberFocusedBeamsTotal", most);
   } else if (type == 1 || type == 2) {
     if (!has({type == 1 ? "planeAngleRange" : "steeringAngleRange"})) return false;
     if (type == 2 && !has({"virtualSourceDistance"})) return false;
     if (has({"numberApertures", "numberEventsPerAperture"})) {
-      const int apertures = count(properties, "numberApertures", kMostEvents);
-      summary.numEvents = apertures * count(properties, "numberEventsPerAperture", kMostEvents / apertures);
+      const int apertures = count(properties, "numberApertures", most);
+      summary.numEvents = apertures * count(properties, "numberEventsPerAperture", most / apertures);
     } else if (has({"numberEvents"})) {
-      summary.numEvents = count(properties, "numberEvents", kMostEvents); // the form of older files
+      summary.numEvents = count(properties, "numberEvents", most); // the form of older files
     } else {
       return false;
     }
@@ -140,8 +145,9 @@ AcquisitionSummary summarizeAcquisition(const Properties& properties) {
   if (readParameters(properties, summary)) return summary;
   const auto events = properties.allSubProperties("events");
   if (events.empty()) fail("it has neither all parameters of a frame nor \"events\"");
-  if (events.size() > kMostEvents)
-    fail(fmt::format("it has {} events, at most {} make a frame", events.size(), kMostEvents));
+  if (const int most = mostEvents(summary.numElements); events.size() > static_cast<std::size_t>(most))
+    fail(fmt::format("it has {} events of {} elements, at most {} make a frame", events.size(), summary.numElements,
+                     most));
   summary.numEvents = static_cast<int>(events.size());
   for (std::size_t i = 0; i < events.size(); ++i)
     summary.events.push_back(readEvent(*events[i], fmt::format("event {}", i), summary));

@@ -7,6 +7,13 @@
 
 namespace Kelvaris::CommandLine {
 
+/// What makes a frame; more than this is nonsense that would take memory before anything noticed.
+struct AcquisitionLimits {
+  static constexpr int maxElements = 16384;
+  static constexpr int maxEvents = 65536;
+  static constexpr int maxEventElements = 1 << 24; ///< events times elements of the array
+};
+
 /// What a recording must fit, from the stored form of a frame acquisition.
 struct AcquisitionSummary {
   struct Event {
