@@ -52,7 +52,7 @@ std::string modalityText(int modality) {
 std::string describeImage(const ImageDescriptor& d) {
   std::string text = fmt::format("{} (width x height x slices), spacing {:.6g} x {:.6g} x {:.6g}{}", d.toString(),
                                  d.spacing().x(), d.spacing().y(), d.spacing().z(), d.isMetric() ? " mm" : "");
-  if (d.shift() != 0.0 || d.scale() != 1.0) text += fmt::format(", value = stored * {} + {}", d.scale(), d.shift());
+  if (d.shift() != 0.0 || d.scale() != 1.0) text += fmt::format(", value = stored / {} - {}", d.scale(), d.shift());
   return text;
 }
 
