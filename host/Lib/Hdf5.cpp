@@ -19,6 +19,10 @@ namespace {
 /// Longest text of fixed length that is read.
 constexpr std::size_t kMaxFixedText = std::size_t(16) << 20;
 
+/// After damaged files HDF5 fails to take itself down at the end of the process, and says so. It has nothing to do
+/// there: files are closed by those who opened them.
+[[maybe_unused]] const herr_t g_noExitHandler = H5dont_atexit();
+
 herr_t keepInnermost(unsigned n, const H5E_error2_t* error, void* data) {
   if (n == 0 && error->desc) *static_cast<std::string*>(data) = error->desc;
   return 0;

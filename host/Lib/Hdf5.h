@@ -53,8 +53,8 @@ Handle checked(Handle handle, const std::string& action);
 /// The same for a status.
 void check(herr_t status, const std::string& action);
 
-/// New access properties under which a file keeps little of its metadata in memory, and none of closed datasets, however
-/// many images it holds.
+/// New access properties under which a file keeps little of its metadata in memory, and none of closed datasets,
+/// however many images it holds.
 Handle fileAccess();
 
 /// Opens a file for reading. Throws std::runtime_error with the path in the message for a file that is missing,

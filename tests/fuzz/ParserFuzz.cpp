@@ -205,8 +205,8 @@ int main(int argc, char** argv) {
   };
   const std::vector<std::string> fileWords = {"SNOD", "TREE", "HEAP", "GCOL", "OHDR", "FRHP", "FADB", "BTHD"};
   const std::vector<Parser> parsers = {
-      {"properties", {PropertiesIO::toXml(someProperties())}, kXmlWords, 20000, parseProperties},
-      {"components", registered.examples(), kXmlWords, 20000, parseComponents},
+      {"properties", {PropertiesIO::toXml(someProperties())}, kXmlWords, 40000, parseProperties},
+      {"components", registered.examples(), kXmlWords, 40000, parseComponents},
       {"chain",
        {CommandLine::chainToXml({{"IqDemodulation", {{"samplingFrequency", "6.6667e6"}}}, {"LogCompression", {}}})},
        kXmlWords,
@@ -217,8 +217,12 @@ int main(int argc, char** argv) {
        {",", ":", "=", "[", "]", "(", ")", "\"", "'"},
        20000,
        parseStep},
-      {"kvx", {fileBytes(folder, false)}, fileWords, 1500, parseBytes},
-      {"kvx, old", {fileBytes(folder, true)}, fileWords, 1500, parseBytes},
+      {"kvx", {fileBytes(folder, false)}, fileWords, 4000, parseBytes},
+#ifndef __SANITIZE_ADDRESS__
+      // Without checksums HDF5 1.10 itself reads a few bytes beyond damaged structures, which the sanitizer would
+      // report.
+      {"kvx, old", {fileBytes(folder, true)}, fileWords, 4000, parseBytes},
+#endif
   };
   try {
     for (const Parser& parser : parsers)
@@ -232,6 +236,14 @@ int main(int argc, char** argv) {
 
 } // namespace
 } // namespace Kelvaris::Tests
+
+/// HDF5 loses what it has read of a file that it then refuses.
+extern "C" const char* __lsan_default_suppressions() { // NOLINT: the name that the leak sanitizer looks for
+  return "leak:libhdf5";
+}
+extern "C" const char* __lsan_default_options() { // NOLINT: the same
+  return "print_suppressions=0";
+}
 
 int main(int argc, char** argv) {
   return Kelvaris::Tests::main(argc, argv);
