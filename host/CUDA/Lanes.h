@@ -460,10 +460,10 @@ public:
   KELVARIS_KERNEL Lanes read1() const {
     __m128 blocks[Lanes::count / 4];
     for (int i = 0; i < Lanes::count / 4; ++i) {
-      __m128 v = _mm_load_ss(at<float>(4 * i));
-      v = _mm_insert_ps(v, _mm_load_ss(at<float>(4 * i + 1)), 0x10);
-      v = _mm_insert_ps(v, _mm_load_ss(at<float>(4 * i + 2)), 0x20);
-      blocks[i] = _mm_insert_ps(v, _mm_load_ss(at<float>(4 * i + 3)), 0x30);
+      __m128 v = _mm_set_ss(at<float>(4 * i));
+      v = _mm_insert_ps(v, _mm_set_ss(at<float>(4 * i + 1)), 0x10);
+      v = _mm_insert_ps(v, _mm_set_ss(at<float>(4 * i + 2)), 0x20);
+      blocks[i] = _mm_insert_ps(v, _mm_set_ss(at<float>(4 * i + 3)), 0x30);
     }
     return native::fromBlocks(blocks);
   }
@@ -483,7 +483,7 @@ public:
     __m128 blocks[4][Lanes::count / 4];
     for (int i = 0; i < Lanes::count / 4; ++i)
       for (int lane = 0; lane < 4; ++lane)
-        blocks[lane][i] = _mm_loadu_ps(at<float>(4 * i + lane));
+        blocks[lane][i] = at<__m128>(4 * i + lane);
     const native::Floats r0 = native::fromBlocks(blocks[0]), r1 = native::fromBlocks(blocks[1]);
     const native::Floats r2 = native::fromBlocks(blocks[2]), r3 = native::fromBlocks(blocks[3]);
     const native::Floats ab01 = native::shuffle<_MM_SHUFFLE(1, 0, 1, 0)>(r0, r1);
@@ -497,12 +497,14 @@ public:
   }
 
 private:
-  template <typename T> KELVARIS_KERNEL const T* at(int lane) const {
-    return reinterpret_cast<const T*>(m_base + m_offsets[lane]);
+  /// The bytes of a lane, which may lie at any address and hold samples of any type.
+  template <typename T> KELVARIS_KERNEL T at(int lane) const {
+    T value;
+    std::memcpy(&value, m_base + m_offsets[lane], sizeof value);
+    return value;
   }
   KELVARIS_KERNEL __m128 pair(int lane) const {
-    const __m128d v = _mm_load_sd(at<double>(lane));
-    return _mm_castpd_ps(_mm_loadh_pd(v, at<double>(lane + 1)));
+    return _mm_castpd_ps(_mm_set_pd(at<double>(lane + 1), at<double>(lane)));
   }
 
   const char* m_base;
