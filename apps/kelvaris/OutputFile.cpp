@@ -80,7 +80,7 @@ public:
   }
   std::string summary() const override {
     if (m_files.empty()) return fmt::format("{} (no image)", m_path.string());
-    const std::string first = m_files.front().target().string();
+    std::string first = m_files.front().target().string();
     if (m_files.size() == 1) return first;
     return fmt::format("{} to {} ({} pictures)", first, m_files.back().target().filename().string(), m_files.size());
   }

@@ -65,7 +65,7 @@ public:
   template <typename T> std::unique_ptr<T> extract() {
     for (auto it = m_data.begin(); it != m_data.end(); ++it)
       if (auto* typed = dynamic_cast<T*>(it->get())) {
-        it->release();
+        static_cast<void>(it->release());
         m_data.erase(it);
         return std::unique_ptr<T>(typed);
       }
