@@ -181,7 +181,7 @@ BeamformingAlgorithm::processImage(const SharedImage& input, const DataComponent
   };
 
   if (!isChannelData(components)) return fail("Input data is not channel data");
-  const ImageDescriptor inputDescriptor = input.descriptor();
+  const ImageDescriptor& inputDescriptor = input.descriptor();
   if (inputDescriptor.pixelType() != PixelInt16 && inputDescriptor.pixelType() != PixelFloat)
     return fail("Unsupported input type: " + inputDescriptor.toString());
   const FrameAcquisition& acquisition = *getFrameAcquisition(components);
