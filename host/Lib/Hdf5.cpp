@@ -127,7 +127,7 @@ private:
 /// Reads a text from its global heap collection. HDF5 itself would read beyond a damaged one, or hang: it is the one
 /// structure of the format without a checksum. Layout, little-endian: "GCOL", version 1, 3 bytes reserved, size of the
 /// collection (8 bytes); then objects of index (2), reference count (2), 4 bytes reserved, size (8) and their bytes,
-/// padded to 8. Object 0 is the free rest. (HDF5 File Format Specification 3.0, III.E)
+/// padded to 8. Object 0 is the free rest. (HDF5 File Format 3.0, III.E)
 std::optional<std::string> readFromHeap(const FileBytes& file, const TextReference& reference) {
   constexpr std::uint64_t header = 16;
   unsigned char bytes[header];
