@@ -36,8 +36,7 @@ struct IqDemodulationAlgorithm::Impl {
   GPU::IqDemodulation demodulator;
   std::mutex mutex; ///< guards the parameters and what follows
   std::optional<FrameAcquisition> inputAcquisition;
-  std::optional<FrameAcquisition> outputAcquisition; ///< of inputAcquisition and outputFactor; made when needed
-  int outputFactor = 0;
+  std::optional<FrameAcquisition> outputAcquisition; ///< made from inputAcquisition when first needed
 };
 
 IqDemodulationAlgorithm::IqDemodulationAlgorithm(const SharedImageSet* input)
@@ -123,9 +122,8 @@ IqDemodulationAlgorithm::processImage(const SharedImage& image, const DataCompon
   DataComponentList updated = components;
   if (decimationFactor != 1 && acquisition) {
     const std::scoped_lock lock(m_impl->mutex);
-    if (!m_impl->outputAcquisition || m_impl->outputFactor != decimationFactor) {
+    if (!m_impl->outputAcquisition) {
       m_impl->outputAcquisition = *acquisition;
-      m_impl->outputFactor = decimationFactor;
       for (PulseEchoEvent& event : m_impl->outputAcquisition->events())
         event.receive.samplingFrequency /= static_cast<double>(decimationFactor);
     }

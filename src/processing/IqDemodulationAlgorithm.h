@@ -17,7 +17,9 @@ namespace Kelvaris::US {
 /// Input: one channel, int16, float or half float, neither shifted nor scaled. Of channel data the fast-time axis comes
 /// from the ChannelDataLayout (else it is the height) and the frequencies from the first event of the FrameAcquisition.
 /// Output: two channels (in-phase, quadrature) of the input's pixel type with 1 / decimationFactor of its samples,
-/// rounded up; the sampling frequencies of the FrameAcquisition are divided alike. All other components stay.
+/// rounded up; the sampling frequencies of the FrameAcquisition are divided alike. All other components stay. The
+/// divided acquisition is made once for an input acquisition: a factor that changes while it is in use divides the
+/// samples at once, but the rates only with the next acquisition.
 ///
 /// Parameters: `samplingFrequency` and `demodulationFrequency` (optional doubles, empty) replace what the acquisition
 /// says for the computation, but not in the output's acquisition; they are taken as they stand, so for channel data in
