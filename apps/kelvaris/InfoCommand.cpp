@@ -11,6 +11,7 @@
 #include <limits>
 #include <memory>
 #include <sstream>
+#include <vector>
 
 namespace Kelvaris::CommandLine {
 namespace {
@@ -61,16 +62,23 @@ std::string describeValues(const SharedImage& image) {
   const std::shared_ptr<MemImage> pixels = image.mem();
   double least = std::numeric_limits<double>::infinity(), most = -least;
   std::size_t invalid = 0;
+  std::vector<unsigned char> valid(static_cast<std::size_t>(pixels->width()), 1);
   dispatchPixelType(image.descriptor().pixelType(), [&]<typename T>() {
-    const auto& typed = static_cast<const TypedImage<T>&>(*pixels);
-    for (std::size_t i = 0; i < typed.size(); ++i) {
-      const auto value = static_cast<double>(typed[i]);
-      if (std::isnan(value) || (image.mask() && image.mask()->isMasked(value))) {
-        ++invalid;
-        continue;
-      }
-      least = std::min(least, value);
-      most = std::max(most, value);
+    const T* sample = static_cast<const T*>(pixels->data());
+    for (int row = 0; row < pixels->height() * pixels->slices(); ++row) {
+      if (image.mask())
+        image.mask()->evaluate(*pixels, 0, row % pixels->height(), row / pixels->height(), pixels->width(),
+                               valid.data());
+      for (const unsigned char isValid : valid)
+        for (int channel = 0; channel < pixels->channels(); ++channel) {
+          const auto value = static_cast<double>(*sample++);
+          if (std::isnan(value) || !isValid) {
+            ++invalid;
+            continue;
+          }
+          least = std::min(least, value);
+          most = std::max(most, value);
+        }
     }
   });
   if (least > most) return "no valid sample";

@@ -4,6 +4,7 @@
 #include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
 #include "Lib/Hdf5OutputDriver.h"
+#include "Lib/IntensityMask.h"
 #include "Lib/PendingFile.h"
 
 #include <fmt/format.h>
@@ -272,7 +273,8 @@ struct KelvarisFile::Writer::Impl {
     Eigen::Map<Eigen::Matrix<double, 4, 4, Eigen::RowMajor>>(matrix.data()) = image.matrix();
     Hdf5::writeDoubles(dataset, "matrix", matrix);
     Hdf5::writeDoubles(dataset, "timestamp", {timestamp});
-    if (image.mask()) Hdf5::writeDoubles(dataset, "mask", {image.mask()->value()});
+    if (const auto* mask = dynamic_cast<const IntensityMask*>(image.mask().get()))
+      Hdf5::writeDoubles(dataset, "mask", {mask->value()});
     if (!components.empty()) Hdf5::writeText(dataset, "components", DataComponentsIO::toXml(components));
     if (!dataset.close()) throw std::runtime_error(fmt::format("Can't write the samples: {}", Hdf5::lastError()));
     output.check();

@@ -61,18 +61,20 @@ int colorTypeOf(int channels, bool masked) {
   return masked ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY;
 }
 
-void encode(std::FILE* file, const TypedImage<unsigned char>& pixels, const ImageDescriptor& d,
-            const IntensityMask* mask, int slice) {
+void encode(std::FILE* file, const TypedImage<unsigned char>& pixels, const ImageDescriptor& d, const Mask* mask,
+            int slice) {
   const bool addAlpha = mask && d.channels() == 1;
   Encoder encoder(file);
   encoder.begin(d, colorTypeOf(d.channels(), addAlpha));
-  std::vector<unsigned char> grayAlpha(addAlpha ? static_cast<std::size_t>(d.width()) * 2 : 0);
+  const std::size_t width = addAlpha ? static_cast<std::size_t>(d.width()) : 0;
+  std::vector<unsigned char> grayAlpha(width * 2), valid(width);
   for (int y = 0; y < d.height(); ++y) {
     const unsigned char* row = pixels.pointer() + pixels.index(0, y, slice, 0);
     if (addAlpha) {
-      for (std::size_t x = 0; x < static_cast<std::size_t>(d.width()); ++x) {
+      mask->evaluate(pixels, 0, y, slice, d.width(), valid.data());
+      for (std::size_t x = 0; x < width; ++x) {
         grayAlpha[2 * x] = row[x];
-        grayAlpha[2 * x + 1] = mask->isMasked(row[x]) ? 0 : 255;
+        grayAlpha[2 * x + 1] = valid[x] ? 255 : 0;
       }
       row = grayAlpha.data();
     }

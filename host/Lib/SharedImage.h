@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Lib/Data.h"
-#include "Lib/IntensityMask.h"
+#include "Lib/Mask.h"
 #include "Lib/MemImage.h"
 
 #include <Eigen/Core>
@@ -48,8 +48,8 @@ public:
   virtual std::unique_ptr<SharedImage> clone(int option) const;
 
   /// Null if no pixel is marked invalid.
-  std::shared_ptr<const IntensityMask> mask() const { return m_mask; }
-  void setMask(std::shared_ptr<const IntensityMask> mask) { m_mask = std::move(mask); }
+  std::shared_ptr<const Mask> mask() const { return m_mask; }
+  void setMask(std::shared_ptr<const Mask> mask) { m_mask = std::move(mask); }
   Data::Modality modality() const { return m_modality; }
   void setModality(Data::Modality modality) { m_modality = modality; }
   /// From image to world coordinates.
@@ -63,7 +63,7 @@ private:
   ImageDescriptor m_descriptor;
   mutable std::mutex m_mutex;
   mutable std::array<std::shared_ptr<Image>, 3> m_forms;
-  std::shared_ptr<const IntensityMask> m_mask;
+  std::shared_ptr<const Mask> m_mask;
   Data::Modality m_modality = Data::UnknownModality;
   Eigen::Matrix4d m_matrix = Eigen::Matrix4d::Identity();
 };

@@ -2,6 +2,7 @@
 
 #include "CUDA/Utils.h"
 #include "Core/Log.h"
+#include "Lib/IntensityMask.h"
 #include "US/FrameGeometry.h"
 #include "gpu/BeamformingLaunch.h"
 #include "model/ChannelDataLayout.h"

@@ -1,6 +1,7 @@
 #include "imaging/LogCompressionAlgorithm.h"
 
 #include "Core/Log.h"
+#include "Lib/IntensityMask.h"
 #include "US/FrameGeometryMetadata.h"
 #include "imaging/VectorLog.h"
 #include "model/AlgorithmFrame.h"
@@ -172,7 +173,7 @@ std::shared_ptr<SharedImage> compress(const SharedImage& image, const LogCompres
   descriptor.setChannels(1);
   auto output = std::make_shared<TypedImage<Out>>(descriptor);
   const auto input = image.mem();
-  const auto mask = image.mask();
+  const auto mask = std::dynamic_pointer_cast<const IntensityMask>(image.mask());
   const Scaling scaling = {descriptor.shift(), descriptor.scale()};
   const Mapping mapping(parameters, mask != nullptr, scaling);
   dispatchPixelType(pixelType, [&]<typename Sample>() {

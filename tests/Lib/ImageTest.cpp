@@ -1,4 +1,5 @@
 #include "Lib/DataComponent.h"
+#include "Lib/IntensityMask.h"
 #include "Lib/MemImage.h"
 #include "Lib/SharedImage.h"
 #include "Lib/SharedImageSet.h"

@@ -3,7 +3,9 @@
 #include "Lib/DataComponentFactory.h"
 #include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
+#include "Lib/IntensityMask.h"
 #include "support/ExpectedLog.h"
+#include "support/IntensityMaskOf.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -139,7 +141,7 @@ TEST(KelvarisFile, KeepsEverythingThatDescribesTheImages) {
     EXPECT_EQ(loaded->timestamp(i), set.timestamp(i)) << i;
     ASSERT_EQ(b.mask() != nullptr, a.mask() != nullptr) << i;
     if (b.mask()) {
-      EXPECT_TRUE(std::isnan(b.mask()->value()) && b.mask()->pixelType() == PixelFloat) << i;
+      EXPECT_TRUE(std::isnan(intensityMask(b).value()) && intensityMask(b).pixelType() == PixelFloat) << i;
     }
     const auto &componentsA = set.elementwiseComponents().components(i),
                &componentsB = loaded->elementwiseComponents().components(i);
@@ -400,7 +402,7 @@ TEST(KelvarisFile, OptionalAttributesMayBeMissingAndTypesMayBeWider) {
   EXPECT_TRUE(loaded->get(0).descriptor().isApprox(ImageDescriptor(PixelInt16, 3, 1)));
   EXPECT_EQ(loaded->get(0).mem()->valueAsDouble(2, 0, 0, 0), 513.0);
   ASSERT_NE(loaded->get(0).mask(), nullptr);
-  EXPECT_TRUE(loaded->get(0).mask()->isMasked(-32768.0));
+  EXPECT_TRUE(intensityMask(loaded->get(0)).isMasked(-32768.0));
 }
 
 } // namespace

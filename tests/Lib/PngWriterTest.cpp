@@ -1,5 +1,6 @@
 #include "Lib/PngWriter.h"
 
+#include "Lib/IntensityMask.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,7 @@
 #include "apps/TestAlgorithms.h"
 
 #include "Core/Log.h"
+#include "Lib/IntensityMask.h"
 
 #include <algorithm>
 #include <cmath>

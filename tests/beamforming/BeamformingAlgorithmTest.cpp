@@ -9,6 +9,7 @@
 #include "model/ChannelDataLayout.h"
 #include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
 #include "support/ExpectedLog.h"
+#include "support/IntensityMaskOf.h"
 
 #include <gtest/gtest.h>
 
@@ -166,7 +167,7 @@ TEST_F(BeamformingAlgorithmTest, ShapeFollowsTheAcquisition) {
       const double depth = row.acquisition.frameGeometry().frameGeometry()->depth();
       EXPECT_EQ(image->descriptor().spacing(), Eigen::Vector3d(1.0, depth / (row.rows - 1), 1.0));
       ASSERT_TRUE(image->mask());
-      EXPECT_TRUE(image->mask()->isMasked(pixelType == PixelInt16 ? -32768.0 : std::nan("")));
+      EXPECT_TRUE(intensityMask(*image).isMasked(pixelType == PixelInt16 ? -32768.0 : std::nan("")));
     }
 }
 

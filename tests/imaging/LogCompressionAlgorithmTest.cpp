@@ -1,10 +1,12 @@
 #include "imaging/LogCompressionAlgorithm.h"
 
 #include "Core/Progress.h"
+#include "Lib/IntensityMask.h"
 #include "Stream/StreamAlgorithmExecutor.h"
 #include "US/FrameGeometryLinear.h"
 #include "US/FrameGeometryMetadata.h"
 #include "support/ExpectedLog.h"
+#include "support/IntensityMaskOf.h"
 
 #include <gtest/gtest.h>
 
@@ -106,8 +108,8 @@ TYPED_TEST(LogCompressionOf, AgreesWithTheFormulaForAllOutputs) {
         EXPECT_EQ(wrong, 0) << channels << " channels, masked " << masked << ", range " << p.dynamicRange;
         ASSERT_EQ(result->mask() != nullptr, masked);
         if (masked) {
-          EXPECT_EQ(result->mask()->pixelType(), result->descriptor().pixelType());
-          EXPECT_TRUE(result->mask()->isMasked(p.normalizeEnvelope ? 0.0 : kNaN));
+          EXPECT_EQ(intensityMask(*result).pixelType(), result->descriptor().pixelType());
+          EXPECT_TRUE(intensityMask(*result).isMasked(p.normalizeEnvelope ? 0.0 : kNaN));
         }
       }
   }
