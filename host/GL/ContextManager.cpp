@@ -11,6 +11,8 @@
 #include <array>
 #include <cstring>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace Kelvaris::GL {
@@ -53,6 +55,7 @@ struct ContextManager::Impl {
   std::mutex mutex;
   bool tried = false;
   std::string reason; ///< why there is no OpenGL
+  std::optional<bool> software;
   EGLDisplay display = EGL_NO_DISPLAY;
   EGLConfig config = nullptr;
   EGLContext root = EGL_NO_CONTEXT; ///< never current: the one that all others share with
@@ -159,6 +162,22 @@ std::string ContextManager::unavailableReason() {
   const std::scoped_lock lock(m_impl->mutex);
   m_impl->ready();
   return m_impl->reason;
+}
+
+bool ContextManager::isSoftware() {
+  if (!isAvailable()) return false;
+  {
+    const std::scoped_lock lock(m_impl->mutex);
+    if (m_impl->software) return *m_impl->software;
+  }
+  const ActivationGuard guard;
+  const std::string renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+  bool software = false;
+  for (const char* name : {"llvmpipe", "softpipe", "swrast", "SWR", "SwiftShader", "Software Rasterizer"})
+    software = software || renderer.find(name) != std::string::npos;
+  const std::scoped_lock lock(m_impl->mutex);
+  m_impl->software = software;
+  return software;
 }
 
 bool ContextManager::hasCurrent() {

@@ -33,6 +33,8 @@ public:
   bool isAvailable();
   /// Why isAvailable() is false, in words; empty if it is true.
   std::string unavailableReason();
+  /// True if contexts can be had, and are served by a rasteriser that runs on the processor.
+  bool isSoftware();
   /// True if one of these contexts is current on the calling thread.
   static bool hasCurrent();
 

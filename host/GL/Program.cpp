@@ -12,6 +12,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cctype>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -29,20 +30,18 @@ std::vector<std::string> lines(const std::string& text) {
   return result;
 }
 
-/// The name behind `#abstract_include`, if the line is one.
-std::optional<std::string> includeName(const std::string& line) {
-  std::istringstream stream(line);
-  std::string directive;
+struct IncludeLine {
   std::string name;
-  if (stream >> directive >> name && directive == "#abstract_include") return name;
-  return std::nullopt;
-}
+  bool optional;
+};
 
-std::string withDefines(const std::string& text, const std::string& defines) {
-  if (defines.empty()) return text;
-  std::size_t position = text.find("#version");
-  position = position == std::string::npos ? 0 : text.find('\n', position) + 1;
-  return text.substr(0, position) + defines + (defines.back() == '\n' ? "" : "\n") + text.substr(position);
+/// What stands behind `#abstract_include`, if the line is one.
+std::optional<IncludeLine> includeOf(const std::string& line) {
+  std::istringstream stream(line);
+  std::string directive, name, option;
+  if (!(stream >> directive >> name) || directive != "#abstract_include") return std::nullopt;
+  stream >> option;
+  return IncludeLine{name, option == "optional"};
 }
 
 std::string numbered(const std::string& text) {
@@ -69,11 +68,26 @@ void requireContext() {
 /// Deletes a shader at the end of its scope.
 class Shader {
 public:
-  Shader() : m_id(KELVARIS_GL_CHECKED(glCreateShader(GL_COMPUTE_SHADER))) {}
+  explicit Shader(GLenum stage) : m_id(KELVARIS_GL_CHECKED(glCreateShader(stage))) {}
   ~Shader() { glDeleteShader(m_id); }
   Shader(const Shader&) = delete;
   Shader& operator=(const Shader&) = delete;
   GLuint id() const { return m_id; }
+
+  /// Returns whether that worked; the log says why not.
+  bool compile(const std::string& name, const std::string& text) const {
+    const char* source = text.c_str();
+    KELVARIS_GL_CHECKED(glShaderSource(m_id, 1, &source, nullptr));
+    KELVARIS_GL_CHECKED(glCompileShader(m_id));
+    GLint ok = GL_FALSE;
+    KELVARIS_GL_CHECKED(glGetShaderiv(m_id, GL_COMPILE_STATUS, &ok));
+    if (ok) return true;
+    const std::string messages =
+        driverLog([&](GLint* length) { glGetShaderiv(m_id, GL_INFO_LOG_LENGTH, length); },
+                  [&](GLint length, char* log) { glGetShaderInfoLog(m_id, length, nullptr, log); });
+    Log::error(kCategory, "The shader {} can't be compiled:\n{}\n{}", name, messages, numbered(text));
+    return false;
+  }
 
 private:
   GLuint m_id;
@@ -86,32 +100,44 @@ void memoryBarrier(unsigned barriers) {
   KELVARIS_GL_CHECKED(glMemoryBarrier(barriers));
 }
 
+std::optional<std::string> Program::resourceText(const std::string& resource) {
+  const std::optional<ByteBuffer> text = Resource::query(resource);
+  if (text) return std::string(text->text());
+  Log::error(kCategory, "There is no resource \"{}\" to make a program from", resource);
+  return std::nullopt;
+}
+
+std::string Program::withDefines(const std::string& text, const std::string& defines) {
+  if (defines.empty()) return text;
+  std::size_t position = text.find("#version");
+  position = position == std::string::npos ? 0 : text.find('\n', position) + 1;
+  return text.substr(0, position) + defines + (defines.back() == '\n' ? "" : "\n") + text.substr(position);
+}
+
 std::unique_ptr<Program> Program::createCompute(const std::string& resource, const std::string& defines,
                                                 CompilationMode mode) {
-  const std::optional<ByteBuffer> text = Resource::query(resource);
-  if (!text) {
-    Log::error(kCategory, "There is no resource \"{}\" to make a compute program from", resource);
-    return nullptr;
-  }
-  return createComputeFromText(resource, std::string(text->text()), defines, mode);
+  const auto text = resourceText(resource);
+  return text ? createComputeFromText(resource, *text, defines, mode) : nullptr;
 }
 
 std::unique_ptr<Program> Program::createComputeFromText(const std::string& name, const std::string& text,
                                                         const std::string& defines, CompilationMode mode) {
-  auto program = std::make_unique<Program>(Token(), name, withDefines(text, defines));
+  auto program = std::make_unique<Program>(Token(), name, GL_COMPUTE_SHADER, withDefines(text, defines));
   if (mode == CompilationMode::Immediate && !program->build()) return nullptr;
   return program;
 }
 
-Program::Program(Token, std::string name, std::string text) : m_name(std::move(name)), m_text(std::move(text)) {
+Program::Program(Token, std::string name, unsigned stage, std::string text, std::string vertexText)
+    : m_name(std::move(name)), m_stage(stage), m_text(std::move(text)), m_vertexText(std::move(vertexText)) {
   for (const std::string& line : lines(m_text))
-    if (const auto include = includeName(line)) m_includes[*include];
+    if (const auto include = includeOf(line)) m_includes[include->name].optional = include->optional;
 }
 
 Program::~Program() {
-  if (m_program == 0) return;
+  if (m_program == 0 && m_boundTextures.empty()) return;
   try {
     const ContextManager::ActivationGuard guard;
+    unbindTextures();
     glDeleteProgram(m_program);
   } catch (const Error& error) {
     Log::warning(kCategory, "The program of {} can't be deleted: {}", m_name, error.what());
@@ -122,60 +148,88 @@ bool Program::addAbstractIncludeDefinition(const AbstractInclude& include, const
   const auto found = m_includes.find(name);
   if (found == m_includes.end()) {
     std::vector<std::string> known;
-    for (const auto& [existing, text] : m_includes)
+    for (const auto& [existing, definition] : m_includes)
       known.push_back(existing);
     Log::error(kCategory, "The shader {} has no abstract include \"{}\"; it has: {}", m_name, name,
                known.empty() ? "none" : fmt::format("{}", fmt::join(known, ", ")));
     return false;
   }
-  std::string source = include.source(name);
-  if (m_program != 0 && source == found->second) return true;
-  found->second = std::move(source);
-  return !hasAllDefinitions() || build();
+  setText(found->second.text, include.source(name));
+  return m_program != 0 || !hasAllDefinitions() || build();
+}
+
+void Program::removeAbstractIncludeDefinition(const std::string& name) {
+  const auto found = m_includes.find(name);
+  if (found != m_includes.end() && found->second.optional) setText(found->second.text, {});
+}
+
+void Program::addDefine(const std::string& line) {
+  std::istringstream stream(line);
+  std::string directive, macro;
+  stream >> directive >> macro;
+  setText(m_defines[macro], line);
+}
+
+/// A part of the text that changes makes the program out of date.
+void Program::setText(std::string& part, std::string text) {
+  if (part == text) return;
+  part = std::move(text);
+  if (m_program == 0) return;
+  requireContext();
+  glDeleteProgram(std::exchange(m_program, 0));
 }
 
 std::string Program::generatedText() const {
   std::string result;
   for (const std::string& line : lines(m_text)) {
-    const auto include = includeName(line);
-    result += include ? m_includes.at(*include) : line;
+    if (const auto include = includeOf(line)) {
+      const std::string& definition = m_includes.at(include->name).text;
+      if (include->optional && !definition.empty()) {
+        std::string macro = include->name;
+        std::transform(macro.begin(), macro.end(), macro.begin(), [](unsigned char c) { return std::toupper(c); });
+        result += fmt::format("#define HAS_{}\n", macro);
+      }
+      result += definition;
+    } else {
+      result += line;
+    }
     result += '\n';
   }
-  return result;
+  std::string defines;
+  for (const auto& [macro, line] : m_defines)
+    defines += line + '\n';
+  return withDefines(result, defines);
 }
 
 bool Program::hasAllDefinitions() const {
-  return std::none_of(m_includes.begin(), m_includes.end(), [](const auto& include) { return include.second.empty(); });
+  return std::none_of(m_includes.begin(), m_includes.end(),
+                      [](const auto& include) { return include.second.text.empty() && !include.second.optional; });
 }
 
 bool Program::build() {
   requireContext();
   glDeleteProgram(std::exchange(m_program, 0));
-  for (const auto& [include, text] : m_includes)
-    if (text.empty()) {
+  for (const auto& [include, definition] : m_includes)
+    if (definition.text.empty() && !definition.optional) {
       Log::error(kCategory, "The abstract include \"{}\" of the shader {} has no definition", include, m_name);
       return false;
     }
 
   const std::string text = generatedText();
-  const Shader shader;
-  const char* source = text.c_str();
-  KELVARIS_GL_CHECKED(glShaderSource(shader.id(), 1, &source, nullptr));
-  KELVARIS_GL_CHECKED(glCompileShader(shader.id()));
-  GLint ok = GL_FALSE;
-  KELVARIS_GL_CHECKED(glGetShaderiv(shader.id(), GL_COMPILE_STATUS, &ok));
-  if (!ok) {
-    const std::string messages =
-        driverLog([&](GLint* length) { glGetShaderiv(shader.id(), GL_INFO_LOG_LENGTH, length); },
-                  [&](GLint length, char* log) { glGetShaderInfoLog(shader.id(), length, nullptr, log); });
-    Log::error(kCategory, "The shader {} can't be compiled:\n{}\n{}", m_name, messages, numbered(text));
-    return false;
-  }
+  const Shader shader(m_stage);
+  if (!shader.compile(m_name, text)) return false;
+  std::optional<Shader> vertexShader;
+  if (!m_vertexText.empty() && !vertexShader.emplace(GL_VERTEX_SHADER).compile(m_name, m_vertexText)) return false;
 
   const GLuint program = KELVARIS_GL_CHECKED(glCreateProgram());
-  KELVARIS_GL_CHECKED(glAttachShader(program, shader.id()));
+  const auto attached = [&](auto&& call) {
+    call(shader.id());
+    if (vertexShader) call(vertexShader->id());
+  };
+  attached([&](GLuint id) { KELVARIS_GL_CHECKED(glAttachShader(program, id)); });
   KELVARIS_GL_CHECKED(glLinkProgram(program));
-  KELVARIS_GL_CHECKED(glDetachShader(program, shader.id()));
+  attached([&](GLuint id) { KELVARIS_GL_CHECKED(glDetachShader(program, id)); });
+  GLint ok = GL_FALSE;
   KELVARIS_GL_CHECKED(glGetProgramiv(program, GL_LINK_STATUS, &ok));
   if (!ok) {
     const std::string messages =
@@ -193,7 +247,12 @@ bool Program::build() {
 
 void Program::requireBuilt() {
   requireContext();
-  if (m_program == 0 && !build()) throw Error(fmt::format("the compute program of {} can't be built", m_name));
+  if (m_program == 0 && !build()) throw Error(fmt::format("the program of {} can't be built", m_name));
+}
+
+void Program::requireEnabled() {
+  requireBuilt();
+  if (!m_enabled) throw Error(fmt::format("the program of {} is run without being enabled", m_name));
 }
 
 void Program::enable() {
@@ -207,6 +266,8 @@ void Program::disable() {
   requireContext();
   m_enabled = false;
   KELVARIS_GL_CHECKED(glUseProgram(0));
+  unbindImages();
+  unbindTextures();
 }
 
 int Program::uniformLocation(const std::string& name) {
@@ -227,6 +288,21 @@ void Program::setUniform(const std::string& name, float value) {
 void Program::setUniform(const std::string& name, const Eigen::Vector2f& value) {
   const GLint location = uniformLocation(name);
   KELVARIS_GL_CHECKED(glProgramUniform2fv(m_program, location, 1, value.data()));
+}
+
+void Program::setUniform(const std::string& name, const Eigen::Vector3f& value) {
+  const GLint location = uniformLocation(name);
+  KELVARIS_GL_CHECKED(glProgramUniform3fv(m_program, location, 1, value.data()));
+}
+
+void Program::setUniform(const std::string& name, const Eigen::Vector4f& value) {
+  const GLint location = uniformLocation(name);
+  KELVARIS_GL_CHECKED(glProgramUniform4fv(m_program, location, 1, value.data()));
+}
+
+void Program::setUniform(const std::string& name, const Eigen::Vector3i& value) {
+  const GLint location = uniformLocation(name);
+  KELVARIS_GL_CHECKED(glProgramUniform3iv(m_program, location, 1, value.data()));
 }
 
 void Program::setUniform(const std::string& name, const Eigen::Matrix4f& value) {
@@ -252,9 +328,40 @@ void Program::unbindImages() {
   m_boundImages.clear();
 }
 
+void Program::bindTexture(const std::string& name, const GlImage& image, const Sampling& sampling) {
+  const GLint location = uniformLocation(name);
+  if (location < 0) throw Error(fmt::format("the shader {} uses no texture \"{}\"", m_name, name));
+  auto bound = std::find_if(m_boundTextures.begin(), m_boundTextures.end(),
+                            [&](const BoundTexture& texture) { return texture.name == name; });
+  const auto unit = static_cast<GLuint>(bound - m_boundTextures.begin());
+  if (bound == m_boundTextures.end()) {
+    GLuint sampler = 0;
+    KELVARIS_GL_CHECKED(glCreateSamplers(1, &sampler));
+    bound = m_boundTextures.insert(bound, {name, sampler});
+  }
+  const auto filter = static_cast<GLint>(sampling.filter), wrap = static_cast<GLint>(sampling.wrap);
+  KELVARIS_GL_CHECKED(glSamplerParameteri(bound->sampler, GL_TEXTURE_MIN_FILTER, filter));
+  KELVARIS_GL_CHECKED(glSamplerParameteri(bound->sampler, GL_TEXTURE_MAG_FILTER, filter));
+  KELVARIS_GL_CHECKED(glSamplerParameteri(bound->sampler, GL_TEXTURE_WRAP_S, wrap));
+  KELVARIS_GL_CHECKED(glSamplerParameteri(bound->sampler, GL_TEXTURE_WRAP_T, wrap));
+  KELVARIS_GL_CHECKED(glSamplerParameterfv(bound->sampler, GL_TEXTURE_BORDER_COLOR, sampling.borderColor.data()));
+  KELVARIS_GL_CHECKED(glBindTextureUnit(unit, image.texture()));
+  KELVARIS_GL_CHECKED(glBindSampler(unit, bound->sampler));
+  KELVARIS_GL_CHECKED(glProgramUniform1i(m_program, location, static_cast<GLint>(unit)));
+}
+
+/// A context keeps what is bound in it alive, and contexts outlive the images.
+void Program::unbindTextures() {
+  for (std::size_t unit = 0; unit < m_boundTextures.size(); ++unit) {
+    glBindTextureUnit(static_cast<GLuint>(unit), 0);
+    glBindSampler(static_cast<GLuint>(unit), 0);
+    glDeleteSamplers(1, &m_boundTextures[unit].sampler);
+  }
+  m_boundTextures.clear();
+}
+
 void Program::dispatchCompute(int groupsX, int groupsY, int groupsZ) {
-  requireBuilt();
-  if (!m_enabled) throw Error(fmt::format("the compute program of {} is dispatched without being enabled", m_name));
+  requireEnabled();
   if (groupsX < 1 || groupsY < 1 || groupsZ < 1)
     throw Error(fmt::format("{} x {} x {} work groups: each number must be at least 1", groupsX, groupsY, groupsZ));
   KELVARIS_GL_CHECKED(

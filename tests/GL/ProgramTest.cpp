@@ -179,7 +179,7 @@ TEST(Program, TellsWhatIsWrongWithAnInclude) {
 TEST(Program, TellsOfAMissingResource) {
   const Tests::ExpectedLog log;
   EXPECT_FALSE(Program::createCompute("NoSuchRepository/Some.comp"));
-  EXPECT_TRUE(log.contains("There is no resource \"NoSuchRepository/Some.comp\" to make a compute program from"));
+  EXPECT_TRUE(log.contains("There is no resource \"NoSuchRepository/Some.comp\" to make a program from"));
 }
 
 TEST(Program, RefusesWrongUse) {
