@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kelvaris/PictureStyle.h"
+
 #include "Lib/SharedImageSet.h"
 
 #include <filesystem>
@@ -22,9 +24,10 @@ public:
   virtual std::string summary() const = 0;
 
   /// By the extension: .kvx, or .png for pictures: one file if there is one, else name_0000.png, name_0001.png, ...
-  /// (volumes: name_0000_000.png, ... slice by slice). `several` tells that more than one image will come. Throws
-  /// std::invalid_argument for another extension.
-  static std::unique_ptr<OutputFile> create(const std::filesystem::path& path, bool several);
+  /// (volumes: name_0000_000.png, ... slice by slice). `several` tells that more than one image will come; pictures
+  /// look as `style` says. Throws std::invalid_argument for another extension.
+  static std::unique_ptr<OutputFile> create(const std::filesystem::path& path, bool several,
+                                            const PictureStyle& style = {});
 };
 
 } // namespace Kelvaris::CommandLine

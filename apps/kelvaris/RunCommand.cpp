@@ -3,6 +3,7 @@
 #include "kelvaris/CancelOnInterrupt.h"
 #include "kelvaris/Chain.h"
 #include "kelvaris/OutputFile.h"
+#include "kelvaris/PictureStyle.h"
 #include "kelvaris/ProgressBar.h"
 #include "kelvaris/Step.h"
 
@@ -28,6 +29,8 @@ struct RunOptions {
   std::string input;
   std::string images;
   std::string saveChain;
+  std::string maskColor = "transparent";
+  std::string pixels = "square";
   std::vector<std::string> steps, chains, outputs;
   /// The three lists above in the order in which their elements stand on the command line.
   std::vector<const CLI::Option*> order;
@@ -74,6 +77,7 @@ void saveChain(const std::string& path, const std::vector<Step>& steps) {
 
 void run(const RunOptions& options) {
   const Plan plan = planOf(options);
+  const PictureStyle style{.maskColor = parseMaskColor(options.maskColor), .squarePixels = options.pixels == "square"};
   PluginManager::get().loadAll();
   Progress progress;
   const CancelOnInterrupt guard(progress);
@@ -85,7 +89,7 @@ void run(const RunOptions& options) {
   std::vector<std::unique_ptr<OutputFile>> outputs;
   Chain chain(plan.steps, progress);
   for (const auto& [path, step] : plan.outputs)
-    chain.addOutput(step, *outputs.emplace_back(OutputFile::create(path, last - first > 1)));
+    chain.addOutput(step, *outputs.emplace_back(OutputFile::create(path, last - first > 1, style)));
   {
     ProgressBar bar((last - first) * chain.size(), chain.size());
     chain.setStepDone([&bar] { bar.stepDone(); });
@@ -153,6 +157,19 @@ void addRunCommand(CLI::App& app, Job& job) {
                               ->allow_extra_args(false);
   command->add_option("--images", options->images, "Only the images a to b - 1, counted from 0, as a:b");
   command->add_option("--save-chain", options->saveChain, "Write the steps as a file for --chain");
+  const char* const pictures = "Pictures (.png)";
+  command
+      ->add_option("--mask-color", options->maskColor,
+                   "What invalid pixels look like: transparent, #rrggbb, or a name as black, white, gray, navy")
+      ->capture_default_str()
+      ->group(pictures);
+  command
+      ->add_option(
+          "--png-pixels", options->pixels,
+          "square: pictures whose shape is known in mm are brought to square pixels; as-is: one pixel a sample")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"square", "as-is"}))
+      ->group(pictures);
   command->callback([command, options, &job] {
     options->order = {command->parse_order().begin(), command->parse_order().end()};
     job = [options] { run(*options); };

@@ -1,46 +1,21 @@
 #include "Lib/PngWriter.h"
 
 #include "Lib/IntensityMask.h"
+#include "support/PngPicture.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <png.h>
-
+#include <array>
 #include <cmath>
+#include <functional>
 
 namespace Kelvaris {
 namespace {
 
+using PngWriter::Options;
+using Tests::PngPicture;
 using Tests::TemporaryFolder;
-
-struct Picture {
-  png_uint_32 width = 0, height = 0;
-  int colorType = 0;
-  bool hasDensity = false;
-  png_uint_32 densityX = 0, densityY = 0;
-  std::vector<unsigned char> samples;
-};
-
-Picture readPng(const std::filesystem::path& path) {
-  Picture picture;
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-  png_infop info = png_create_info_struct(png);
-  png_init_io(png, file);
-  png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-  picture.width = png_get_image_width(png, info);
-  picture.height = png_get_image_height(png, info);
-  picture.colorType = png_get_color_type(png, info);
-  int unit = 0;
-  picture.hasDensity = png_get_pHYs(png, info, &picture.densityX, &picture.densityY, &unit) != 0;
-  for (png_uint_32 y = 0; y < picture.height; ++y)
-    picture.samples.insert(picture.samples.end(), png_get_rows(png, info)[y],
-                           png_get_rows(png, info)[y] + png_get_rowbytes(png, info));
-  png_destroy_read_struct(&png, &info, nullptr);
-  std::fclose(file);
-  return picture;
-}
 
 /// Sample components 0, 1, 2, ...
 std::shared_ptr<SharedImage> ramp(int width, int height, int slices, int channels) {
@@ -51,38 +26,123 @@ std::shared_ptr<SharedImage> ramp(int width, int height, int slices, int channel
   return std::make_shared<SharedImage>(pixels);
 }
 
-Picture written(const SharedImage& image, int slice = 0, const std::optional<Eigen::Vector2d>& pixelSize = {}) {
+PngPicture written(const SharedImage& image, const Options& options = {}, int slice = 0) {
   const TemporaryFolder folder;
   PendingFile file(folder / "a.png");
-  PngWriter::write(file, image, slice, pixelSize);
+  PngWriter::write(file, image, slice, options);
   file.commit();
-  return readPng(folder / "a.png");
+  return Tests::readPng(folder / "a.png");
 }
 
 TEST(PngWriter, GrayKeepsLevelsRowOrderAndPhysicalSize) {
-  const Picture picture = written(*ramp(3, 2, 2, 1), 1);
-  EXPECT_EQ(picture.width, 3U);
-  EXPECT_EQ(picture.height, 2U);
+  const PngPicture picture = written(*ramp(3, 2, 2, 1), {.squarePixels = false}, 1);
+  EXPECT_EQ(picture.width, 3);
+  EXPECT_EQ(picture.height, 2);
   EXPECT_EQ(picture.colorType, PNG_COLOR_TYPE_GRAY);
   EXPECT_EQ(picture.samples, (std::vector<unsigned char>{6, 7, 8, 9, 10, 11}));
   ASSERT_TRUE(picture.hasDensity);
   EXPECT_EQ(picture.densityX, 10000U);
   EXPECT_EQ(picture.densityY, 4000U);
-  EXPECT_EQ(written(*ramp(3, 2, 1, 1), 0, Eigen::Vector2d(0.5, 0.25)).densityX, 2000U);
-  EXPECT_FALSE(written(*ramp(3, 2, 1, 1), 0, Eigen::Vector2d::Zero()).hasDensity);
+  const PngPicture lines = written(*ramp(3, 2, 1, 1), {.pixelSize = Eigen::Vector2d::Zero()});
+  EXPECT_FALSE(lines.hasDensity);
+  EXPECT_EQ(lines.height, 2);
 }
 
-TEST(PngWriter, MaskedPixelsAreTransparent) {
-  const auto image = ramp(2, 2, 1, 1);
+/// A mask that goes by the place of a pixel, as that of a fan does.
+class DiagonalMask : public Mask {
+public:
+  int deviceStrategy() const override { return 0; }
+  void evaluate(const MemImage&, int x, int y, int, int count, unsigned char* valid) const override {
+    for (int i = 0; i < count; ++i)
+      valid[i] = x + i != y;
+  }
+};
+
+TEST(PngWriter, MaskedPixelsAreTransparentOrOfTheGivenColour) {
+  struct Case {
+    int channels;
+    bool colored;
+    int colorType;
+    std::vector<unsigned char> samples; ///< of 2 x 2 pixels
+  };
+  const std::vector<Case> table = {
+      {1, false, PNG_COLOR_TYPE_GRAY_ALPHA, {0, 0, 1, 255, 2, 255, 3, 0}},
+      {1, true, PNG_COLOR_TYPE_RGB, {90, 80, 70, 1, 1, 1, 2, 2, 2, 90, 80, 70}},
+      {3, false, PNG_COLOR_TYPE_RGB_ALPHA, {0, 1, 2, 0, 3, 4, 5, 255, 6, 7, 8, 255, 9, 10, 11, 0}},
+      {3, true, PNG_COLOR_TYPE_RGB, {90, 80, 70, 3, 4, 5, 6, 7, 8, 90, 80, 70}},
+      {4, false, PNG_COLOR_TYPE_RGB_ALPHA, {0, 1, 2, 0, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0}},
+      {4, true, PNG_COLOR_TYPE_RGB_ALPHA, {90, 80, 70, 255, 4, 5, 6, 7, 8, 9, 10, 11, 90, 80, 70, 255}},
+  };
+  for (const Case& c : table) {
+    Options options{.squarePixels = false};
+    if (c.colored) options.maskColor = {90, 80, 70};
+    const auto image = ramp(2, 2, 1, c.channels);
+    EXPECT_EQ(written(*image, options).channels, c.channels); // without a mask as it is
+    image->setMask(std::make_shared<DiagonalMask>());
+    const PngPicture picture = written(*image, options);
+    EXPECT_EQ(picture.colorType, c.colorType) << c.channels << c.colored;
+    EXPECT_EQ(picture.samples, c.samples) << c.channels << c.colored;
+  }
+}
+
+/// An image of 8-bit pixels with the value of `f` at their centres (mm from the image's centre, rounded).
+std::shared_ptr<SharedImage> sampled(int width, int height, const Eigen::Vector2d& spacing,
+                                     const std::function<double(double, double)>& f) {
+  auto pixels = std::make_shared<TypedImage<unsigned char>>(width, height);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x)
+      pixels->setValue(static_cast<unsigned char>(std::lround(
+                           f((x + 0.5 - 0.5 * width) * spacing.x(), (y + 0.5 - 0.5 * height) * spacing.y()))),
+                       x, y);
+  pixels->setSpacing({spacing.x(), spacing.y(), 1.0});
+  return std::make_shared<SharedImage>(pixels);
+}
+
+TEST(PngWriter, SquarePixelsShowTheSameAtTheSamePlaces) {
+  const auto plane = [](double x, double y) { return 100.0 + 10.0 * x + 8.0 * y; };
+  struct Case {
+    int width, height;
+    Eigen::Vector2d spacing;
+    int writtenWidth, writtenHeight;
+  };
+  const std::vector<Case> table = {
+      {20, 10, {0.25, 1.0}, 20, 40}, {10, 20, {1.0, 0.25}, 40, 20}, {12, 9, {0.5, 0.7}, 12, 13}, // 12.6 rows
+      {8, 8, {0.5, 0.5}, 8, 8},      {8, 8, {0.5, 0.51}, 8, 8},     {1, 6, {3.0, 0.5}, 6, 6},
+  };
+  for (const Case& c : table) {
+    const double side = c.spacing.minCoeff();
+    const PngPicture picture = written(*sampled(c.width, c.height, c.spacing, plane));
+    ASSERT_EQ(picture.width, c.writtenWidth) << c.spacing.transpose();
+    ASSERT_EQ(picture.height, c.writtenHeight) << c.spacing.transpose();
+    EXPECT_EQ(picture.densityX, static_cast<png_uint_32>(std::lround(1000.0 / side)));
+    for (int j = 0; j < picture.height; ++j)
+      for (int i = 0; i < picture.width; ++i) {
+        // Beyond the outermost pixel centres the values stay.
+        const auto held = [](double place, double length, double spacing) {
+          const double most = 0.5 * (length - spacing);
+          return std::clamp(place, -most, most);
+        };
+        const double x = held((i + 0.5 - 0.5 * picture.width) * side, c.width * c.spacing.x(), c.spacing.x());
+        const double y = held((j + 0.5 - 0.5 * picture.height) * side, c.height * c.spacing.y(), c.spacing.y());
+        EXPECT_NEAR(picture.at(i, j), plane(x, y), 1.0 + 1e-9) << c.spacing.transpose() << " at " << i << ", " << j;
+      }
+  }
+}
+
+TEST(PngWriter, SquarePixelsKeepMaskedAndValidApart) {
+  // Columns of 2 mm, the outer two masked by the value 0, and rows of 0.5 mm.
+  const auto image = sampled(4, 3, {2.0, 0.5}, [](double x, double) { return std::abs(x) > 2.0 ? 0.0 : 200.0 + x; });
   image->setMask(std::make_shared<IntensityMask>(PixelUInt8, 0.0));
-  const Picture picture = written(*image);
-  EXPECT_EQ(picture.colorType, PNG_COLOR_TYPE_GRAY_ALPHA);
-  EXPECT_EQ(picture.samples, (std::vector<unsigned char>{0, 0, 1, 255, 2, 255, 3, 255}));
-}
-
-TEST(PngWriter, ThreeAndFourChannelsAreColours) {
-  EXPECT_EQ(written(*ramp(2, 1, 1, 3)).colorType, PNG_COLOR_TYPE_RGB);
-  EXPECT_EQ(written(*ramp(2, 1, 1, 4)).samples, (std::vector<unsigned char>{0, 1, 2, 3, 4, 5, 6, 7}));
+  const PngPicture picture = written(*image);
+  ASSERT_EQ(picture.width, 16);
+  for (int j = 0; j < 3; ++j)
+    for (int i = 0; i < 16; ++i) {
+      const bool valid = i >= 4 && i < 12;
+      EXPECT_EQ(picture.at(i, j, 1), valid ? 255 : 0) << i;
+      if (valid) {
+        EXPECT_NEAR(picture.at(i, j), std::clamp(200.0 + 0.5 * (i - 7.5), 199.0, 201.0), 0.51) << i;
+      }
+    }
 }
 
 TEST(PngWriter, NoPhysicalSizeWhereThereIsNone) {
@@ -103,6 +163,8 @@ TEST(PngWriter, RefusesWhatIsNoPicture) {
        {ImageDescriptor(PixelFloat, 2, 2), ImageDescriptor(PixelInt16, 2, 2), ImageDescriptor(PixelUInt8, 2, 2, 1, 2)})
     EXPECT_THROW(PngWriter::checkSupported(descriptor), std::invalid_argument) << descriptor.toString();
   EXPECT_THROW(PngWriter::write(file, *ramp(2, 2, 2, 1), 2), std::out_of_range);
+  EXPECT_THROW(PngWriter::write(file, *ramp(2, 2, 1, 1), 0, {.pixelSize = Eigen::Vector2d(1e-3, 1e3)}),
+               std::invalid_argument);
 }
 
 } // namespace

@@ -1,9 +1,14 @@
 #include "apps/Program.h"
 #include "apps/TestAlgorithms.h"
+#include "support/PngPicture.h"
 #include "support/TemporaryFolder.h"
 
 #include "Lib/DataComponentsIO.h"
 #include "Lib/KelvarisFile.h"
+#include "US/FrameGeometryLinear.h"
+#include "US/FrameGeometryMetadata.h"
+#include "US/FrameGeometrySector.h"
+#include "US/UltrasoundMetadata.h"
 
 #include <gtest/gtest.h>
 
@@ -87,6 +92,66 @@ TEST_F(Program, OverwritesItsOwnInput) {
   EXPECT_EQ(KelvarisFile::load(m_folder / "in.kvx")->get(4).mem()->valueAsDouble(5, 5, 0, 0), 10.0);
 }
 
+TEST_F(Program, PicturesAreInMillimetresWhereTheirShapeIsKnown) {
+  US::FrameGeometryLinear upright, steered;
+  US::FrameGeometrySector sector;
+  upright.setWidth(20.0);
+  upright.setDepth(60.0);
+  steered = upright;
+  steered.setSteeringAngle(10.0);
+  sector.setDepth(60.0);
+  sector.setOpeningAngle(30.0);
+  struct Case {
+    const US::FrameGeometry* geometry;
+    bool scanConverted, ofTheSet;
+    const char* pixels;
+    int width, height;
+    png_uint_32 densityX, densityY; ///< 0: none
+  };
+  // 40 x 30 pixels, of 1 x 0.5 mm by the image's own spacing.
+  const std::vector<Case> table = {
+      {&upright, false, false, "square", 40, 120, 2000, 2000}, {&upright, false, true, "square", 40, 120, 2000, 2000},
+      {&upright, false, false, "as-is", 40, 30, 2000, 500},    {&steered, false, false, "square", 40, 30, 0, 0},
+      {&sector, false, false, "square", 40, 30, 0, 0},         {&sector, true, false, "square", 80, 30, 2000, 2000},
+      {&sector, true, false, "as-is", 40, 30, 1000, 2000},     {nullptr, false, false, "square", 80, 30, 2000, 2000}};
+  for (const Case& c : table) {
+    SharedImageSet set;
+    ImageDescriptor descriptor(PixelUInt8, 40, 30);
+    descriptor.setSpacing({1.0, 0.5, 1.0});
+    auto pixels = std::make_shared<TypedImage<unsigned char>>(descriptor);
+    std::fill_n(pixels->pointer(), pixels->size(), static_cast<unsigned char>(77));
+    set.add(std::make_shared<SharedImage>(pixels));
+    if (c.geometry) {
+      DataComponentList& components = c.ofTheSet ? set.components() : set.elementwiseComponents().components(0);
+      components.add<US::FrameGeometryMetadata>(*c.geometry);
+      components.add<US::UltrasoundMetadata>().scanConverted = c.scanConverted;
+    }
+    KelvarisFile::save(m_folder / "levels.kvx", set);
+    const auto result = run({"run", "levels.kvx", "--png-pixels", c.pixels, "--output", "a.png"});
+    ASSERT_EQ(result.status, 0) << result.error;
+    const Tests::PngPicture picture = Tests::readPng(m_folder / "a.png");
+    const auto where = std::string(c.geometry ? c.geometry->type() : "no geometry") + " " + c.pixels;
+    EXPECT_EQ(std::pair(picture.width, picture.height), std::pair(c.width, c.height)) << where;
+    EXPECT_EQ(std::pair(picture.densityX, picture.densityY), std::pair(c.densityX, c.densityY)) << where;
+  }
+}
+
+TEST_F(Program, MaskedPixelsGetTheColourAskedFor) {
+  const std::vector<std::pair<std::string, std::vector<int>>> table = {
+      {"transparent", {0, 0}}, {"#Ff8001", {255, 128, 1}}, {"navy", {0, 0, 128}}};
+  for (const auto& [color, samples] : table) {
+    ASSERT_EQ(
+        run({"run", "in.kvx", "--images", "1", "--step", "Levels", "--mask-color", color, "--output", "a.png"}).status,
+        0);
+    const Tests::PngPicture picture = Tests::readPng(m_folder / "a.png");
+    ASSERT_EQ(picture.channels, static_cast<int>(samples.size())) << color;
+    for (int channel = 0; channel < picture.channels; ++channel) {
+      EXPECT_EQ(picture.at(0, 0, channel), samples[static_cast<std::size_t>(channel)]) << color;
+      EXPECT_EQ(picture.at(1, 0, channel), picture.channels == 2 && channel == 1 ? 255 : 2) << color;
+    }
+  }
+}
+
 TEST_F(Program, ListsAlgorithms) {
   EXPECT_EQ(run({"algorithms"}).output, "Test.Gain     Test;Gain              Gain\n"
                                         "Test.Levels   Test;Make Levels       Make Levels\n"
@@ -139,6 +204,12 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
        1,
        "Gain does not work on this data"},
       {{"run", "in.kvx", "--step", "Gain", "--output", "a.png"}, 1, "LogCompression"},
+      {{"run", "in.kvx", "--step", "Levels", "--mask-color", "#12345", "--output", "a.png"},
+       1,
+       "\"#12345\" is no colour of masked pixels; expected transparent, #rrggbb"},
+      {{"run", "in.kvx", "--mask-color", "nave", "--output", "a.png"}, 1, "\"nave\" is no colour"},
+      {{"run", "in.kvx", "--mask-color", "#12345g", "--output", "a.png"}, 1, "\"#12345g\" is no colour"},
+      {{"run", "in.kvx", "--step", "Levels", "--png-pixels", "round", "--output", "a.png"}, 2, "round"},
       {{"run", "in.kvx", "--images", "3:9", "--step", "Gain", "--output", "a.kvx"}, 1, "it holds 5"},
       {{"run", "in.kvx", "--chain", "broken.xml", "--output", "a.kvx"}, 1, "broken.xml: Broken XML"},
       {{"run", "in.kvx", "--chain", "no.xml", "--output", "a.kvx"}, 1, "no.xml"},
