@@ -1,10 +1,12 @@
 #include "Lib/KelvarisFile.h"
 
+#include "Core/Log.h"
 #include "Core/PropertiesIO.h"
 #include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
 #include "Lib/Hdf5OutputDriver.h"
 #include "Lib/IntensityMask.h"
+#include "Lib/MaskIO.h"
 #include "Lib/PendingFile.h"
 
 #include <fmt/format.h>
@@ -22,6 +24,7 @@ using Hdf5::check;
 using Hdf5::checked;
 using Hdf5::Handle;
 
+constexpr const char* kCategory = "KelvarisFile";
 constexpr const char* kFormat = "kelvaris-images";
 constexpr int kVersion = 1;
 constexpr std::size_t kChunkBytes = std::size_t(1) << 20;
@@ -138,6 +141,28 @@ ImageDescriptor readDescriptor(hid_t dataset) {
   return descriptor;
 }
 
+/// Null if no pixel is marked invalid. A mask that can't be read is an error in the log and no reason to keep the image
+/// back.
+std::shared_ptr<const Mask> readMask(hid_t dataset, const ImageDescriptor& descriptor, const std::string& where) {
+  if (Hdf5::hasAttribute(dataset, "mask"))
+    return std::make_shared<IntensityMask>(descriptor.pixelType(), Hdf5::readDoubles(dataset, "mask", 1)[0]);
+  if (!Hdf5::hasAttribute(dataset, "maskShape")) return nullptr;
+  const std::string xml = Hdf5::readText(dataset, "maskShape");
+  std::shared_ptr<const Mask> mask = MaskIO::fromXml(xml, descriptor);
+  if (!mask) Log::error(kCategory, "{}: without its mask, the attribute \"maskShape\" holds none", where);
+  return mask;
+}
+
+void writeMask(hid_t dataset, const Mask* mask, const std::string& where) {
+  if (!mask) return;
+  if (const auto* intensity = dynamic_cast<const IntensityMask*>(mask))
+    Hdf5::writeDoubles(dataset, "mask", {intensity->value()});
+  else if (!mask->id().empty())
+    Hdf5::writeText(dataset, "maskShape", MaskIO::toXml(*mask));
+  else
+    Log::warning(kCategory, "{}: its mask is of a kind that can't be stored, all pixels count as valid", where);
+}
+
 } // namespace
 
 struct KelvarisFile::Reader::Impl {
@@ -166,12 +191,14 @@ struct KelvarisFile::Reader::Impl {
     });
   }
 
+  std::string imageLocation(int index) const { return fmt::format("{}, image {}", path, index); }
+
   /// Calls `action` with the dataset of the image.
   template <typename F> auto withImage(int index, F&& action) const {
     if (index < 0 || index >= size)
       throw std::out_of_range(fmt::format("There is no image {} in {}, which holds {}", index, path, size));
     const Hdf5::QuietErrors quiet;
-    return located(fmt::format("{}, image {}", path, index), [&] {
+    return located(imageLocation(index), [&] {
       const std::string name = imageName(index);
       const Handle dataset = checked(Handle(H5Dopen2(images, name.c_str(), H5P_DEFAULT), H5Dclose),
                                      fmt::format("open the dataset /images/{}", name));
@@ -208,6 +235,11 @@ DataComponentList KelvarisFile::Reader::components(int index) const {
   return m_impl->withImage(index, [](hid_t dataset) { return readComponents(dataset); });
 }
 
+std::shared_ptr<const Mask> KelvarisFile::Reader::mask(int index) const {
+  return m_impl->withImage(
+      index, [&](hid_t dataset) { return readMask(dataset, readDescriptor(dataset), m_impl->imageLocation(index)); });
+}
+
 std::shared_ptr<SharedImage> KelvarisFile::Reader::image(int index) const {
   return m_impl->withImage(index, [&](hid_t dataset) {
     const ImageDescriptor descriptor = readDescriptor(dataset);
@@ -221,8 +253,7 @@ std::shared_ptr<SharedImage> KelvarisFile::Reader::image(int index) const {
       const std::vector<double> values = Hdf5::readDoubles(dataset, "matrix", 16);
       image->setMatrix(Eigen::Map<const Eigen::Matrix<double, 4, 4, Eigen::RowMajor>>(values.data()));
     }
-    if (Hdf5::hasAttribute(dataset, "mask"))
-      image->setMask(std::make_shared<IntensityMask>(descriptor.pixelType(), Hdf5::readDoubles(dataset, "mask", 1)[0]));
+    image->setMask(readMask(dataset, descriptor, m_impl->imageLocation(index)));
     return image;
   });
 }
@@ -236,6 +267,9 @@ struct KelvarisFile::Writer::Impl {
   Handle images;
   int size = 0;
   bool volumes = false;
+
+  /// Of the image that comes next.
+  std::string imageLocation() const { return fmt::format("{}, image {}", pending.target().string(), size); }
 
   void create() {
     // The newest format guards its metadata by checksums, so that damage shows when the file is opened.
@@ -273,8 +307,7 @@ struct KelvarisFile::Writer::Impl {
     Eigen::Map<Eigen::Matrix<double, 4, 4, Eigen::RowMajor>>(matrix.data()) = image.matrix();
     Hdf5::writeDoubles(dataset, "matrix", matrix);
     Hdf5::writeDoubles(dataset, "timestamp", {timestamp});
-    if (const auto* mask = dynamic_cast<const IntensityMask*>(image.mask().get()))
-      Hdf5::writeDoubles(dataset, "mask", {mask->value()});
+    writeMask(dataset, image.mask().get(), imageLocation());
     if (!components.empty()) Hdf5::writeText(dataset, "components", DataComponentsIO::toXml(components));
     if (!dataset.close()) throw std::runtime_error(fmt::format("Can't write the samples: {}", Hdf5::lastError()));
     output.check();
@@ -314,8 +347,7 @@ KelvarisFile::Writer::~Writer() {
 void KelvarisFile::Writer::append(const SharedImage& image, const DataComponentList& components, double timestamp) {
   const std::shared_ptr<MemImage> pixels = image.mem();
   const Hdf5::QuietErrors quiet;
-  located(fmt::format("{}, image {}", m_impl->pending.target().string(), m_impl->size),
-          [&] { m_impl->append(*pixels, image, components, timestamp); });
+  located(m_impl->imageLocation(), [&] { m_impl->append(*pixels, image, components, timestamp); });
 }
 
 void KelvarisFile::Writer::close(const SharedImageSet& set) {

@@ -36,6 +36,8 @@ public:
   ImageDescriptor descriptor(int index) const;
   double timestamp(int index) const; ///< in ms
   DataComponentList components(int index) const;
+  /// Null if no pixel is marked invalid, or, with an error in the log, if what is stored makes no mask.
+  std::shared_ptr<const Mask> mask(int index) const;
   std::shared_ptr<SharedImage> image(int index) const;
 
 private:

@@ -4,6 +4,7 @@
 #include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
 #include "Lib/IntensityMask.h"
+#include "Lib/MaskFactory.h"
 #include "support/ExpectedLog.h"
 #include "support/IntensityMaskOf.h"
 #include "support/TemporaryFolder.h"
@@ -149,6 +150,87 @@ TEST(KelvarisFile, KeepsEverythingThatDescribesTheImages) {
     EXPECT_TRUE(std::equal(componentsA.begin(), componentsA.end(), componentsB.begin(),
                            [](const auto& x, const auto& y) { return x->equals(*y); }))
         << i;
+  }
+}
+
+/// Marks the columns from `first` on as valid.
+class ColumnMask : public Mask {
+public:
+  explicit ColumnMask(int first, std::string name = "ColumnMask") : m_first(first), m_name(std::move(name)) {}
+  int deviceStrategy() const override { return 0; }
+  void evaluate(const MemImage&, int x, int, int, int count, unsigned char* valid) const override {
+    for (int i = 0; i < count; ++i)
+      valid[i] = x + i >= m_first;
+  }
+  std::string id() const override { return m_name; }
+  Properties configuration() const override {
+    Properties properties;
+    properties.setParam("first", m_first);
+    return properties;
+  }
+
+private:
+  int m_first;
+  std::string m_name;
+};
+
+class RegisteredMask {
+public:
+  RegisteredMask() {
+    MaskFactory::get().registerMask("ColumnMask", [](const Properties& p, const ImageDescriptor& d) {
+      int first = -1;
+      if (!p.param("first", first)) return std::shared_ptr<const Mask>();
+      if (first < 0 || first > d.width()) throw std::invalid_argument("no column " + std::to_string(first));
+      return std::shared_ptr<const Mask>(std::make_shared<ColumnMask>(first));
+    });
+  }
+  ~RegisteredMask() { MaskFactory::get().unregisterMask("ColumnMask"); }
+};
+
+TEST(KelvarisFile, RegisteredMasksComeBackAndOthersAreErrorsThatCostTheMaskOnly) {
+  const TemporaryFolder folder;
+  const RegisteredMask registered;
+  struct Case {
+    std::string name;
+    int first;
+    std::string content; ///< of the attribute, instead of what was written
+    std::string log;     ///< empty: the mask comes back
+  };
+  const std::vector<Case> table = {{"ColumnMask", 2, "", ""},
+                                   {"ColumnMask", 9, "", "no column 9"},
+                                   {"OtherMask", 2, "", "no kind of mask \"OtherMask\""},
+                                   {"", 2, "", "can't be stored"},
+                                   {"ColumnMask", 2, "<mask id='ColumnMask'/>", "The ColumnMask can't be made"},
+                                   {"ColumnMask", 2, "<mask id='ColumnMask'><b/></mask>", "<b>"},
+                                   {"ColumnMask", 2, "<mask/>", "no kind of mask \"\""},
+                                   {"ColumnMask", 2, "<components/>", "<components>"},
+                                   {"ColumnMask", 2, "2", "Broken XML"}};
+  for (const Case& c : table) {
+    const ExpectedLog log;
+    const auto path = folder / "a.kvx";
+    SharedImageSet set;
+    const auto written = randomImage(ImageDescriptor(PixelUInt8, 5, 4));
+    written->setMask(std::make_shared<ColumnMask>(c.first, c.name));
+    set.add(written);
+    KelvarisFile::save(path, set);
+    if (!c.content.empty()) {
+      const Hdf5::Handle file(H5Fopen(path.c_str(), H5F_ACC_RDWR, H5P_DEFAULT), H5Fclose);
+      const Hdf5::Handle image(H5Dopen2(file, "/images/00000", H5P_DEFAULT), H5Dclose);
+      H5Adelete(image, "maskShape");
+      Hdf5::writeText(image, "maskShape", c.content);
+    }
+    const auto loaded = KelvarisFile::load(path);
+    EXPECT_EQ(std::memcmp(loaded->get(0).mem()->data(), set.get(0).mem()->data(), 20), 0) << c.log;
+    EXPECT_EQ(loaded->get(0).mask() != nullptr, c.log.empty()) << c.log;
+    EXPECT_EQ(KelvarisFile::Reader(path).mask(0) != nullptr, c.log.empty()) << c.log;
+    if (c.log.empty()) {
+      unsigned char valid[5];
+      loaded->get(0).mask()->evaluate(*loaded->get(0).mem(), 0, 0, 0, 5, valid);
+      EXPECT_EQ(std::vector<int>(valid, valid + 5), (std::vector<int>{0, 0, 1, 1, 1}));
+    } else {
+      EXPECT_TRUE(log.contains(c.log)) << c.log;
+      EXPECT_TRUE(log.contains("a.kvx, image 0")) << c.log;
+    }
   }
 }
 
