@@ -1,15 +1,13 @@
 #include "apps/Program.h"
+#include "support/ErrorOf.h"
 #include "support/TemporaryFolder.h"
 
 #include "Lib/KelvarisFile.h"
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <sstream>
-
-#include <sys/resource.h>
 
 namespace Kelvaris::Tests {
 namespace {
@@ -40,7 +38,7 @@ TEST(ImportCommand, BringsInRawSamplesWithTheirDescription) {
                                         "--acquisition a.xml --frame-rate 500 --output rf.kvx"),
                                   folder.path(), useRealPlugin);
   ASSERT_EQ(result.status, 0) << result.error;
-  EXPECT_NE(result.output.find("3 frames of 6 samples, 4 channels, 1 event"), std::string::npos) << result.output;
+  EXPECT_CONTAINS(result.output, "3 frames of 6 samples, 4 channels, 1 event");
 
   const KelvarisFile::Reader reader(folder / "rf.kvx");
   ASSERT_EQ(reader.size(), 3);
@@ -62,16 +60,8 @@ TEST(ImportCommand, SaysWhatIsWrongAndLeavesNothing) {
   const TemporaryFolder folder;
   ASSERT_EQ(runKelvaris(words(kPlane), folder.path()).status, 0);
   writeFile(folder / "rf.raw", std::string(24, 'x'));
-  writeFile(folder / "big.raw", std::string(24 * 4096, 'x'));
-  const std::string good = readFile(folder / "a.xml");
-  const auto changed = [&](const std::string& from, const std::string& to) {
-    std::string text = good;
-    text.replace(text.find(from), from.size(), to);
-    return text;
-  };
-  writeFile(folder / "wide.xml", changed("<param key=\"apertureLast\">3<", "<param key=\"apertureLast\">4<"));
   writeFile(folder / "none.xml", "<properties/>");
-  writeFile(folder / "broken.xml", good.substr(0, 200));
+  writeFile(folder / "broken.xml", readFile(folder / "a.xml").substr(0, 200));
   const auto before = folder.names();
   const struct {
     std::string arguments;
@@ -79,33 +69,20 @@ TEST(ImportCommand, SaysWhatIsWrongAndLeavesNothing) {
   } cases[] = {
       {"rf.raw --acquisition a.xml", "raw binary samples need their shape and type"},
       {"rf.raw --shape 4,6 --acquisition a.xml", "both --shape and --type"},
-      {"rf.raw --shape 4,7 --type uint8 --acquisition a.xml", "truncated"},
       {"rf.raw --shape 4,6 --type uint8 --acquisition a.xml", "Layouts that fit: channels,fastTime"},
       {"rf.raw --shape 6,4 --type uint8 --layout depth,channels --acquisition a.xml", "\"depth\" is no axis"},
-      {"rf.raw --shape 6,4 --type uint8 --acquisition wide.xml", "0 to 4, but the array has the elements 0 to 3"},
       {"rf.raw --shape 6,4 --type uint8 --acquisition none.xml", "no \"transducer\""},
       {"rf.raw --shape 6,4 --type uint8 --acquisition broken.xml", "broken.xml"},
       {"rf.raw --shape 6,4 --type uint8 --acquisition nowhere.xml", "nowhere.xml can't be read"},
       {"rf.raw --shape 6,4 --type uint8 --acquisition a.xml --frame-rate nan", "frame rate is nan"},
       {"rf.raw --shape 6,4 --type uint8 --acquisition a.xml --offset some", "\"some\""},
-      {"nowhere.mat --acquisition a.xml", "There is no file nowhere.mat"},
   };
   for (const auto& c : cases) {
     const auto result = runKelvaris(words("import --output out.kvx " + c.arguments), folder.path(), useRealPlugin);
     EXPECT_EQ(result.status, 1) << c.arguments;
-    EXPECT_NE(result.error.find(c.part), std::string::npos) << c.arguments << "\n" << result.error;
+    EXPECT_CONTAINS(result.error, c.part) << c.arguments;
     EXPECT_EQ(folder.names().size(), before.size()) << c.arguments;
   }
-  // No space left for the result.
-  const auto full = runKelvaris(words("import --output out.kvx big.raw --shape 4096,6,4 --layout "
-                                      "frames,fastTime,channels --type uint8 --acquisition a.xml"),
-                                folder.path(), [] {
-                                  useRealPlugin();
-                                  const rlimit limit{20000, 20000};
-                                  setrlimit(RLIMIT_FSIZE, &limit);
-                                });
-  EXPECT_EQ(full.status, 1) << full.error;
-  EXPECT_EQ(folder.names().size(), before.size());
 }
 
 } // namespace

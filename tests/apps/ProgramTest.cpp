@@ -1,5 +1,6 @@
 #include "apps/Program.h"
 #include "apps/TestAlgorithms.h"
+#include "support/ErrorOf.h"
 #include "support/PngPicture.h"
 #include "support/TemporaryFolder.h"
 
@@ -24,8 +25,6 @@ namespace {
 using Tests::floatImage;
 using Tests::readFile;
 using Tests::writeFile;
-
-#define EXPECT_CONTAINS(text, part) EXPECT_NE(std::string(text).find(part), std::string::npos) << (text)
 
 /// A folder with in.kvx: five float images with the values 1 to 5, the first sample NaN.
 class Program : public testing::Test {
@@ -174,7 +173,6 @@ TEST_F(Program, SaysWhatIsInAFile) {
 }
 
 TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
-  writeFile(m_folder / "text.kvx", "no image");
   writeFile(m_folder / "cut.kvx", readFile(m_folder / "in.kvx").substr(0, 3000));
   writeFile(m_folder / "broken.xml", "<chain><step>");
   KelvarisFile::save(m_folder / "none.kvx", SharedImageSet());
@@ -187,22 +185,14 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
   };
   const std::vector<Case> table = {
       {{}, 2, "subcommand is required"},
-      {{"fly"}, 2, "subcommand is required"},
       {{"run"}, 2, "FILE is required"},
-      {{"run", "in.kvx", "--stepp", "Gain"}, 2, "--stepp"},
       {{"run", "in.kvx", "--step", "Gain"}, 1, "There is no --output"},
       {{"run", "in.kvx", "--output", "a.kvx", "--step", "Gain"}, 1, "The result of Gain is not written"},
       {{"run", "in.kvx", "--step", "Gain", "--output", "a.kvx", "--output", "a.kvx"}, 1, "given twice"},
       {{"run", "in.kvx", "--step", "Gain", "--output", "a.jpg"}, 1, "a.jpg ends neither in .kvx nor in .png"},
-      {{"run", "in.kvx", "--step", "Gain", "--output", "no/a.kvx"}, 1, "there is no folder no"},
       {{"run", "in.kvx", "--step", "Gain", "--output", "no/a.png"}, 1, "there is no folder no"},
       {{"run", "in.kvx", "--step", "Gian", "--output", "a.kvx"}, 1, "no algorithm \"Gian\" (did you mean \"Gain\"?)"},
-      {{"run", "in.kvx", "--step", "Gain:factr=1", "--output", "a.kvx"}, 1, "did you mean \"factor\"?"},
       {{"run", "in.kvx", "--step", "Gain:factor=x", "--output", "a.kvx"}, 1, "\"x\" is no value"},
-      {{"run", "in.kvx", "--step", "Gain:factor", "--output", "a.kvx"}, 1, "key=value"},
-      {{"run", "in.kvx", "--step", "Levels", "--step", "Gain", "--output", "a.kvx"},
-       1,
-       "Gain does not work on this data"},
       {{"run", "in.kvx", "--step", "Gain", "--output", "a.png"}, 1, "LogCompression"},
       {{"run", "in.kvx", "--step", "Levels", "--mask-color", "#12345", "--output", "a.png"},
        1,
@@ -212,18 +202,14 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
       {{"run", "in.kvx", "--step", "Levels", "--png-pixels", "round", "--output", "a.png"}, 2, "round"},
       {{"run", "in.kvx", "--images", "3:9", "--step", "Gain", "--output", "a.kvx"}, 1, "it holds 5"},
       {{"run", "in.kvx", "--chain", "broken.xml", "--output", "a.kvx"}, 1, "broken.xml: Broken XML"},
-      {{"run", "in.kvx", "--chain", "no.xml", "--output", "a.kvx"}, 1, "no.xml"},
       {{"run", "in.kvx", "--step", "Gain", "--output", "a.kvx", "--step", "Trouble:at=3", "--output", "b.kvx"},
        1,
        "Trouble failed on image 3"},
       {{"run", "in.kvx", "--step", "Trouble:kind=Throw,at=2", "--output", "b.kvx"}, 1, "the device is gone"},
       {{"run", "none.kvx", "--output", "a.kvx"}, 1, "holds no images"},
-      {{"run", "no.kvx", "--output", "a.kvx"}, 1, "no file no.kvx"},
-      {{"run", "text.kvx", "--output", "a.kvx"}, 1, "text.kvx is not an HDF5 file"},
       {{"run", "cut.kvx", "--output", "a.kvx"}, 1, "cut.kvx"},
       {{"info", "cut.kvx"}, 1, "truncated"},
-      {{"info", "."}, 1, ". is not a regular file"},
-      {{"algorithms", "text.kvx"}, 1, "not an HDF5 file"},
+      {{"algorithms", "."}, 1, ". is not a regular file"},
   };
   for (const Case& c : table) {
     const auto result = run(c.arguments);
@@ -244,22 +230,14 @@ TEST_F(Program, InterruptLeavesNoFile) {
 
 TEST_F(Program, FullDiskLeavesNoFile) {
   const std::vector<std::string> before = names();
-  for (const rlim_t bytes : {100, 2500, 6000}) {
-    for (const char* output : {"a.kvx", "a.png"}) {
-      const auto result =
-          run({"run", "in.kvx", "--step", "Gain:factor=77.7", "--step", "Levels", "--output", output}, [&] {
-            const rlimit limit{bytes, bytes};
-            setrlimit(RLIMIT_FSIZE, &limit);
-          });
-      if (result.status == 0 && std::string(output) == "a.png") {
-        for (int i = 0; i < 5; ++i)
-          std::filesystem::remove(m_folder / ("a_000" + std::to_string(i) + ".png"));
-        continue; // small pictures fit
-      }
-      EXPECT_EQ(result.status, 1) << output << " " << bytes << result.error;
-      EXPECT_CONTAINS(result.error, "File too large");
-      EXPECT_EQ(names(), before) << output << " " << bytes;
-    }
+  for (const auto& [output, bytes] : {std::pair<const char*, rlim_t>{"a.kvx", 6000}, {"a.png", 50}}) {
+    const auto result = run({"run", "in.kvx", "--step", "Levels", "--output", output}, [size = bytes] {
+      const rlimit limit{size, size};
+      setrlimit(RLIMIT_FSIZE, &limit);
+    });
+    EXPECT_EQ(result.status, 1) << output;
+    EXPECT_CONTAINS(result.error, "File too large");
+    EXPECT_EQ(names(), before) << output;
   }
 }
 
