@@ -3,6 +3,7 @@
 #include "Lib/FactoryRegistry.h"
 
 #include "Lib/SharedImageSet.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -155,14 +156,8 @@ TEST(DefaultAlgorithmControllerTest, RefusesUnknownKeysAndUnreadableTexts) {
   } cases[] = {{"gian", "1", "There is no parameter \"gian\"; there is \"gain\", \"offset\""},
                {"gain", "loud", "\"loud\" is no value of the parameter \"gain\", which takes a number"},
                {"offset", "2", "\"2\" is no value of the parameter \"offset\", which takes true or false"}};
-  for (const auto& c : cases) {
-    try {
-      form.setText(c.key, c.text);
-      ADD_FAILURE() << c.message;
-    } catch (const std::invalid_argument& error) {
-      EXPECT_STREQ(error.what(), c.message);
-    }
-  }
+  for (const auto& c : cases)
+    EXPECT_EQ(Tests::errorOf<std::invalid_argument>([&] { form.setText(c.key, c.text); }), c.message);
   EXPECT_EQ(algorithm.configured, 0);
   EXPECT_THROW(DefaultAlgorithmController(nullptr, "", false, false), std::invalid_argument);
 }

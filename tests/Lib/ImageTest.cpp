@@ -72,27 +72,17 @@ TEST(ImageDescriptorTest, ComparesWithinATolerance) {
     const char* what;
     void (*change)(ImageDescriptor&);
     bool approx;
-  } cases[] = {{"nothing", [](ImageDescriptor&) {}, true},
-               {"spacing a little",
-                [](ImageDescriptor& d) {
-                  d.setSpacing({1, 1 + 1e-12, 1});
-                },
-                true},
-               {"spacing",
-                [](ImageDescriptor& d) {
-                  d.setSpacing({1, 1.001, 1});
-                },
-                false},
-               {"type", [](ImageDescriptor& d) { d.setPixelType(PixelFloat); }, false},
-               {"channels", [](ImageDescriptor& d) { d.setChannels(2); }, false},
-               {"extent",
-                [](ImageDescriptor& d) {
-                  d.setDimensions({3, 2, 2});
-                },
-                false},
-               {"metric", [](ImageDescriptor& d) { d.setMetric(false); }, false},
-               {"shift", [](ImageDescriptor& d) { d.setShift(0.1); }, false},
-               {"scale", [](ImageDescriptor& d) { d.setScale(std::nan("")); }, false}};
+  } cases[] = {
+      {"nothing", [](auto&) {}, true},
+      {"spacing a little", [](auto& d) { d.setSpacing(Eigen::Vector3d(1, 1 + 1e-12, 1)); }, true},
+      {"spacing", [](auto& d) { d.setSpacing(Eigen::Vector3d(1, 1.001, 1)); }, false},
+      {"type", [](auto& d) { d.setPixelType(PixelFloat); }, false},
+      {"channels", [](auto& d) { d.setChannels(2); }, false},
+      {"extent", [](auto& d) { d.setDimensions(Eigen::Vector3i(3, 2, 2)); }, false},
+      {"metric", [](auto& d) { d.setMetric(false); }, false},
+      {"shift", [](auto& d) { d.setShift(0.1); }, false},
+      {"scale", [](auto& d) { d.setScale(std::nan("")); }, false},
+  };
   for (const auto& c : cases) {
     ImageDescriptor b = a;
     c.change(b);

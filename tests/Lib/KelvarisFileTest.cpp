@@ -5,12 +5,14 @@
 #include "Lib/Hdf5.h"
 #include "Lib/IntensityMask.h"
 #include "Lib/MaskFactory.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 #include "support/IntensityMaskOf.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <csignal>
 #include <cstring>
@@ -25,6 +27,7 @@
 namespace Kelvaris {
 namespace {
 
+using Tests::errorOf;
 using Tests::ExpectedLog;
 using Tests::readFile;
 using Tests::TemporaryFolder;
@@ -38,17 +41,6 @@ std::shared_ptr<SharedImage> randomImage(const ImageDescriptor& descriptor, unsi
     static_cast<unsigned char*>(pixels->data())[i] = static_cast<unsigned char>(random());
   return std::make_shared<SharedImage>(pixels);
 }
-
-std::string errorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-  return "";
-}
-
-#define EXPECT_CONTAINS(text, part) EXPECT_NE(std::string(text).find(part), std::string::npos) << (text)
 
 /// A component that is registered, unlike those the files otherwise carry.
 class Probe : public DataComponent<Probe> {
@@ -244,13 +236,10 @@ TEST(KelvarisFile, SecondIdOpensAsTheRegisteredClassAndIsWrittenUnderItsOwnId) {
 }
 
 TEST(KelvarisFile, BrokenComponentXmlIsRefused) {
-  const std::string tooDeep = [] {
-    std::string xml = R"(<components><component id="a">)";
-    for (int i = 0; i < 100000; ++i)
-      xml += R"(<properties key="x">)";
-    return xml;
-  }();
-  for (const char* xml : {"", "<components>", "<properties/>", "<components><part id='a'/></components>",
+  std::string tooDeep = "<components><component id='a'>";
+  for (int i = 0; i < 100000; ++i)
+    tooDeep += "<properties key='x'>";
+  for (const char* xml : {"<components>", "<properties/>", "<components><part id='a'/></components>",
                           "<components><component/></components>", "<components><component id=''/></components>",
                           "<components><component id='a'><b/></component></components>", tooDeep.c_str()}) {
     const ExpectedLog log;
@@ -276,10 +265,9 @@ TEST(KelvarisFile, WriterLeavesNothingBehindUntilItFinishes) {
 TEST(KelvarisFile, UnwritablePlacesAreNamed) {
   const TemporaryFolder folder;
   std::filesystem::create_directory(folder / "folder");
-  const std::vector<std::pair<std::filesystem::path, std::string>> table = {
-      {folder / "no/such/a.kvx", "there is no folder"},
-      {folder / "folder", "not a regular file"},
-      {"/dev/full", "not a regular file"}};
+  const std::pair<std::filesystem::path, const char*> table[] = {{folder / "no/such/a.kvx", "there is no folder"},
+                                                                 {folder / "folder", "not a regular file"},
+                                                                 {"/dev/full", "not a regular file"}};
   for (const auto& [path, reason] : table) {
     const std::string error = errorOf([&] { KelvarisFile::Writer writer(path); });
     EXPECT_CONTAINS(error, path.string());
@@ -343,114 +331,84 @@ TEST(KelvarisFile, EveryTruncationIsAnError) {
 TEST(KelvarisFile, ForeignFilesAreErrors) {
   const TemporaryFolder folder;
   writeFile(folder / "text.kvx", "This is not an image.");
-  writeFile(folder / "empty.kvx", "");
-  std::filesystem::create_directory(folder / "folder.kvx");
-  for (const auto& [name, reason] :
-       std::vector<std::pair<std::string, std::string>>{{"text.kvx", "not an HDF5 file"},
-                                                        {"empty.kvx", "not an HDF5 file"},
-                                                        {"folder.kvx", "not a regular file"},
-                                                        {"missing.kvx", "no file"}})
-    EXPECT_CONTAINS(errorOf([&] { KelvarisFile::Reader reader(folder / name); }), reason) << name;
+  const std::pair<std::filesystem::path, const char*> table[] = {
+      {folder / "text.kvx", "not an HDF5 file"}, {folder.path(), "not a regular file"}, {folder / "none", "no file"}};
+  for (const auto& [path, reason] : table)
+    EXPECT_CONTAINS(errorOf([&, file = path] { KelvarisFile::Reader reader(file); }), reason);
 }
 
 /// What a case does to a valid file through HDF5 itself.
-struct Tampering {
-  const char* what;
-  std::function<void(hid_t file, hid_t image)> change;
-  const char* error;
-};
+using Change = std::function<void(hid_t file, hid_t image)>;
+using Extent = std::vector<hsize_t>;
 
-void replaceImage(hid_t file, hid_t type, const std::vector<hsize_t>& extent, const std::vector<hsize_t>& chunk = {}) {
-  H5Ldelete(file, "/images/00000", H5P_DEFAULT);
-  const Hdf5::Handle layout(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
-  if (!chunk.empty()) H5Pset_chunk(layout, static_cast<int>(chunk.size()), chunk.data());
-  const std::vector<hsize_t> unlimited(extent.size(), H5S_UNLIMITED);
-  const Hdf5::Handle space(
-      H5Screate_simple(static_cast<int>(extent.size()), extent.data(), chunk.empty() ? nullptr : unlimited.data()),
-      H5Sclose);
-  ASSERT_TRUE(Hdf5::Handle(H5Dcreate2(file, "/images/00000", type, space, H5P_DEFAULT, layout, H5P_DEFAULT), H5Dclose)
-                  .isValid());
+/// Another array in the place of image 0.
+Change image(hid_t type, const Extent& extent, const Extent& chunk = {}) {
+  return [=](hid_t file, hid_t) {
+    H5Ldelete(file, "/images/00000", H5P_DEFAULT);
+    const Hdf5::Handle layout(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
+    if (!chunk.empty()) H5Pset_chunk(layout, static_cast<int>(chunk.size()), chunk.data());
+    const Extent unlimited(extent.size(), H5S_UNLIMITED);
+    const Hdf5::Handle space(
+        H5Screate_simple(static_cast<int>(extent.size()), extent.data(), chunk.empty() ? nullptr : unlimited.data()),
+        H5Sclose);
+    const Hdf5::Handle array(H5Dcreate2(file, "/images/00000", type, space, H5P_DEFAULT, layout, H5P_DEFAULT),
+                             H5Dclose);
+    ASSERT_TRUE(array.isValid());
+  };
 }
 
 TEST(KelvarisFile, TamperedFilesAreErrors) {
   const TemporaryFolder folder;
   const std::string whole = smallFile(folder);
-  const std::vector<Tampering> table = {
+  const std::vector<double> nine(9);
+  const hid_t bytes = H5T_NATIVE_UCHAR, floats = H5T_NATIVE_FLOAT;
+  const struct {
+    const char* what;
+    Change change;
+    const char* error;
+  } table[] = {
       {"foreign format", [](hid_t f, hid_t) { Hdf5::writeText(f, "format", "photos"); }, "not a file of images"},
       {"no format", [](hid_t f, hid_t) { H5Adelete(f, "format"); }, "not a file of images"},
       {"format of another type", [](hid_t f, hid_t) { Hdf5::writeInteger(f, "format", 1); }, "not a text"},
       {"later version", [](hid_t f, hid_t) { Hdf5::writeInteger(f, "version", 2); }, "version 2"},
       {"no version", [](hid_t f, hid_t) { H5Adelete(f, "version"); }, "\"version\" is missing"},
-      {"broken properties", [](hid_t f, hid_t) { Hdf5::writeText(f, "properties", "<properties><param>"); },
-       "\"properties\""},
+      {"properties", [](hid_t f, hid_t) { Hdf5::writeText(f, "properties", "<properties><param>"); }, "\"properties\""},
       {"no images", [](hid_t f, hid_t) { H5Ldelete(f, "images", H5P_DEFAULT); }, "/images"},
-      {"gap", [](hid_t f, hid_t) { H5Lmove(f, "/images/00000", f, "/images/00007", H5P_DEFAULT, H5P_DEFAULT); },
-       "/images/00000"},
+      {"no image 0", [](hid_t f, hid_t) { H5Ldelete(f, "/images/00000", H5P_DEFAULT); }, "/images/00000"},
       {"broken components", [](hid_t, hid_t i) { Hdf5::writeText(i, "components", "<components"); }, "\"components\""},
       {"pixel type that does not fit", [](hid_t, hid_t i) { Hdf5::writeInteger(i, "pixelType", PixelInt16); }, "5122"},
       {"unknown pixel type", [](hid_t, hid_t i) { Hdf5::writeInteger(i, "pixelType", -7); }, "-7"},
-      {"spacing of two",
-       [](hid_t, hid_t i) {
-         Hdf5::writeDoubles(i, "spacing", {1, 2});
-       },
-       "holds 2 values, expected 3"},
-      {"spacing as text", [](hid_t, hid_t i) { Hdf5::writeText(i, "shift", "1"); }, "no numbers"},
-      {"matrix of nine", [](hid_t, hid_t i) { Hdf5::writeDoubles(i, "matrix", std::vector<double>(9)); },
-       "expected 16"},
-      {"rank 2",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_NATIVE_UCHAR, {5, 9});
-       },
-       "2 dimensions"},
-      {"rank 0", [](hid_t f, hid_t) { replaceImage(f, H5T_NATIVE_UCHAR, {}); }, "0 dimensions"},
-      {"nothing in it",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_NATIVE_UCHAR, {1, 0, 9, 1});
-       },
-       "extent is 0"},
-      {"64-bit integers",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_NATIVE_LLONG, {1, 5, 9, 1});
-       },
-       "elements"},
-      {"a text",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_C_S1, {1, 5, 9, 1});
-       },
-       "elements"},
-      {"terabytes",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_NATIVE_FLOAT, {1000, 30000, 30000, 1}, {1, 10, 10, 1});
-       },
-       "the file holds 0"},
-      {"beyond the address space",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_NATIVE_FLOAT, {2147483647, 2147483647, 2147483647, 1}, {1, 10, 10, 1});
-       },
-       "exceeds the address space"},
-      {"extent over int",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_NATIVE_FLOAT, {1, 1, 4294967297, 1}, {1, 1, 10, 1});
-       },
-       "4294967297"},
-      {"huge chunk",
-       [](hid_t f, hid_t) {
-         replaceImage(f, H5T_NATIVE_FLOAT, {1, 5, 9, 1}, {1, 30000, 30000, 1});
-       },
-       "chunks are larger"},
+      {"matrix of nine", [&](hid_t, hid_t i) { Hdf5::writeDoubles(i, "matrix", nine); }, "holds 9 values, expected 16"},
+      {"shift as text", [](hid_t, hid_t i) { Hdf5::writeText(i, "shift", "1"); }, "no numbers"},
+      {"rank 2", image(bytes, {5, 9}), "2 dimensions"},
+      {"rank 0", image(bytes, {}), "0 dimensions"},
+      {"nothing in it", image(bytes, {1, 0, 9, 1}), "extent is 0"},
+      {"64-bit integers", image(H5T_NATIVE_LLONG, {1, 5, 9, 1}), "elements"},
+      {"a text", image(H5T_C_S1, {1, 5, 9, 1}), "elements"},
+      {"terabytes", image(floats, {1000, 30000, 30000, 1}, {1, 10, 10, 1}), "the file holds 0"},
+      {"beyond the address space", image(floats, {INT_MAX, INT_MAX, INT_MAX, 1}, {1, 9, 9, 1}), "exceeds the address"},
+      {"extent over int", image(floats, {1, 1, 4294967297, 1}, {1, 1, 10, 1}), "4294967297"},
+      {"huge chunk", image(floats, {1, 5, 9, 1}, {1, 30000, 30000, 1}), "chunks are larger"},
   };
-  for (const Tampering& t : table) {
+  for (const auto& c : table) {
     writeFile(folder / "t.kvx", whole);
     {
       const Hdf5::Handle file(H5Fopen((folder / "t.kvx").c_str(), H5F_ACC_RDWR, H5P_DEFAULT), H5Fclose);
       const Hdf5::Handle image(H5Dopen2(file, "/images/00000", H5P_DEFAULT), H5Dclose);
-      t.change(file, image);
+      c.change(file, image);
     }
     const ExpectedLog log;
     const std::string error = errorOf([&] { KelvarisFile::load(folder / "t.kvx"); });
-    EXPECT_CONTAINS(error, t.error) << t.what;
-    EXPECT_CONTAINS(error, "t.kvx") << t.what;
+    EXPECT_CONTAINS(error, c.error) << c.what;
+    EXPECT_CONTAINS(error, "t.kvx") << c.what;
   }
+}
+
+/// An attribute of one value, stored as `type`, given as `memoryType`.
+void addAttribute(hid_t object, const char* name, hid_t type, hid_t memoryType, const void* value) {
+  const Hdf5::Handle scalar(H5Screate(H5S_SCALAR), H5Sclose);
+  const Hdf5::Handle attribute(H5Acreate2(object, name, type, scalar, H5P_DEFAULT, H5P_DEFAULT), H5Aclose);
+  H5Awrite(attribute, memoryType, value);
 }
 
 TEST(KelvarisFile, OptionalAttributesMayBeMissingAndTypesMayBeWider) {
@@ -458,15 +416,12 @@ TEST(KelvarisFile, OptionalAttributesMayBeMissingAndTypesMayBeWider) {
   const auto path = folder / "script.kvx";
   {
     const Hdf5::Handle file(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT), H5Fclose);
-    const Hdf5::Handle scalar(H5Screate(H5S_SCALAR), H5Sclose);
     const Hdf5::Handle fixed(H5Tcopy(H5T_C_S1), H5Tclose);
     H5Tset_size(fixed, 20);
     H5Tset_strpad(fixed, H5T_STR_SPACEPAD);
-    const Hdf5::Handle format(H5Acreate2(file, "format", fixed, scalar, H5P_DEFAULT, H5P_DEFAULT), H5Aclose);
-    H5Awrite(format, fixed, "kelvaris-images     ");
     const long long version = 1;
-    const Hdf5::Handle wide(H5Acreate2(file, "version", H5T_STD_I64BE, scalar, H5P_DEFAULT, H5P_DEFAULT), H5Aclose);
-    H5Awrite(wide, H5T_NATIVE_LLONG, &version);
+    addAttribute(file, "format", fixed, fixed, "kelvaris-images     ");
+    addAttribute(file, "version", H5T_STD_I64BE, H5T_NATIVE_LLONG, &version);
     const Hdf5::Handle images(H5Gcreate2(file, "images", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Gclose);
     const hsize_t extent[] = {1, 1, 3, 1};
     const Hdf5::Handle space(H5Screate_simple(4, extent, nullptr), H5Sclose);
@@ -475,8 +430,7 @@ TEST(KelvarisFile, OptionalAttributesMayBeMissingAndTypesMayBeWider) {
     const short samples[] = {-32768, 2, 513};
     H5Dwrite(image, H5T_NATIVE_SHORT, H5S_ALL, H5S_ALL, H5P_DEFAULT, samples);
     const int mask = -32768;
-    const Hdf5::Handle masked(H5Acreate2(image, "mask", H5T_STD_I32LE, scalar, H5P_DEFAULT, H5P_DEFAULT), H5Aclose);
-    H5Awrite(masked, H5T_NATIVE_INT, &mask);
+    addAttribute(image, "mask", H5T_STD_I32LE, H5T_NATIVE_INT, &mask);
   }
   const auto loaded = KelvarisFile::load(path);
   ASSERT_EQ(loaded->size(), 1);

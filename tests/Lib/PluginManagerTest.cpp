@@ -3,7 +3,9 @@
 #include "Lib/DataComponentFactory.h"
 #include "Lib/FactoryRegistry.h"
 #include "Lib/PluginAutoRegistrationGuard.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -13,9 +15,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <string>
 
 namespace Kelvaris {
@@ -32,36 +31,23 @@ bool isInProcess(const fs::path& library) {
 
 class PluginManagerTest : public ::testing::Test {
 protected:
-  PluginManagerTest() {
-    std::string folder = (fs::temp_directory_path() / "kelvaris-plugins-XXXXXX").string();
-    m_folder = mkdtemp(folder.data());
-  }
   ~PluginManagerTest() override {
     unsetenv("TEST_PLUGIN");
     unsetenv("KELVARIS_PLUGIN_PATH");
     PluginManager::get().unloadAll();
-    fs::remove_all(m_folder);
   }
 
-  static std::string pluginBytes() {
-    std::ifstream file(kPlugin, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
   fs::path write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(m_folder / name, std::ios::binary) << bytes;
+    Tests::writeFile(m_folder / name, bytes);
     return m_folder / name;
   }
   /// The message with which load() refuses the file; empty if it doesn't.
   static std::string refusal(const fs::path& file) {
-    try {
-      PluginManager::get().load(file);
-      return {};
-    } catch (const PluginError& error) {
-      return error.what();
-    }
+    return Tests::errorOf<PluginError>([&] { PluginManager::get().load(file); });
   }
 
-  fs::path m_folder;
+  const std::string m_good = Tests::readFile(kPlugin);
+  const Tests::TemporaryFolder m_folder;
 };
 
 std::string replaced(std::string bytes, const std::string& from, const std::string& to) {
@@ -104,7 +90,7 @@ TEST_F(PluginManagerTest, SaysWhenALibraryStaysInTheProcess) {
 }
 
 TEST_F(PluginManagerTest, RefusesFilesBeforeTheirCodeRuns) {
-  const std::string good = pluginBytes();
+  const std::string& good = m_good;
   std::string otherMachine = good, program = good;
   otherMachine[offsetof(Elf64_Ehdr, e_machine)] = static_cast<char>(EM_AARCH64);
   program[offsetof(Elf64_Ehdr, e_type)] = ET_EXEC;
@@ -113,7 +99,6 @@ TEST_F(PluginManagerTest, RefusesFilesBeforeTheirCodeRuns) {
     std::string bytes;
     std::vector<std::string> parts; // of the message
   } cases[] = {
-      {"text.so", "not a library", {"is not a plugin", "no ELF file"}},
       {"empty.so", "", {"is not a plugin", "no ELF file"}},
       {"arm.so", otherMachine, {"another machine", "machine 183", "machine 62"}},
       {"program.so", program, {"no shared library", "ELF type 2", "expected 3"}},
@@ -136,14 +121,14 @@ TEST_F(PluginManagerTest, RefusesFilesBeforeTheirCodeRuns) {
   for (const auto& c : cases) {
     const fs::path file = write(c.name, c.bytes);
     const std::string message = refusal(file);
-    EXPECT_NE(message.find(file.string()), std::string::npos) << message;
+    EXPECT_CONTAINS(message, file.string());
     for (const std::string& part : c.parts)
-      EXPECT_NE(message.find(part), std::string::npos) << c.name << ": " << message;
+      EXPECT_CONTAINS(message, part) << c.name;
     EXPECT_FALSE(isInProcess(file)) << c.name;
     EXPECT_EQ(PluginManager::get().entries().back().state, PluginManager::Refused);
   }
-  EXPECT_NE(refusal(m_folder / "absent.so").find("No such file"), std::string::npos);
-  EXPECT_NE(refusal(m_folder).find("it is no file"), std::string::npos);
+  EXPECT_CONTAINS(refusal(m_folder / "absent.so"), "No such file");
+  EXPECT_CONTAINS(refusal(m_folder.path()), "it is no file");
 }
 
 TEST_F(PluginManagerTest, RefusesPluginsThatCanNotRunAndLeavesNothingBehind) {
@@ -155,31 +140,25 @@ TEST_F(PluginManagerTest, RefusesPluginsThatCanNotRunAndLeavesNothingBehind) {
                {"throw", "init() of the plugin Test.Plugin failed: no memory for the test"}};
   for (const auto& c : cases) {
     setenv("TEST_PLUGIN", c.mode, 1);
-    const std::string message = refusal(kPlugin);
-    EXPECT_NE(message.find(c.message), std::string::npos) << message;
+    EXPECT_CONTAINS(refusal(kPlugin), c.message);
     EXPECT_FALSE(isInProcess(kPlugin));
     EXPECT_FALSE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
     EXPECT_EQ(DataComponentFactory::get().create("Test.Mark"), nullptr);
   }
   unsetenv("TEST_PLUGIN");
   EXPECT_EQ(refusal(kPlugin), "");
-  const fs::path twin = write("libTwinPlugin.so", pluginBytes());
-  EXPECT_NE(refusal(twin).find("has the id Test.Plugin, as has"), std::string::npos);
+  EXPECT_CONTAINS(refusal(write("libTwinPlugin.so", m_good)), "has the id Test.Plugin, as has");
 }
 
 TEST_F(PluginManagerTest, NoDamagedByteCrashesTheReader) {
-  const std::string good = pluginBytes();
   // The reader only: a library whose code is damaged would crash in its own right. The tables that it goes by lie at
   // both ends of the file.
-  const std::size_t size = good.size();
+  const std::size_t size = m_good.size();
   const auto step = [&](std::size_t at) { return at < 64 ? 1 : at < 1024 ? 5 : at + 4096 < size ? 4999 : 41; };
   for (std::size_t at = 0; at < size; at += static_cast<std::size_t>(step(at))) {
-    std::string damaged = good;
+    std::string damaged = m_good;
     damaged[at] = static_cast<char>(~damaged[at]);
-    try {
-      PluginFile::read(write(std::to_string(at) + ".so", damaged));
-    } catch (const PluginError&) {
-    }
+    Tests::errorOf<PluginError>([&] { PluginFile::read(write(std::to_string(at) + ".so", damaged)); });
   }
 }
 
@@ -187,8 +166,8 @@ TEST_F(PluginManagerTest, LooksForPluginsWhereTheEnvironmentSays) {
   fs::copy(kPlugin, m_folder / "libFoundPlugin.so");
   write("libBrokenPlugin.so", "broken");
   write("libOther.so", "not looked at");
-  setenv("KELVARIS_PLUGIN_PATH", (m_folder.string() + "::/nowhere/libAbsentPlugin.so").c_str(), 1);
-  EXPECT_EQ(PluginManager::searchPath(), (std::vector<fs::path>{m_folder, "/nowhere/libAbsentPlugin.so"}));
+  setenv("KELVARIS_PLUGIN_PATH", (m_folder.path().string() + "::/nowhere/libAbsentPlugin.so").c_str(), 1);
+  EXPECT_EQ(PluginManager::searchPath(), (std::vector<fs::path>{m_folder.path(), "/nowhere/libAbsentPlugin.so"}));
   Tests::ExpectedLog log;
   EXPECT_EQ(PluginManager::get().loadAll(), 1);
   EXPECT_EQ(log.messages().size(), 2u);

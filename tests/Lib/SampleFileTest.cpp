@@ -1,6 +1,7 @@
 #include "Lib/SampleFile.h"
 
 #include "Lib/Hdf5.h"
+#include "support/ErrorOf.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@ namespace Kelvaris {
 namespace {
 
 namespace fs = std::filesystem;
+using Tests::errorOf;
 using Extents = SampleArray::Extents;
 
 class SampleFileTest : public ::testing::Test {
@@ -66,17 +68,6 @@ protected:
 
   static std::string numpy(const std::string& header, const std::string& data) {
     return std::string("\x93NUMPY\x01\x00", 8) + static_cast<char>(header.size()) + '\0' + header + data;
-  }
-
-  /// The message of the error that `call` throws.
-  template <typename Call> static std::string errorOf(Call&& call) {
-    try {
-      call();
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    ADD_FAILURE() << "no error";
-    return {};
   }
 
   Tests::TemporaryFolder m_folder;
@@ -164,55 +155,48 @@ TEST_F(SampleFileTest, ReadsMatlabVariablesAndFields) {
                                      {"RF", "no variable \"RF\""},
                                      {"", "several variables"}}) {
       const std::string message = errorOf([&, variable = name] { file->array(variable); });
-      EXPECT_NE(message.find(what), std::string::npos) << message;
-      EXPECT_NE(message.find("recording.mat"), std::string::npos) << message;
-      EXPECT_NE(message.find("rf  int16 (4, 3, 2)"), std::string::npos) << message;
+      EXPECT_CONTAINS(message, what);
+      EXPECT_CONTAINS(message, "recording.mat");
+      EXPECT_CONTAINS(message, "rf  int16 (4, 3, 2)");
     }
   }
 }
 
 TEST_F(SampleFileTest, RefusesBrokenAndForeignFilesInWords) {
-  const auto head = [](const fs::path& path, std::uintmax_t bytes) {
+  const auto cut = [](const fs::path& path, std::uintmax_t bytes) {
     fs::resize_file(path, bytes);
     return path;
   };
-  const auto open = [](const fs::path& path, const std::string& variable = "") {
-    return [=] { SampleFile::open(path)->array(variable); };
+  const auto errorOfOpening = [](const fs::path& path, const char* variable = "") {
+    return errorOf([&] { SampleFile::open(path)->array(variable); });
+  };
+  const auto errorOfNumpy = [&](const std::string& type, const std::string& shape) {
+    const std::string header = "{'descr': '" + type + "', 'fortran_order': False, 'shape': " + shape + ", }";
+    return errorOfOpening(write("array.npy", numpy(header, std::string(40, 'x'))));
   };
   const fs::path text =
       write("text.txt", "Not a recording, but longer than any header that is looked at. " + std::string(200, 'x'));
-  const fs::path shortNumpy =
-      write("short.npy", numpy("{'descr': '<f8', 'fortran_order': False, 'shape': (2, 3), }", std::string(40, 'x')));
-  const fs::path hugeNumpy =
-      write("huge.npy", numpy("{'descr': '<f8', 'fortran_order': False, 'shape': (9000000000, 9000000000, 9), }", "x"));
-  const fs::path complexNumpy =
-      write("complex.npy", numpy("{'descr': '<c8', 'fortran_order': False, 'shape': (2, 3), }", std::string(48, 'x')));
-  const fs::path hdf5 = head(writeHdf5(), 1500);
-  const struct {
-    std::string message;
-    const char* part;
-  } cases[] = {
-      {errorOf(open("/nowhere/x.mat")), "There is no file /nowhere/x.mat"},
-      {errorOf(open(text)), "raw binary samples need their shape and type"},
-      {errorOf(open(write("empty.mat", ""))), "is no HDF5, MATLAB"},
-      {errorOf(open(shortNumpy)), "truncated"},
-      {errorOf(open(hugeNumpy)), "larger than any memory"},
-      {errorOf(open(complexNumpy)), "'<c8'"},
-      {errorOf(open(write("head.npy", numpy("{'descr'", "")))), "NumPy header"},
-      {errorOf(open(hdf5)), "recording.h5"},
+  const std::pair<std::string, const char*> cases[] = {
+      {errorOfOpening("/nowhere/x.mat"), "There is no file /nowhere/x.mat"},
+      {errorOfOpening(text), "raw binary samples need their shape and type"},
+      {errorOfOpening(write("empty.mat", "")), "is no HDF5, MATLAB"},
+      {errorOfNumpy("<f8", "(2, 3)"), "truncated"},
+      {errorOfNumpy("<f8", "(9000000000, 9000000000, 9)"), "larger than any memory"},
+      {errorOfNumpy("<c8", "(2, 3)"), "'<c8'"},
+      {errorOfOpening(write("head.npy", numpy("{'descr'", ""))), "NumPy header"},
+      {errorOfOpening(cut(writeHdf5(), 1500)), "recording.h5"},
       {errorOf([&] {
-         openRawSamples(text, SampleType::Int16, {7, 5}, false);
+         openRawSamples(text, SampleType::Int16, Extents{7, 5}, false);
        }),
        "take 70"},
       {errorOf([&] { sampleTypeFromName("int17"); }), "\"int17\" is no sample type; there are int8"},
   };
-  for (const auto& c : cases)
-    EXPECT_NE(c.message.find(c.part), std::string::npos) << c.message << "\n  should hold: " << c.part;
+  for (const auto& [message, part] : cases)
+    EXPECT_CONTAINS(message, part);
 
   for (const auto compression : {MAT_COMPRESSION_NONE, MAT_COMPRESSION_ZLIB})
     for (const std::uintmax_t bytes : {230, 170, 130, 128})
-      EXPECT_NE(errorOf(open(head(writeMatlab(MAT_FT_MAT5, compression), bytes), "rf")).find("recording.mat"),
-                std::string::npos);
+      EXPECT_CONTAINS(errorOfOpening(cut(writeMatlab(MAT_FT_MAT5, compression), bytes), "rf"), "recording.mat");
 }
 
 } // namespace
