@@ -159,10 +159,10 @@ INSTANTIATE_TEST_SUITE_P(Scenes, BeamformingKernel,
 // otherwise.
 class BeamformingPixel : public DeviceTest<> {
 protected:
-  static BeamformingScene onePixel(float2 position = {0.15f, 5.0f}) {
+  static BeamformingScene onePixel() {
     BeamformingScene scene = makeScene({.numElements = 8, .numEvents = 1, .numSamples = 200, .width = 1, .height = 1});
     std::fill(scene.samples.begin(), scene.samples.end(), 100.0f);
-    scene.positions = {position};
+    scene.positions = {{0.15f, 5.0f}};
     scene.events[0].startTime = 0;
     return scene;
   }
@@ -182,104 +182,93 @@ protected:
   static double real(const BeamformingScene& scene) { return pixel<float>(scene).real(); }
 };
 
+using Change = std::function<void(BeamformingScene&)>;
+
+Change fNumber(float value) {
+  return [=](BeamformingScene& s) { s.fNumber = value; };
+}
+Change pixelAt(float x, float y) {
+  return [=](BeamformingScene& s) { s.positions = std::vector(1, float2{x, y}); };
+}
+Change pixelOnElement(std::size_t i) {
+  return [=](BeamformingScene& s) { pixelAt(s.elements[i].x, s.elements[i].y)(s); };
+}
+Change aperture(int first, int last) {
+  return [=](BeamformingScene& s) {
+    s.events[0].apertureFirst = first;
+    s.events[0].apertureLast = last;
+  };
+}
+Change startTime(float seconds) {
+  return [=](BeamformingScene& s) { s.events[0].startTime = seconds; };
+}
+Change both(const Change& first, const Change& second) {
+  return [=](BeamformingScene& s) {
+    first(s);
+    second(s);
+  };
+}
+
+// Hamming and Tukey sums over n elements of value 100.
+double hamming(int n) {
+  double sum = 0;
+  for (int i = 0; i < n; ++i)
+    sum += 100 * (0.54 - 0.46 * std::cos(2 * M_PI * i / n));
+  return sum;
+}
+double tukey(int n) {
+  const double taper = n / 4.0;
+  double sum = 0;
+  for (int i = 0; i < n; ++i) {
+    const double fromEdge = std::min<double>(i, n - i);
+    sum += 100 * (fromEdge < taper ? (1 - std::cos(M_PI * fromEdge / taper)) / 2 : 1);
+  }
+  return sum;
+}
+
 TEST_F(BeamformingPixel, EdgeCases) {
-  struct Case {
+  const Change halvesOfPitches = [](BeamformingScene& s) {
+    s.pitch = 0.5f;
+    s.elements[4] = {0, 0, 0};
+  };
+  const Change oneSample = [](BeamformingScene& s) {
+    s.numSamples = 1;
+    s.samples.resize(static_cast<std::size_t>(s.numChannels));
+  };
+  const struct {
     const char* what;
-    std::function<void(BeamformingScene&)> change;
+    Change change;
     std::array<double, 6> expected; ///< unweighted, Hamming, Tukey, aperture size, start, end; NaN is invalid
-  };
-  const auto element = [](const BeamformingScene& s, int i) {
-    return float2{s.elements[static_cast<std::size_t>(i)].x, s.elements[static_cast<std::size_t>(i)].y};
-  };
-  // Hamming and Tukey sums over N elements of value 100.
-  const auto hamming = [](int n) {
-    double sum = 0;
-    for (int i = 0; i < n; ++i)
-      sum += 100 * (0.54 - 0.46 * std::cos(2 * M_PI * i / n));
-    return sum;
-  };
-  const auto tukey = [](int n) {
-    double sum = 0;
-    const double taper = n / 4.0;
-    for (int i = 0; i < n; ++i)
-      sum += 100 * (i < taper        ? (1 - std::cos(M_PI * i / taper)) / 2
-                    : i <= n - taper ? 1
-                                     : (1 - std::cos(M_PI * (n - i) / taper)) / 2);
-    return sum;
-  };
-  const Case cases[] = {
-      {"the whole array", [](auto& s) { s.fNumber = 0.5f; }, {800, hamming(8), tukey(8), 8, 0, 7}},
-      {"F-number 0 is the whole receive aperture",
-       [](auto& s) { s.fNumber = 0; },
-       {800, hamming(8), tukey(8), 8, 0, 7}},
+  } cases[] = {
+      {"F-number 0 is the whole receive aperture", fNumber(0), {800, hamming(8), tukey(8), 8, 0, 7}},
       {"an empty receive aperture has no value, debug outputs included",
-       [](auto& s) {
-         s.events[0].apertureFirst = 3;
-         s.events[0].apertureLast = 2;
-       },
+       aperture(3, 2),
        {nan, nan, nan, nan, nan, nan}},
-      {"one receive element: Tukey gives it the weight 0, not NaN",
-       [](auto& s) { s.events[0].apertureFirst = s.events[0].apertureLast = 5; },
-       {100, 8, 0, 1, 5, 5}},
-      {"the first element is never the centre, not even for a pixel on it",
-       [&](auto& s) {
-         s.positions[0] = element(s, 0);
-         s.fNumber = 1;
-       },
+      {"one receive element: Tukey gives it the weight 0, not NaN", aperture(5, 5), {100, 8, 0, 1, 5, 5}},
+      {"the first element is never the centre, even for a pixel on it",
+       both(pixelOnElement(0), fNumber(1)),
        {100, 8, 0, 1, 1, 1}},
-      {"a pixel on an element has that element",
-       [&](auto& s) { s.positions[0] = element(s, 4); },
-       {100, 8, 0, 1, 4, 4}},
-      {"a tie goes to the lower index",
-       [](auto& s) {
-         s.positions[0] = {0.0f, 0.3f};
-       },
-       {100, 8, 0, 1, 3, 3}},
+      {"a pixel on an element has that element", pixelOnElement(4), {100, 8, 0, 1, 4, 4}},
+      {"a tie goes to the lower index", pixelAt(0, 0.3f), {100, 8, 0, 1, 3, 3}},
       {"width 2 from 1.5 pitches on: halves round away from zero",
-       [](auto& s) {
-         s.fNumber = 1;
-         s.pitch = 0.5f;
-         s.elements[4] = {0, 0, 0};
-         s.positions[0] = {0, 0.75f};
-       },
+       both(halvesOfPitches, both(fNumber(1), pixelAt(0, 0.75f))),
        {300, hamming(3), tukey(3), 3, 3, 5}},
       {"an aperture at the edge is clipped, not shifted",
-       [](auto& s) {
-         s.fNumber = 1;
-         s.positions[0] = {1.05f, 1.2f};
-       },
+       both(fNumber(1), pixelAt(1.05f, 1.2f)),
        {300, hamming(3), tukey(3), 3, 5, 7}},
-      {"a negative width of one element or more leaves nothing",
-       [](auto& s) { s.fNumber = -0.5f; },
-       {nan, nan, nan, nan, nan, nan}},
-      {"an infinite negative width too", [](auto& s) { s.fNumber = -0.0f; }, {nan, nan, nan, nan, nan, nan}},
-      {"F-number NaN gives width 0", [](auto& s) { s.fNumber = nan; }, {100, 8, 0, 1, 4, 4}},
-      {"a NaN position takes the first element and has no value",
-       [](auto& s) {
-         s.positions[0] = {nan, nan};
-       },
-       {nan, nan, nan, 1, 0, 0}},
-      {"an infinite position is nearest to none and infinitely wide",
-       [](auto& s) {
-         s.positions[0] = {0, inf};
-       },
-       {nan, nan, nan, 8, 0, 7}},
+      {"a negative width of one element or more leaves nothing", fNumber(-0.5f), {nan, nan, nan, nan, nan, nan}},
+      {"an infinite negative width too", fNumber(-0.0f), {nan, nan, nan, nan, nan, nan}},
+      {"F-number NaN gives width 0", fNumber(nan), {100, 8, 0, 1, 4, 4}},
+      {"a NaN position takes the first element and has no value", pixelAt(nan, nan), {nan, nan, nan, 1, 0, 0}},
+      {"an infinite position is nearest to none and infinitely wide", pixelAt(0, inf), {nan, nan, nan, 8, 0, 7}},
       {"an unknown kind of wave has no value, but an aperture",
-       [](auto& s) {
-         s.events[0].eventType = 3;
-         s.fNumber = 0;
-       },
+       both(fNumber(0), [](BeamformingScene& s) { s.events[0].eventType = 3; }),
        {nan, nan, nan, 8, 0, 7}},
-      {"times before the recording are no data", [](auto& s) { s.events[0].startTime = 1; }, {nan, nan, nan, 1, 4, 4}},
-      {"times after it too", [](auto& s) { s.events[0].startTime = -1; }, {nan, nan, nan, 1, 4, 4}},
-      {"a recording of one sample has no interval",
-       [](auto& s) {
-         s.numSamples = 1;
-         s.samples.resize(static_cast<std::size_t>(s.numChannels));
-       },
-       {nan, nan, nan, 1, 4, 4}},
+      {"times before the recording are no data", startTime(1), {nan, nan, nan, 1, 4, 4}},
+      {"times after it too", startTime(-1), {nan, nan, nan, 1, 4, 4}},
+      {"a recording of one sample has no interval", oneSample, {nan, nan, nan, 1, 4, 4}},
   };
-  for (const Case& c : cases)
+  for (const auto& c : cases)
     for (int type = 0; type < 6; ++type) {
       BeamformingScene scene = onePixel();
       scene.fNumber = 50; // one element
@@ -297,20 +286,17 @@ TEST_F(BeamformingPixel, EdgeCases) {
 // A plane wave onto one element straight above the pixel: the echo comes after 2 depth / c, so a depth of c k / (2 fs)
 // reads sample k.
 TEST_F(BeamformingPixel, InterpolatesBetweenSamplesAndEndsBeforeTheLast) {
-  struct Case {
-    float sampleIndex;
-    double expected;
-  };
-  for (const auto& [index, expected] :
-       {Case{0, 0}, Case{1, 10}, Case{1.5f, 15}, Case{6.75f, 67.5}, Case{7, nan}, Case{8, nan}, Case{-0.5f, nan}}) {
+  const std::pair<float, double> cases[] = {{0.0f, 0},   {1.0f, 10},  {1.5f, 15},  {6.75f, 67.5},
+                                            {7.0f, nan}, {8.0f, nan}, {-0.5f, nan}};
+  for (const auto& [index, expected] : cases) {
     BeamformingScene scene = onePixel();
     scene.numSamples = 8;
     scene.samples.resize(static_cast<std::size_t>(8 * scene.numChannels));
     for (int k = 0; k < 8; ++k)
       for (int channel = 0; channel < scene.numChannels; ++channel)
         scene.sample(channel, k, 0) = 10.0f * static_cast<float>(k);
+    aperture(4, 4)(scene);
     auto& event = scene.events[0];
-    event.apertureFirst = event.apertureLast = 4;
     event.waveFiducial = {0, 1, 0};
     event.speedOfSound = 2.0f;
     event.samplingFrequency = 1.0f;
@@ -337,15 +323,11 @@ TEST_F(BeamformingPixel, NanSamplesAreSkippedAndMarkersDoNotLeakIntoSums) {
 }
 
 TEST_F(BeamformingPixel, ShortResultsAreRoundedAwayFromZeroAndClamped) {
-  struct Case {
-    float scaling;
-    double expected;
-  };
-  for (const auto& [scaling, expected] :
-       {Case{0.005f, 1}, Case{-0.005f, -1}, Case{0.0049f, 0}, Case{327.0f, 32700}, Case{400.0f, 32767},
-        Case{-400.0f, -32767}, Case{inf, 32767}, Case{-inf, -32767}}) {
+  const std::pair<float, double> cases[] = {{0.005f, 1},     {-0.005f, -1},     {0.0049f, 0}, {327.0f, 32700},
+                                            {400.0f, 32767}, {-400.0f, -32767}, {inf, 32767}, {-inf, -32767}};
+  for (const auto& [scaling, expected] : cases) {
     BeamformingScene scene = onePixel();
-    scene.events[0].apertureFirst = scene.events[0].apertureLast = 4; // value 100
+    aperture(4, 4)(scene); // value 100
     scene.scaling = scaling;
     EXPECT_EQ(pixel<short>(scene).real(), expected) << scaling;
   }
@@ -360,13 +342,12 @@ TEST_F(BeamformingPixel, ShortResultsAreRoundedAwayFromZeroAndClamped) {
 }
 
 TEST_F(BeamformingPixel, ComplexProductsFollowTheAnnex) {
-  struct Case {
+  const struct {
     const char* what;
     std::complex<float> sample;
     float pulseFrequency;
     bool isValid;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"phase 0 turns nothing", {3, -4}, 0, true},
       {"both parts lost, recovered from the infinite factor", {inf, inf}, 0, true},
       {"signs are kept", {-inf, inf}, 0, true},
@@ -377,9 +358,9 @@ TEST_F(BeamformingPixel, ComplexProductsFollowTheAnnex) {
       {"nor with an infinite sample: the recovered product has a NaN part", {inf, 1}, inf, false},
       {"NaN is no value", {nan, nan}, 1.23e6f, false},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     BeamformingScene scene = onePixel();
-    scene.events[0].apertureFirst = scene.events[0].apertureLast = 4;
+    aperture(4, 4)(scene);
     scene.events[0].pulseFrequency = c.pulseFrequency;
     std::fill(scene.samples.begin(), scene.samples.end(), c.sample);
     scene.isComplex = true;
@@ -436,27 +417,6 @@ TEST_F(BeamformingPixel, SamplesMayLieFarApart) {
     EXPECT_EQ(std::memcmp(near.data(), far.data(), near.size() * sizeof(float)), 0);
   }
   munmap(memory, size);
-}
-
-TEST_F(BeamformingPixel, CompoundsAddAndLeaveOutNan) {
-  BeamformingScene scene = makeScene({.numElements = 8, .numEvents = 5, .numSamples = 200, .width = 1, .height = 1});
-  std::fill(scene.samples.begin(), scene.samples.end(), 100.0f);
-  for (auto& event : scene.events) {
-    event.apertureFirst = 0;
-    event.apertureLast = 7;
-  }
-  for (int i = 0; i < 40; ++i)
-    scene.elementToChannel[static_cast<std::size_t>(i)] = i % 8;
-  scene.positionSlices = 1;
-  scene.positions = {{0.15f, 3.0f}};
-  scene.fNumber = 0;
-  EXPECT_EQ(real(scene), 5 * 800.0) << "neither elements nor events divide the sum";
-  scene.type = BeamformerType::DebugApertureSize;
-  EXPECT_EQ(real(scene), 5 * 8.0);
-  scene.type = BeamformerType::UnweightedDas;
-  scene.events[1].startTime = 1;
-  scene.events[3].apertureLast = -1;
-  EXPECT_EQ(real(scene), 3 * 800.0);
 }
 
 } // namespace

@@ -9,18 +9,23 @@
 
 namespace Kelvaris::Tests {
 
-std::vector<CUDA::float3> elementPositions(ArrayShape shape, int numElements) {
-  constexpr double pitch = 0.3, radius = 20;
-  std::vector<CUDA::float3> positions;
-  for (int i = 0; i < numElements; ++i) {
-    const double along = (i - (numElements - 1) * 0.5) * pitch;
-    if (shape == ArrayShape::Linear)
-      positions.push_back({static_cast<float>(along), 0, 0});
-    else
-      positions.push_back({static_cast<float>(radius * std::sin(along / radius)),
-                           static_cast<float>(radius * std::cos(along / radius) - radius), 0});
+std::vector<CUDA::float3> linearElements(int n, double pitch, double tilt) {
+  std::vector<CUDA::float3> elements;
+  for (int i = 0; i < n; ++i) {
+    const double along = (i - (n - 1) * 0.5) * pitch;
+    elements.push_back({static_cast<float>(along * std::cos(tilt)), static_cast<float>(along * std::sin(tilt)), 0});
   }
-  return positions;
+  return elements;
+}
+
+std::vector<CUDA::float3> convexElements(int n, double pitch, double radius) {
+  std::vector<CUDA::float3> elements;
+  for (int i = 0; i < n; ++i) {
+    const double angle = (i - (n - 1) * 0.5) * pitch / radius;
+    elements.push_back(
+        {static_cast<float>(radius * std::sin(angle)), static_cast<float>(radius * std::cos(angle) - radius), 0});
+  }
+  return elements;
 }
 
 BeamformingScene makeScene(const SceneOptions& o) {
@@ -29,7 +34,8 @@ BeamformingScene makeScene(const SceneOptions& o) {
     return std::uniform_real_distribution<double>(low, high)(random);
   };
   BeamformingScene scene;
-  scene.elements = elementPositions(o.shape, o.numElements);
+  scene.elements =
+      o.shape == ArrayShape::Linear ? linearElements(o.numElements, 0.3) : convexElements(o.numElements, 0.3, 20);
   scene.numChannels = o.numElements + 3;
   scene.numSamples = o.numSamples;
 

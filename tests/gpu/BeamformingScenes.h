@@ -18,12 +18,13 @@ struct SceneOptions {
   unsigned seed = 1;
 };
 
-/// Elements of pitch 0.3 mm; on a convex array on a radius of 20 mm.
-std::vector<CUDA::float3> elementPositions(ArrayShape shape, int numElements);
+/// Elements on a line through the origin, tilted against the x axis, or on an arc that touches it there.
+std::vector<CUDA::float3> linearElements(int n, double pitch, double tilt = 0);
+std::vector<CUDA::float3> convexElements(int n, double pitch, double radius);
 
-/// A scene in mm, s and Hz: a fan of events, channels in shuffled order, smooth signals of amplitude about 1000, pixels
-/// on a jittered grid down to 20 mm, of which some are NaN in some events. Receive apertures differ from event to
-/// event.
+/// A scene in mm, s and Hz: elements of pitch 0.3, for a convex array on a radius of 20, a fan of events, channels in
+/// shuffled order, smooth signals of amplitude about 1000, pixels on a jittered grid down to 20 mm, of which some are
+/// NaN in some events. Receive apertures differ from event to event.
 BeamformingScene makeScene(const SceneOptions& options);
 
 } // namespace Kelvaris::Tests

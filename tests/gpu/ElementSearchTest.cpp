@@ -11,26 +11,8 @@
 namespace Kelvaris::US::GPU {
 namespace {
 
-using Tests::ArrayShape;
-
-std::vector<float3> convex(int n, double pitch, double radius) {
-  std::vector<float3> elements;
-  for (int i = 0; i < n; ++i) {
-    const double angle = (i - (n - 1) * 0.5) * pitch / radius;
-    elements.push_back(
-        {static_cast<float>(radius * std::sin(angle)), static_cast<float>(radius * std::cos(angle) - radius), 0});
-  }
-  return elements;
-}
-
-std::vector<float3> linear(int n, double pitch, double tilt = 0) {
-  std::vector<float3> elements;
-  for (int i = 0; i < n; ++i) {
-    const double along = pitch * ((1 - n) * 0.5) + i * pitch;
-    elements.push_back({static_cast<float>(along * std::cos(tilt)), static_cast<float>(along * std::sin(tilt)), 0});
-  }
-  return elements;
-}
+using Tests::convexElements;
+using Tests::linearElements;
 
 struct ArrayCase {
   const char* what;
@@ -39,22 +21,21 @@ struct ArrayCase {
 };
 
 std::vector<ArrayCase> arrays() {
-  std::vector<float3> irregular = linear(64, 0.3), raised = linear(64, 0.3);
+  std::vector<float3> irregular = linearElements(64, 0.3), raised = irregular, reversed = convexElements(96, 0.4, 45);
   irregular[20].x += 0.05f;
   raised[10].z = 0.5f;
-  std::vector<float3> reversed = convex(96, 0.4, 45);
   std::reverse(reversed.begin(), reversed.end());
   using Model = ElementSearch::Model;
   return {
-      {"linear", linear(128, 0.3), Model::Line},
-      {"linear, odd, fine", linear(255, 0.11), Model::Line},
-      {"linear, tilted", linear(64, 0.2, 0.7), Model::Line},
-      {"convex", convex(128, 0.47, 60), Model::Arc},
-      {"convex, tight and wide", convex(192, 0.1, 10), Model::Arc},
+      {"linear", linearElements(128, 0.3), Model::Line},
+      {"linear, odd, fine", linearElements(255, 0.11), Model::Line},
+      {"linear, tilted", linearElements(64, 0.2, 0.7), Model::Line},
+      {"convex", convexElements(128, 0.47, 60), Model::Arc},
+      {"convex, tight and wide", convexElements(192, 0.1, 10), Model::Arc},
       {"convex, reversed", reversed, Model::Arc},
       {"one element out of line", irregular, Model::None},
       {"one element out of the plane", raised, Model::None},
-      {"too few to be worth it", linear(4, 0.3), Model::None},
+      {"too few to be worth it", linearElements(4, 0.3), Model::None},
       {"all in one place", std::vector<float3>(16, float3{1, 0, 0}), Model::None},
   };
 }
@@ -134,22 +115,14 @@ TEST(ElementSearch, GivesTheElementOfThePlainScan) {
       const auto [first, last] = aperture(i);
       const auto& p = e[static_cast<std::size_t>(index(0, n - 1))];
       const float scale = std::exp(uniform(-30, 30));
-      switch (i % 5) {
-      case 0:
-        pixels.check(p.x, p.y, first, last);
-        break;
-      case 1:
-        pixels.check(std::nextafter(p.x, uniform(-1, 1)), p.y + uniform(-1e-6f, 1e-6f), first, last);
-        break;
-      case 2:
-        pixels.check(0, uniform(-100, 100), first, last);
-        break;
-      case 3:
-        pixels.check(p.x, scale, first, last);
-        break;
-      default:
-        pixels.check(uniform(-1, 1) * scale, uniform(-1, 1) * scale, first, last);
-      }
+      const std::pair<float, float> places[] = {
+          {p.x, p.y},
+          {std::nextafter(p.x, uniform(-1, 1)), p.y + uniform(-1e-6f, 1e-6f)},
+          {0.0f, uniform(-100, 100)},
+          {p.x, scale},
+          {uniform(-1, 1) * scale, uniform(-1, 1) * scale},
+      };
+      pixels.check(places[i % 5].first, places[i % 5].second, first, last);
     }
     for (const float x : {0.0f, 1e-38f, nan, inf, -inf, 3e38f, 1e25f})
       for (const float y : {0.0f, 5.0f, nan, inf, 3e38f, 1e-40f})

@@ -5,7 +5,9 @@
 #include "CUDA/Utils.h"
 #include "Lib/MemImage.h"
 #include "gpu/BeamformingLaunch.h"
+#include "model/ChannelDataLayout.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -53,24 +55,12 @@ template <typename T>
 std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant,
                          const std::function<void(BeamformingArguments&)>& change) {
   const auto numEvents = static_cast<int>(scene.events.size()), numElements = static_cast<int>(scene.elements.size());
-  int extent[3]{};
-  extent[scene.axes[0]] = scene.numChannels;
-  extent[scene.axes[1]] = scene.numSamples;
-  extent[scene.axes[2]] = numEvents;
-  const auto channelData = MemImage::create(descriptor<T>(extent[0], extent[1], extent[2]));
-  for (int event = 0; event < numEvents; ++event)
-    for (int k = 0; k < scene.numSamples; ++k)
-      for (int channel = 0; channel < scene.numChannels; ++channel) {
-        int at[3]{};
-        at[scene.axes[0]] = channel;
-        at[scene.axes[1]] = k;
-        at[scene.axes[2]] = event;
-        const std::size_t index =
-            (static_cast<std::size_t>(at[2]) * static_cast<std::size_t>(extent[1]) + static_cast<std::size_t>(at[1])) *
-                static_cast<std::size_t>(extent[0]) +
-            static_cast<std::size_t>(at[0]);
-        static_cast<T*>(channelData->data())[index] = toSampleType<T>(scene.sample(channel, k, event));
-      }
+  const auto standard = MemImage::create(descriptor<T>(scene.numChannels, scene.numSamples, numEvents));
+  std::transform(scene.samples.begin(), scene.samples.end(), static_cast<T*>(standard->data()), toSampleType<T>);
+  US::ChannelDataLayout::Axis semantics[3]{};
+  for (const int axis : {0, 1, 2})
+    semantics[scene.axes[static_cast<std::size_t>(axis)]] = static_cast<US::ChannelDataLayout::Axis>(axis);
+  const auto channelData = US::permuteChannelData(*standard, {}, {semantics[0], semantics[1], semantics[2]});
   TypedImage<float> positions(scene.width, scene.height, scene.positionSlices, 2);
   std::memcpy(positions.data(), scene.positions.data(), positions.byteSize());
   TypedImage<int> table(numElements, numEvents);
