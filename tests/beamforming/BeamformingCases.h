@@ -23,18 +23,27 @@ inline FrameParameters parameters(int eventType) {
   return parameters;
 }
 
-/// `events` plane waves (at least 2) from all 16 elements of a linear array.
-inline FrameAcquisition planeWaves(int events = 3, double angleRange = 0.3) {
+const Transducer kSmallArray = Transducer::createLinear(16, 0.3);
+
+/// `events` plane waves (at least 2) from all 16 elements of an array.
+inline FrameAcquisition planeWaves(int events = 3, double angleRange = 0.3, const Transducer& array = kSmallArray) {
   FrameParameters p = parameters(1);
   p.planeWave = {.planeAngleRange = angleRange, .numberApertures = 1, .numberEventsPerAperture = events};
-  return FrameAcquisition(Transducer::createLinear(16, 0.3), p);
+  return FrameAcquisition(array, p);
+}
+
+inline FrameAcquisition divergingWaves(int events, const Transducer& array) {
+  FrameParameters p = parameters(2);
+  p.divergingWave = {
+      .virtualSourceDistance = 8, .steeringAngleRange = 0.3, .numberApertures = 1, .numberEventsPerAperture = events};
+  return FrameAcquisition(array, p);
 }
 
 /// Parallel beams, focused at a depth of 6 mm.
-inline FrameAcquisition focusedBeams(int beams = 5) {
+inline FrameAcquisition focusedBeams(int beams = 5, const Transducer& array = kSmallArray) {
   FrameParameters p = parameters(0);
   p.focused = {.focalDepth = 6, .steeringAngle = 0, .numberFocusedBeamsTotal = beams};
-  return FrameAcquisition(Transducer::createLinear(16, 0.3), p);
+  return FrameAcquisition(array, p);
 }
 
 /// Channel data of the acquisition in the default layout, one row more than its recordings have samples; all zero.
