@@ -10,6 +10,10 @@ std::string AlgorithmFactory::Descriptor::displayName() const {
   return category.substr(category.rfind(';') + 1);
 }
 
+bool AlgorithmFactory::Descriptor::isNamed(std::string_view name) const {
+  return id == name || displayName() == name || std::find(aliases.begin(), aliases.end(), name) != aliases.end();
+}
+
 std::optional<AlgorithmFactory::Descriptor> AlgorithmFactory::algorithmDescriptor(std::string_view id) const {
   for (const Descriptor& descriptor : m_descriptors)
     if (descriptor.id == id) return descriptor;
@@ -58,6 +62,16 @@ void AlgorithmFactory::registerAlgorithm(std::type_index type, const std::string
   };
   m_idByType.emplace(type, descriptor.id);
   m_descriptors.push_back(std::move(descriptor));
+}
+
+void AlgorithmFactory::addAlias(const std::string& id, const std::string& alias) {
+  const std::string fullId = m_name + "." + id;
+  const auto found = std::find_if(m_descriptors.begin(), m_descriptors.end(),
+                                  [&](const Descriptor& descriptor) { return descriptor.id == fullId; });
+  if (found == m_descriptors.end())
+    Log::warning("AlgorithmFactory", "No algorithm {} to be given the name \"{}\"", fullId, alias);
+  else
+    found->aliases.push_back(alias);
 }
 
 } // namespace Kelvaris

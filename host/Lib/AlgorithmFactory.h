@@ -25,8 +25,9 @@ public:
       Expert = 2 ///< for users who know what they do; a menu may hide it
     };
 
-    std::string id;       ///< with the factory's name: "USImgFormation.LogCompression"
-    std::string category; ///< menu path with ';' between its levels
+    std::string id;                   ///< with the factory's name: "USImgFormation.LogCompression"
+    std::string category;             ///< menu path with ';' between its levels
+    std::vector<std::string> aliases; ///< names beside the display name by which stream executors find it
     int attributes = NoAttributes;
     std::optional<Properties> properties; ///< settings of every new algorithm
     /// Null if the algorithm doesn't work on the data, which must outlive it.
@@ -35,6 +36,8 @@ public:
 
     /// The last level of the category.
     std::string displayName() const;
+    /// True for the id, the display name and the aliases.
+    bool isNamed(std::string_view name) const;
   };
 
   explicit AlgorithmFactory(std::string name) : m_name(std::move(name)) {}
@@ -63,6 +66,10 @@ protected:
     registerAlgorithm(std::type_index(typeid(T)), id, category, attributes, std::move(properties),
                       &T::createCompatible);
   }
+
+  /// Gives the algorithm registered as `id` one more name, for stream executors that were made for another entry. An
+  /// unknown id is ignored with a warning.
+  void addAlias(const std::string& id, const std::string& alias);
 
 private:
   using CreateCompatible = bool (*)(const DataList&, Algorithm**);

@@ -42,6 +42,12 @@ std::vector<AlgorithmFactory::Descriptor> FactoryRegistry::compatibleDescriptors
   return all;
 }
 
+std::vector<AlgorithmFactory::Descriptor> FactoryRegistry::descriptorsNamed(std::string_view name) const {
+  std::vector<AlgorithmFactory::Descriptor> all = algorithmDescriptors();
+  std::erase_if(all, [&](const AlgorithmFactory::Descriptor& descriptor) { return !descriptor.isNamed(name); });
+  return all;
+}
+
 std::optional<AlgorithmFactory::Descriptor> FactoryRegistry::algorithmDescriptor(std::string_view id,
                                                                                  bool orDisplayName) const {
   const std::vector<AlgorithmFactory::Descriptor> all = algorithmDescriptors();

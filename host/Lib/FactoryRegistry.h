@@ -24,6 +24,8 @@ public:
 
   std::vector<AlgorithmFactory::Descriptor> algorithmDescriptors() const;
   std::vector<AlgorithmFactory::Descriptor> compatibleDescriptors(const DataList& data) const;
+  /// All that go by that id, display name or alias.
+  std::vector<AlgorithmFactory::Descriptor> descriptorsNamed(std::string_view name) const;
   /// By id; with `orDisplayName`, by the last level of the category where no id fits.
   std::optional<AlgorithmFactory::Descriptor> algorithmDescriptor(std::string_view id, bool orDisplayName) const;
   /// From the first factory that has one, else the generic form. Throws std::invalid_argument for null.

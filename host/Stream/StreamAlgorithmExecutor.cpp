@@ -79,14 +79,17 @@ void StreamAlgorithmExecutor::setAlgorithm(std::unique_ptr<Algorithm> algorithm)
 }
 
 void StreamAlgorithmExecutor::instantiateAlgorithm(const SharedImageSet& images) {
-  const auto descriptor = FactoryRegistry::get().algorithmDescriptor(m_name, true);
+  const auto named = FactoryRegistry::get().descriptorsNamed(m_name);
   m_example = images.clone(4);
-  std::unique_ptr<Algorithm> algorithm = descriptor ? descriptor->create({m_example.get()}) : nullptr;
+  // An entry for streams alone may have the name too.
+  std::unique_ptr<Algorithm> algorithm;
+  for (auto descriptor = named.begin(); descriptor != named.end() && !algorithm; ++descriptor)
+    algorithm = descriptor->create({m_example.get()});
   if (algorithm)
     setAlgorithm(std::move(algorithm));
   else
     Log::error(kCategory, "Could not create the algorithm \"{}\": {}", m_name,
-               descriptor ? "it doesn't work on the images of this stream" : "no factory has one of this name");
+               named.empty() ? "no factory has one of this name" : "it doesn't work on the images of this stream");
   if (m_processor) return;
   m_example.reset();
   m_name.clear();

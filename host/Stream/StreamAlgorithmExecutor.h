@@ -13,8 +13,8 @@
 namespace Kelvaris {
 
 /// Applies an algorithm that works image by image to the emissions of a stream, and emits the results on a stream of
-/// its own. Works on the thread that emits. The algorithm is given, or created from the first emission by its display
-/// name.
+/// its own. Works on the thread that emits. The algorithm is given, or created from the first emission by its name: the
+/// first one of that display name or alias that works on these images.
 ///
 /// Parameters: `autoStart` (bool, true): listen to the input from the first emission on, without compute();
 /// `mode` (int, 0): FirstImage or EveryImage of an emission.
@@ -26,7 +26,7 @@ public:
   /// may be null; it must be a SequentialImageProcessor, or it is refused with a logged error.
   StreamAlgorithmExecutor(ImageStream& input, std::unique_ptr<Algorithm> algorithm);
 
-  /// The display name of the algorithm to create: the last segment of its category.
+  /// The display name of the algorithm to create (the last segment of its category), or an alias of it.
   void setStreamAlgorithmName(const std::string& name);
   std::string streamAlgorithmName() const;
   /// The algorithm that works on the stream; null until there is one.

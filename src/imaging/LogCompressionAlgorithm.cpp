@@ -2,7 +2,7 @@
 
 #include "Core/Log.h"
 #include "Lib/IntensityMask.h"
-#include "US/FrameGeometryMetadata.h"
+#include "imaging/DecibelComponents.h"
 #include "imaging/VectorLog.h"
 #include "model/AlgorithmFrame.h"
 
@@ -190,23 +190,6 @@ std::shared_ptr<SharedImage> compress(const SharedImage& image, const LogCompres
   return result;
 }
 
-/// The image descriptors of the frame geometry follow the new pixel type.
-void updateGeometry(int pixelType, DataComponentList& components) {
-  auto* const metadata = components.get<FrameGeometryMetadata>();
-  if (!metadata || !metadata->frameGeometry()) return;
-  auto geometry = metadata->frameGeometry()->clone();
-  const auto updated = [&](ImageDescriptor descriptor) {
-    if (descriptor.isValid()) {
-      descriptor.setPixelType(pixelType);
-      descriptor.setChannels(1);
-    }
-    return descriptor;
-  };
-  geometry->setImgDesc(updated(geometry->imgDesc()));
-  geometry->setImgDescPrescan(updated(geometry->imgDescPrescan()));
-  metadata->setFrameGeometry(std::move(geometry));
-}
-
 } // namespace
 
 LogCompressionAlgorithm::LogCompressionAlgorithm(const SharedImageSet* input) : m_input(input) {
@@ -246,8 +229,7 @@ LogCompressionAlgorithm::processImage(const SharedImage& image, const DataCompon
   }
   auto compressed = logCompression(image, parameters);
   if (!compressed) return {};
-  DataComponentList updated = components;
-  updateGeometry(compressed->descriptor().pixelType(), updated);
+  auto updated = decibelComponents(components, compressed->descriptor().pixelType());
   return {std::move(compressed), std::move(updated)};
 }
 

@@ -3,6 +3,7 @@
 #include "Lib/DefaultAlgorithmController.h"
 #include "beamforming/BeamformingAlgorithm.h"
 #include "imaging/LogCompressionAlgorithm.h"
+#include "imaging/StreamScanConversionAlgorithm.h"
 #include "processing/IqDemodulationAlgorithm.h"
 
 namespace Kelvaris::US {
@@ -18,6 +19,8 @@ USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFact
   registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
   registerAlgorithm<IqDemodulationAlgorithm>("IqDemodulation", "Ultrasound;IQ Demodulation");
   registerAlgorithm<BeamformingAlgorithm>("Beamforming", "Ultrasound;Beamforming");
+  registerAlgorithm<StreamScanConversionAlgorithm>("StreamScanConversion",
+                                                   "Ultrasound;Advanced;Advanced Scan-conversion", Descriptor::Expert);
 }
 
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}

@@ -57,6 +57,15 @@ struct Controllers : AlgorithmControllerFactory {
   }
 };
 
+TEST(AlgorithmFactoryTest, AnAliasNeedsAnAlgorithm) {
+  struct Misnamed : AlgorithmFactory {
+    Misnamed() : AlgorithmFactory("Test") { addAlias("Absent", "Other Name"); }
+  };
+  Tests::ExpectedLog log;
+  EXPECT_TRUE(Misnamed().algorithmDescriptors().empty());
+  EXPECT_TRUE(log.contains("3 AlgorithmFactory: No algorithm Test.Absent to be given the name \"Other Name\""));
+}
+
 TEST(AlgorithmFactoryTest, DescribesTestsAndCreates) {
   const Factory factory("Test");
   SharedImageSet images;

@@ -41,10 +41,18 @@ public:
   OwningDataList takeOutput() override { return {}; }
 };
 
+/// A menu entry that takes streams alone.
+class ForStreams : public Whole {
+public:
+  static bool createCompatible(const DataList&, Algorithm**) { return false; }
+};
+
 struct Factory : AlgorithmFactory {
   Factory() : AlgorithmFactory("Test") {
+    registerAlgorithm<ForStreams>("ForStreams", "Test;Expert;Live");
     registerAlgorithm<PassOn>("PassOn", "Test;Pass On");
     registerAlgorithm<Whole>("Whole", "Test;Whole");
+    addAlias("PassOn", "Live");
   }
 };
 
@@ -110,16 +118,19 @@ TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {
   EXPECT_EQ(received.size(), 1u) << "listens once only";
 }
 
-TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmByItsDisplayName) {
-  StreamAlgorithmExecutor executor(input, nullptr);
-  listenTo(executor);
-  emit({1});
-  EXPECT_EQ(executor.streamAlgorithm(), nullptr);
-  executor.setStreamAlgorithmName("Pass On");
-  emit({1});
-  ASSERT_NE(executor.streamAlgorithm(), nullptr);
-  EXPECT_EQ(executor.streamAlgorithm()->factoryInfo().id, "Test.PassOn");
-  EXPECT_EQ(received.size(), 1u);
+TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmOfThatNameThatTakesTheImages) {
+  for (const char* name : {"Pass On", "Live", "Test.PassOn"}) {
+    StreamAlgorithmExecutor executor(input, nullptr);
+    received.clear();
+    listenTo(executor);
+    emit({1});
+    EXPECT_EQ(executor.streamAlgorithm(), nullptr);
+    executor.setStreamAlgorithmName(name);
+    emit({1});
+    ASSERT_NE(executor.streamAlgorithm(), nullptr) << name;
+    EXPECT_EQ(executor.streamAlgorithm()->factoryInfo().id, "Test.PassOn");
+    EXPECT_EQ(received.size(), 1u);
+  }
 }
 
 TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithm) {

@@ -200,6 +200,21 @@ TEST_P(AlgorithmContract, ItsFormReachesItAtOnce) {
   }
 }
 
+TEST(AlgorithmMenu, ListsTheAlgorithmsInOrder) {
+  PluginManager::get().load(PLUGIN_FILE);
+  const std::vector<std::string> expected = {
+      "USImgFormation.LogCompression|Ultrasound;Log Compression|0",
+      "USImgFormation.IqDemodulation|Ultrasound;IQ Demodulation|0",
+      "USImgFormation.Beamforming|Ultrasound;Beamforming|0",
+      "USImgFormation.StreamScanConversion|Ultrasound;Advanced;Advanced Scan-conversion|2",
+  };
+  std::vector<std::string> found;
+  for (const AlgorithmFactory::Descriptor& d : FactoryRegistry::get().algorithmDescriptors())
+    if (d.id.starts_with("USImgFormation."))
+      found.push_back(d.id + "|" + d.category + "|" + std::to_string(d.attributes));
+  EXPECT_EQ(found, expected);
+}
+
 TEST(PluginLife, TheLibraryLeavesTheProcessAfterItHasWorked) {
   for (int round = 0; round < 3; ++round) {
     PluginManager::get().load(PLUGIN_FILE);
