@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <numbers>
+#include <optional>
 
 namespace Kelvaris::CommandLine {
 namespace {
@@ -27,6 +28,7 @@ struct Options {
   double pulseDelay = 0.0;
   std::string wave, timeZero = "first-element", channels = "wrapped";
   std::string angles, origins, points, firing, x, depth;
+  std::optional<double> sector;
   std::string output;
 };
 
@@ -58,6 +60,7 @@ AcquisitionDesign designOf(const Options& options) {
   if (!options.origins.empty()) design.origins = parseNumbers(options.origins);
   if (!options.points.empty()) design.points = parsePoints(options.points);
   if (!options.firing.empty()) design.firing = parseWholeNumbers(options.firing);
+  if (options.sector) design.sector = *options.sector * std::numbers::pi / 180.0;
   if (!options.x.empty()) design.x = parseInterval(options.x);
   if (options.depth.find(':') != std::string::npos)
     std::tie(design.startDepth, design.endDepth) = parseInterval(options.depth);
@@ -172,10 +175,18 @@ void addAcquisitionCommand(CLI::App& app, Job& job) {
       ->group(group);
 
   group = "Picture";
-  command.add_option("--depth", options->depth, "mm, as 35 or 10:35; along the beam for focused beams")
+  command.add_option("--depth", options->depth, "mm, as 35 or 10:35; along the lines of focused beams and sectors")
       ->required()
       ->group(group);
   command.add_option("--x", options->x, "mm, as -12.5:12.5")->default_str("the width of the array")->group(group);
+  command
+      .add_option("--sector", options->sector,
+                  "Degrees to either side: a fan of lines in place of a rectangle, for "
+                  "waves that aren't focused")
+      ->group(group);
+  command.add_option("--apex", design.apex, "mm from the array back to the point where the lines of the sector meet")
+      ->capture_default_str()
+      ->group(group);
 
   command.callback([options, &job] { job = [options] { run(*options); }; });
 }

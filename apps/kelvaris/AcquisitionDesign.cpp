@@ -239,8 +239,43 @@ Frame lineFrame(const AcquisitionDesign& design, const std::vector<Event>& event
   return frame;
 }
 
+/// Points of the frame along a line across, at the normalised depth `v`.
+std::vector<Vector2d> across(const US::FrameGeometry& geometry, double v, int count) {
+  std::vector<Vector2d> points;
+  for (int i = 0; i < count; ++i)
+    points.push_back(
+        geometry.convertPoint({static_cast<double>(i) / (count - 1), v}, US::FrameGeometry::NormalizedToPhysical));
+  return points;
+}
+
+/// A fan for all events, from the arc at the start depth on; without what the arc leaves behind the array.
+Frame sectorFrame(const AcquisitionDesign& design, std::size_t numEvents) {
+  auto sector = std::make_unique<US::FrameGeometrySector>();
+  sector->setOpeningAngle(degrees(*design.sector));
+  sector->setShortRadius(design.apex);
+  sector->setDepth(design.endDepth);
+  sector->setBottomCurvature(1.0);
+  const int columns = 2 * design.numElements - 1;
+  const Geometry::AlignedBox bounds = sector->bounds();
+  const double left = bounds.min().x(), right = bounds.max().x(), bottom = bounds.max().y();
+  std::vector<Vector2d> region = across(*sector, design.startDepth / design.endDepth, columns);
+  for (Vector2d& point : region)
+    point.y() = std::max(point.y(), 0.0);
+  const double top = region.back().y();
+  region.erase(std::unique(region.begin(), region.end()), region.end()); // at the apex all lines are one point
+  for (const Vector2d& corner : {Vector2d(right, top), {right, bottom}, {left, bottom}, {left, top}})
+    region.push_back(corner);
+
+  Frame frame;
+  frame.farPoints = across(*sector, 1.0, columns);
+  frame.regions.assign(numEvents, region);
+  frame.geometry = std::move(sector);
+  return frame;
+}
+
 /// One area for all events.
 Frame areaFrame(const AcquisitionDesign& design, std::size_t numEvents) {
+  if (design.sector) return sectorFrame(design, numEvents);
   Frame frame;
   Vector2d low, high;
   if (design.radius) {
@@ -251,10 +286,7 @@ Frame areaFrame(const AcquisitionDesign& design, std::size_t numEvents) {
     const Geometry::AlignedBox bounds = convex->bounds();
     low = bounds.min();
     high = bounds.max();
-    const int columns = 2 * design.numElements - 1;
-    for (int i = 0; i < columns; ++i)
-      frame.farPoints.push_back(
-          convex->convertPoint({static_cast<double>(i) / (columns - 1), 1.0}, US::FrameGeometry::NormalizedToPhysical));
+    frame.farPoints = across(*convex, 1.0, 2 * design.numElements - 1);
     frame.geometry = std::move(convex);
   } else {
     const auto [left, right] = design.x.value_or(std::pair(-halfLength(design), halfLength(design)));
@@ -273,7 +305,7 @@ Frame areaFrame(const AcquisitionDesign& design, std::size_t numEvents) {
 /// The frame's parameters in the model's stored form, where they make the same events.
 std::optional<Properties> parameters(const AcquisitionDesign& design) {
   if (design.startTime != 0.0 || design.pulseDelay != 0.0 || design.samples || design.startDepth != 0.0 || design.x ||
-      design.timeZero != TimeZero::FirstElement || design.channelOrder != ChannelOrder::Wrapped ||
+      design.sector || design.timeZero != TimeZero::FirstElement || design.channelOrder != ChannelOrder::Wrapped ||
       design.wave == Wave::SingleElement || !design.points.empty() || !design.origins.empty())
     return std::nullopt;
 
@@ -473,6 +505,15 @@ void AcquisitionDesign::check() const {
     require(!radius && wave != Wave::Focused, "The width of a picture of {} follows from the array",
             radius ? "a convex array" : "focused beams");
   }
+  if (sector) {
+    require(*sector > 0.0 && *sector < 0.5 * std::numbers::pi,
+            "The sector reaches {} degrees to either side, it must be above 0 and below 90", degrees(*sector));
+    require(!x, "The width of a sector follows from its angle and depth, it takes no x");
+    require(!radius && wave != Wave::Focused, "The frame of {} follows from the array, it takes no sector",
+            radius ? "a convex array" : "focused beams");
+  }
+  require(std::isfinite(apex) && apex >= 0.0 && (apex == 0.0 || sector),
+          "The apex lies {} mm behind the array, it must be 0 or more and goes with a sector", apex);
   require(!radius || wave == Wave::Focused || startDepth == 0.0,
           "The picture of a convex array starts at its face, not "
           "at {} mm",

@@ -56,9 +56,11 @@ struct AcquisitionDesign {
   std::optional<int> transmitAperture; ///< elements; default: the whole array
   std::optional<int> receiveAperture;
 
-  double endDepth = 0.0;                      ///< along the beam for focused beams
+  double endDepth = 0.0;                      ///< along the lines of beams and sectors
   double startDepth = 0.0;                    ///< what lies above is left out of the image
   std::optional<std::pair<double, double>> x; ///< default: over the width of the array
+  std::optional<double> sector;               ///< instead of x: a fan of lines, this angle to either side
+  double apex = 0.0;                          ///< distance from the array back to the point where its lines meet
 
   /// Throws std::invalid_argument that names the value and what would be right.
   void check() const;

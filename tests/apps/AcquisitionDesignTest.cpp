@@ -200,6 +200,32 @@ TEST(AcquisitionDesign, SectorsAndLimitedBeamsAreColumnsOfTheFrame) {
   }
 }
 
+TEST(AcquisitionDesign, SectorsOfUnfocusedWavesBeginAtTheirStartDepthAndNotBehindTheArray) {
+  for (const double apex : {0.0, 20.0})
+    for (const double start : {0.0, 10.0}) {
+      AcquisitionDesign d = design(Wave::Plane);
+      d.sector = 0.5;
+      d.apex = apex;
+      d.startDepth = start;
+      const Properties stored = d.toProperties();
+      US::FrameAcquisition acquisition;
+      acquisition.configure(&stored);
+      const US::FrameGeometry* geometry = acquisition.frameGeometry().frameGeometry();
+      ASSERT_NE(geometry, nullptr);
+      EXPECT_EQ(geometry->type(), "FrameGeometrySector");
+      ASSERT_EQ(acquisition.rois()->size(), 1);
+      for (double u = 0.005; u < 1.0; u += 0.01)
+        for (double depth = 0.05; depth < 40.0; depth += 0.1) {
+          const double angle = (2.0 * u - 1.0) * 0.5;
+          const Eigen::Vector2d point((apex + depth) * std::sin(angle), (apex + depth) * std::cos(angle) - apex);
+          EXPECT_LT((geometry->convertPoint({u, depth / 40.0}, US::FrameGeometry::NormalizedToPhysical) - point).norm(),
+                    1e-9);
+          EXPECT_EQ(acquisition.rois()->roi(0).includesPoint(point), depth >= start && point.y() >= 0.0)
+              << apex << " " << start << ": " << point.transpose();
+        }
+    }
+}
+
 TEST(AcquisitionDesign, TurnsTheRecordingsClockIntoThatOfTheFirstFiring) {
   AcquisitionDesign d = design(Wave::Plane);
   d.angles = {0.0, 0.2, -0.2};
@@ -257,6 +283,9 @@ TEST(AcquisitionDesign, RefusesNonsenseInWords) {
       {Wave::Plane, [](AcquisitionDesign& d) { d.samples = 0; }, "0 samples"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.startDepth = 40.0; }, "from 40 to 40 mm"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.x.emplace(3.0, -3.0); }, "x = 3 to -3 mm"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.sector = 2.0; }, "above 0 and below 90"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.radius = 40.0, d.sector = 0.5; }, "a convex array follows"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.apex = 3.0; }, "The apex lies 3 mm behind the array"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.apertures = 4, d.beams = 4; }, "only one of them"},
       {Wave::Diverging, [](AcquisitionDesign&) {}, "either the distance of the virtual source or its positions"},
       {Wave::Diverging, [](AcquisitionDesign& d) { d.points.emplace_back(0.0, 5.0); }, "must lie behind the array"},
