@@ -38,6 +38,7 @@ private:
 } // namespace
 
 std::shared_ptr<const AbstractInclude> maskInclude(const std::shared_ptr<const Mask>& mask) {
+  if (!mask || mask->deviceStrategy() == 0) return nullptr;
   if (auto include = std::dynamic_pointer_cast<const AbstractInclude>(mask)) return include;
   if (const auto* intensity = dynamic_cast<const IntensityMask*>(mask.get()))
     return std::make_shared<IntensityMaskInclude>(*intensity);

@@ -65,6 +65,11 @@ public:
     return nullptr;
   }
   template <typename T> T* get() { return const_cast<T*>(std::as_const(*this).template get<T>()); }
+  /// The same, added if there is none.
+  template <typename T> T& getOrCreate() {
+    T* const present = get<T>();
+    return present ? *present : add<T>();
+  }
   /// Removes all components whose type is exactly T.
   template <typename T> void erase() {
     std::erase_if(m_components, [](const std::unique_ptr<DataComponentBase>& component) {
@@ -90,6 +95,11 @@ public:
   /// Grows as needed.
   DataComponentList& components(int index);
   void add(const DataComponentList& components, int index) { this->components(index).add(components); }
+  /// Calls `f(list)` for every list that there is.
+  template <typename F> void forEach(F&& f) {
+    for (DataComponentList& list : m_lists)
+      f(list);
+  }
 
 private:
   std::vector<DataComponentList> m_lists;

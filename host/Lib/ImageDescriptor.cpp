@@ -37,6 +37,14 @@ bool ImageDescriptor::isApprox(const ImageDescriptor& other, double tolerance) c
          close(m_scale, other.m_scale, tolerance);
 }
 
+Eigen::Matrix4d ImageDescriptor::textureToImageMatrix() const {
+  const Eigen::Vector3d extent = m_dimensions.cast<double>().cwiseProduct(m_spacing);
+  Eigen::Matrix4d matrix = Eigen::Matrix4d::Identity();
+  matrix.diagonal().head<3>() = extent;
+  matrix.topRightCorner<3, 1>() = -0.5 * extent;
+  return matrix;
+}
+
 int ImageDescriptor::bytesPerComponent(int pixelType) {
   int bytes = 0;
   dispatchPixelType(pixelType, [&]<typename T>() { bytes = static_cast<int>(sizeof(T)); });

@@ -48,6 +48,11 @@ public:
   bool isMetric() const { return m_metric; }
   void setMetric(bool metric) { m_metric = metric; }
 
+  /// From texture coordinates, [0, 1] along width, height and slices, to image coordinates: spacing units, with the
+  /// origin at the image's centre. The centre of pixel (i, j), at ((i + 0.5) / W, (j + 0.5) / H), lies at ((i + 0.5 -
+  /// W/2) sx, (j + 0.5 - H/2) sy); in ultrasound, row 0 is the shallow end.
+  Eigen::Matrix4d textureToImageMatrix() const;
+
   /// Real value = stored value / scale - shift.
   double shift() const { return m_shift; }
   void setShift(double shift) { m_shift = shift; }

@@ -19,15 +19,16 @@ std::shared_ptr<MemImage> SharedImage::mem() const {
 
 std::shared_ptr<MemImage> SharedImage::memLocked() const {
   auto& mem = m_forms[static_cast<std::size_t>(ImageForm::Mem)];
-  if (!mem) {
-    for (const auto& other : m_forms)
-      if (other) {
-        mem = other->download();
-        break;
-      }
-    if (!mem) throw std::runtime_error(fmt::format("The image ({}) has no pixels", m_descriptor.toString()));
-  }
+  if (!mem) mem = temporaryMemLocked();
   return std::static_pointer_cast<MemImage>(mem);
+}
+
+std::shared_ptr<MemImage> SharedImage::temporaryMemLocked() const {
+  if (const auto& mem = m_forms[static_cast<std::size_t>(ImageForm::Mem)])
+    return std::static_pointer_cast<MemImage>(mem);
+  for (const auto& other : m_forms)
+    if (other) return other->download();
+  throw std::runtime_error(fmt::format("The image ({}) has no pixels", m_descriptor.toString()));
 }
 
 bool SharedImage::hasForm(ImageForm form) const {

@@ -36,6 +36,12 @@ public:
     if (!held) held = std::make_shared<T>(*memLocked());
     return std::static_pointer_cast<T>(held);
   }
+  /// The same, but what has to be made for it doesn't stay with the image.
+  template <typename T> std::shared_ptr<T> temporaryCustom() const {
+    const std::scoped_lock lock(m_mutex);
+    if (const auto& held = m_forms[static_cast<std::size_t>(T::form)]) return std::static_pointer_cast<T>(held);
+    return std::make_shared<T>(*temporaryMemLocked());
+  }
   bool hasForm(ImageForm form) const;
 
   /// The new image replaces all forms, and its descriptor the present one.
@@ -58,6 +64,7 @@ public:
 
 private:
   std::shared_ptr<MemImage> memLocked() const;
+  std::shared_ptr<MemImage> temporaryMemLocked() const;
   void keepOnly(ImageForm form);
 
   ImageDescriptor m_descriptor;

@@ -42,20 +42,24 @@ void SharedImageSet::setTimestamp(double milliseconds, int index) {
 }
 
 std::unique_ptr<SharedImageSet> SharedImageSet::clone(int option) const {
+  auto copy = std::make_unique<SharedImageSet>();
+  cloneInto(*copy, option);
+  return copy;
+}
+
+void SharedImageSet::cloneInto(SharedImageSet& copy, int option) const {
   if (option != 1 && option != 3 && option != 4)
     throw std::invalid_argument(fmt::format("SharedImageSet::clone knows the options 1, 3 and 4, not {}", option));
-  auto copy = std::make_unique<SharedImageSet>();
-  copy->setName(name());
-  copy->m_modality = m_modality;
-  copy->m_components = m_components;
-  copy->m_properties = m_properties;
+  copy.setName(name());
+  copy.m_modality = m_modality;
+  copy.m_components = m_components;
+  copy.m_properties = m_properties;
   if (option == 4) {
-    copy->m_images = m_images;
-    copy->m_timestamps = m_timestamps;
-    copy->m_elementwise = m_elementwise;
-    copy->m_selection = m_selection;
+    copy.m_images = m_images;
+    copy.m_timestamps = m_timestamps;
+    copy.m_elementwise = m_elementwise;
+    copy.m_selection = m_selection;
   }
-  return copy;
 }
 
 void SharedImageSet::checkIndex(int index) const {

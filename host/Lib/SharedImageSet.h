@@ -53,7 +53,11 @@ public:
 
   /// 1 and 3: the set-wide state (components, properties, modality, name), no images. 4: that and the same images,
   /// shared, with their components and timestamps.
-  std::unique_ptr<SharedImageSet> clone(int option) const;
+  virtual std::unique_ptr<SharedImageSet> clone(int option) const;
+
+protected:
+  /// Gives a new set what clone() promises.
+  void cloneInto(SharedImageSet& copy, int option) const;
 
 private:
   void checkIndex(int index) const;

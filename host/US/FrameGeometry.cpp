@@ -30,10 +30,39 @@ Eigen::Vector2d FrameGeometry::convertPoint(const Eigen::Vector2d& point, Direct
 std::unique_ptr<GL::AbstractInclude> FrameGeometry::transformInclude() const {
 #ifdef KELVARIS_HAVE_GL
   Shader code = shader();
+  code.text += R"(
+vec2 @ImageToNormalized(vec2 p) {
+  return @ToNormalized(p - vec2(@OffsetX, @OffsetY));
+}
+)";
+  code.uniforms.emplace_back("OffsetX", m_offset.x());
+  code.uniforms.emplace_back("OffsetY", m_offset.y());
   return std::make_unique<TransformInclude>(std::move(code.text), std::move(code.uniforms));
 #else
   return nullptr;
 #endif
+}
+
+std::unique_ptr<FrameGeometry> FrameGeometry::convertTo(CoordinateSystem target) const {
+  std::unique_ptr<FrameGeometry> converted = clone();
+  if (target == m_coordinateSystem) return converted;
+  const Eigen::Vector3d spacing = m_imgDesc.spacing();
+  if (!m_imgDesc.isValid() || !(spacing.minCoeff() > 0.0) || !spacing.allFinite()) {
+    Log::error(type(), "Pixels and mm can't be converted by the spacing {} x {} x {} of an image of {}", spacing.x(),
+               spacing.y(), spacing.z(), m_imgDesc.toString());
+    return nullptr;
+  }
+  if (isIsotropic() && !approx(spacing.x(), spacing.y(), 1e-9 * spacing.y())) {
+    Log::error(type(), "A {} has no lengths in pixels of {} x {} mm; pixels must be as wide as high", type(),
+               spacing.x(), spacing.y());
+    return nullptr;
+  }
+  Eigen::Vector3d factors = spacing;
+  if (target == CoordinateSystem::Pixel) factors = spacing.cwiseInverse();
+  converted->scale(factors.head<2>());
+  converted->m_offset = m_offset.cwiseProduct(factors);
+  converted->m_coordinateSystem = target;
+  return converted;
 }
 
 bool FrameGeometry::isApprox(const FrameGeometry& other, double tolerance, bool compareImages) const {

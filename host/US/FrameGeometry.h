@@ -19,7 +19,7 @@ namespace Kelvaris::US {
 
 /// Where a geometry's lengths are measured.
 enum class CoordinateSystem : int {
-  Pixel = 0, ///< pixels of the image
+  Pixel = 0, ///< pixels of the Cartesian image
   Image = 1  ///< mm
 };
 
@@ -58,12 +58,23 @@ public:
   /// defined.
   virtual Geometry::AlignedBox bounds() const = 0;
 
-  /// Both conversions in GLSL, `vec2 <prefix>ToPhysical(vec2 uv)` and `vec2 <prefix>ToNormalized(vec2 p)`, with this
-  /// geometry's values as they are now. They agree with convertPoint within single-precision rounding; where that gives
-  /// NaN, a component of theirs isn't finite. Null in a build without OpenGL.
-  std::unique_ptr<GL::AbstractInclude> transformInclude() const;
+  /// The conversions in GLSL, with this geometry's values as they are now:
+  ///
+  ///   vec2 <prefix>ToPhysical(vec2 uv)        convertPoint, both ways
+  ///   vec2 <prefix>ToNormalized(vec2 p)
+  ///   vec2 <prefix>ImageToNormalized(vec2 p)  from image coordinates of the Cartesian image, p - offset() in the
+  ///   frame;
+  ///                                           what it gives are the texture coordinates of the pre-scan image
+  ///
+  /// They agree with convertPoint within single-precision rounding; where that gives NaN, a component of theirs isn't
+  /// finite. Null in a build without OpenGL.
+  virtual std::unique_ptr<GL::AbstractInclude> transformInclude() const;
 
   CoordinateSystem coordinateSystem() const { return m_coordinateSystem; }
+  /// The same frame with its lengths and its offset measured in pixels of imgDesc(), or in mm: a pixel has the
+  /// descriptor's spacing. A copy if they are already. Null with a logged error if imgDesc() isn't valid, has no
+  /// positive spacing, or has pixels that aren't square and lines that fan out.
+  virtual std::unique_ptr<FrameGeometry> convertTo(CoordinateSystem target) const;
 
   /// In mm; zero in a new geometry.
   const Eigen::Vector3d& offset() const { return m_offset; }
@@ -107,6 +118,11 @@ protected:
   virtual void setValues(const std::vector<double>& values) = 0;
   /// Empty if the depth and the values fit together, otherwise what is wrong, for the log.
   virtual std::string contradiction(double /*depth*/, const std::vector<double>& /*values*/) const { return {}; }
+
+  /// Multiplies all lengths along x and along y by the factors. Where isIsotropic() they are equal.
+  virtual void scale(const Eigen::Vector2d& factors) = 0;
+  /// True if the shape would become another kind's by factors that differ.
+  virtual bool isIsotropic() const { return true; }
 
   /// The conversions in GLSL, with '@' for the prefix, and the values of the uniforms by name without the prefix.
   struct Shader {

@@ -25,6 +25,11 @@ Eigen::Vector2d FrameGeometryConvex::toNormalized(double x, double y) const {
   return {0.5 + 0.5 * t / FanMath::radians(m_openingAngle), FanMath::beyondArc(m_shortRadius, x, y) / depth()};
 }
 
+void FrameGeometryConvex::scale(const Eigen::Vector2d& factors) {
+  setDepth(depth() * factors.y());
+  m_shortRadius *= factors.y();
+}
+
 FrameGeometry::Shader FrameGeometryConvex::shader() const {
   return {std::string(FanMath::kShaderText) + R"(
 vec2 @ToPhysical(vec2 uv) {

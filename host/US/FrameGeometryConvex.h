@@ -40,6 +40,7 @@ public:
 protected:
   std::vector<Value> values() const override;
   void setValues(const std::vector<double>& values) override;
+  void scale(const Eigen::Vector2d& factors) override;
   Shader shader() const override;
   Eigen::Vector2d toPhysical(double u, double v) const override;
   Eigen::Vector2d toNormalized(double x, double y) const override;

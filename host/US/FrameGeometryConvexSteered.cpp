@@ -39,6 +39,11 @@ Eigen::Vector2d FrameGeometryConvexSteered::toNormalized(double x, double y) con
   return {0.5 + 0.5 * t / FanMath::radians(m_openingAngle), l / depth()};
 }
 
+void FrameGeometryConvexSteered::scale(const Eigen::Vector2d& factors) {
+  setDepth(depth() * factors.y());
+  m_shortRadius *= factors.y();
+}
+
 FrameGeometry::Shader FrameGeometryConvexSteered::shader() const {
   const double steering = FanMath::radians(m_steeringAngle);
   return {std::string(FanMath::kShaderText) + R"(

@@ -24,6 +24,13 @@ Eigen::Vector2d FrameGeometryLinear::toNormalized(double x, double y) const {
   return {0.5 + (x - y * std::tan(FanMath::radians(m_steeringAngle))) / m_width, y / depth()};
 }
 
+void FrameGeometryLinear::scale(const Eigen::Vector2d& factors) {
+  const double slope = std::tan(FanMath::radians(m_steeringAngle)) * factors.x() / factors.y();
+  setDepth(depth() * factors.y());
+  m_width *= factors.x();
+  m_steeringAngle = std::atan(slope) / FanMath::radians(1.0);
+}
+
 FrameGeometry::Shader FrameGeometryLinear::shader() const {
   return {R"(
 vec2 @ToPhysical(vec2 uv) {

@@ -51,6 +51,11 @@ Eigen::Vector2d FrameGeometrySector::toNormalized(double x, double y) const {
   return {0.5 + 0.5 * t / FanMath::radians(m_openingAngle), FanMath::beyondArc(m_shortRadius, x, y) / lineLength(t)};
 }
 
+void FrameGeometrySector::scale(const Eigen::Vector2d& factors) {
+  setDepth(depth() * factors.y());
+  m_shortRadius *= factors.y();
+}
+
 FrameGeometry::Shader FrameGeometrySector::shader() const {
   return {std::string(FanMath::kShaderText) + R"(
 vec2 @ToPhysical(vec2 uv) {

@@ -129,6 +129,15 @@ TEST(SharedImageTest, MakesFormsOnDemandAndDropsStaleOnes) {
   EXPECT_EQ(DeviceImage::downloads, 1);
 }
 
+TEST(SharedImageTest, TemporaryFormsDoNotStay) {
+  const SharedImage image(pixel(5));
+  EXPECT_EQ(image.temporaryCustom<DeviceImage>()->download()->valueAsDouble(0, 0, 0, 0), 5.0);
+  EXPECT_FALSE(image.hasForm(ImageForm::Device));
+  const auto kept = image.sharedCustom<DeviceImage>();
+  EXPECT_EQ(image.temporaryCustom<DeviceImage>(), kept);
+  EXPECT_THROW(SharedImage(ImageDescriptor(PixelInt16, 1, 1)).temporaryCustom<DeviceImage>(), std::runtime_error);
+}
+
 TEST(SharedImageTest, ClonesWithAndWithoutPixels) {
   SharedImage image(pixel(5));
   image.setModality(Data::Ultrasound);

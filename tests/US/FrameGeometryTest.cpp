@@ -223,5 +223,46 @@ TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
   EXPECT_TRUE(geometry->isApprox(*Tests::sectorCase(20, 60, 100, 1).geometry, 0.0));
 }
 
+TEST(FrameGeometry, ConvertsBetweenPixelsAndMillimetres) {
+  for (const Tests::GeometryCase& c : Tests::geometryCases()) {
+    SCOPED_TRACE(c.name);
+    const bool linear = c.geometry->type() == "FrameGeometryLinear";
+    const Eigen::Vector2d spacing(linear ? 0.3 : 0.2, 0.2);
+    ImageDescriptor descriptor(PixelUInt8, 100, 120);
+    descriptor.setSpacing({spacing.x(), spacing.y(), 0.5});
+    c.geometry->setImgDesc(descriptor);
+    c.geometry->setOffset({3.0, -4.0, 1.0});
+    const auto pixels = c.geometry->convertTo(CoordinateSystem::Pixel);
+    ASSERT_NE(pixels, nullptr);
+    EXPECT_EQ(pixels->coordinateSystem(), CoordinateSystem::Pixel);
+    EXPECT_LT((pixels->offset() - Eigen::Vector3d(3.0 / spacing.x(), -20.0, 2.0)).norm(), 1e-12);
+    for (const Eigen::Vector2d& uv : {Eigen::Vector2d(0.1, 0.3), Eigen::Vector2d(0.9, 1.0)}) {
+      const Eigen::Vector2d expected = c.position(uv.x(), uv.y()).cwiseQuotient(spacing);
+      const Eigen::Vector2d point = pixels->convertPoint(uv, FrameGeometry::NormalizedToPhysical);
+      EXPECT_LT((point - expected).norm(), 1e-10 * expected.norm());
+    }
+    EXPECT_TRUE(pixels->convertTo(CoordinateSystem::Image)->isApprox(*c.geometry, 1e-10, true));
+    EXPECT_TRUE(pixels->convertTo(CoordinateSystem::Pixel)->isApprox(*pixels, 0.0, true));
+  }
+}
+
+TEST(FrameGeometry, PixelsOfNoOrUnequalSizeCannotBeConverted) {
+  const auto convex = Tests::convexCase(28.5, 60, 120).geometry;
+  ImageDescriptor descriptor(PixelUInt8, 100, 120);
+  const struct {
+    Eigen::Vector3d spacing;
+    const char* message;
+  } cases[] = {{{0.2, 0.3, 1.0}, "in pixels of 0.2 x 0.3 mm; pixels must be as wide as high"},
+               {{0.2, 0.0, 1.0}, "by the spacing 0.2 x 0 x 1 of an image of uint8, 100 x 120 x 1"},
+               {{0.2, NAN, 1.0}, "by the spacing 0.2 x nan x 1"}};
+  for (const auto& c : cases) {
+    descriptor.setSpacing(c.spacing);
+    convex->setImgDesc(descriptor);
+    const ExpectedLog log;
+    EXPECT_EQ(convex->convertTo(CoordinateSystem::Pixel), nullptr);
+    EXPECT_TRUE(log.contains(c.message)) << testing::PrintToString(log.messages());
+  }
+}
+
 } // namespace
 } // namespace Kelvaris::US

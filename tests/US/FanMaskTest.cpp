@@ -1,0 +1,145 @@
+#include "US/FanMask.h"
+
+#include "Lib/MemImage.h"
+#include "US/CartesianImage.h"
+#include "US/GeometryCases.h"
+#ifdef KELVARIS_HAVE_GL
+#include "GL/GlImage.h"
+#include "GL/ImageProgram.h"
+#include "GL/MaskInclude.h"
+#include "GL/RequireGL.h"
+#endif
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace Kelvaris::US {
+namespace {
+
+constexpr int kAcross = 150; ///< pixels of an image along the longer side, about
+
+std::shared_ptr<const FanMask> fanMask(const Tests::GeometryCase& c) {
+  Tests::setCartesianImage(*c.geometry, c.geometry->bounds().extent().maxCoeff() / kAcross);
+  return std::make_shared<FanMask>(*c.geometry);
+}
+
+std::vector<unsigned char> evaluated(const FanMask& mask) {
+  const ImageDescriptor& d = mask.geometry().imgDesc();
+  const TypedImage<unsigned char> image(d);
+  std::vector<unsigned char> valid(d.elementCount());
+  for (int y = 0; y < d.height(); ++y) // in two pieces
+    for (const auto& [x, count] : {std::pair{0, 7}, std::pair{7, d.width() - 7}})
+      mask.evaluate(image, x, y, 0, count, &valid[static_cast<std::size_t>(y * d.width() + x)]);
+  return valid;
+}
+
+/// Which pixels the frame covers, by its plain formula alone: every cell of a fine grid of (u, v) is put into the
+/// image.
+std::vector<unsigned char> painted(const Tests::GeometryCase& c) {
+  const ImageDescriptor& d = c.geometry->imgDesc();
+  std::vector<unsigned char> covered(d.elementCount());
+  constexpr int fine = 8 * kAcross;
+  for (int i = 0; i <= fine; ++i)
+    for (int j = 0; j <= fine; ++j) {
+      const Eigen::Vector2d image =
+          c.position(static_cast<double>(i) / fine, static_cast<double>(j) / fine) + c.geometry->offset().head<2>();
+      const auto column = static_cast<int>(std::floor(image.x() / d.spacing().x() + 0.5 * d.width()));
+      const auto row = static_cast<int>(std::floor(image.y() / d.spacing().y() + 0.5 * d.height()));
+      covered.at(static_cast<std::size_t>(row * d.width() + column)) = 1;
+    }
+  return covered;
+}
+
+/// Pixels that differ and have no neighbour of the other kind in `expected`, that is, lie more than a pixel off its
+/// edge.
+int farFromTheEdge(const std::vector<unsigned char>& mask, const std::vector<unsigned char>& expected, int width) {
+  int count = 0;
+  const int height = static_cast<int>(expected.size()) / width;
+  const auto at = [&](int x, int y) { return expected[static_cast<std::size_t>(y * width + x)]; };
+  for (int y = 1; y + 1 < height; ++y)
+    for (int x = 1; x + 1 < width; ++x) {
+      bool edge = false;
+      for (int dy = -1; dy <= 1; ++dy)
+        for (int dx = -1; dx <= 1; ++dx)
+          edge |= at(x + dx, y + dy) != at(x, y);
+      count += !edge && mask[static_cast<std::size_t>(y * width + x)] != at(x, y);
+    }
+  return count;
+}
+
+class FanMaskOf : public testing::TestWithParam<Tests::GeometryCase> {};
+
+INSTANTIATE_TEST_SUITE_P(Cases, FanMaskOf,
+                         testing::Values(Tests::linearCase(38.1, 0, 40), Tests::linearCase(38.1, -15, 40),
+                                         Tests::convexCase(28.5, 60, 120), Tests::convexCase(100, 10, 30),
+                                         Tests::steeredCase(28.5, 60, 20, 120), Tests::sectorCase(45, 10, 150, 1),
+                                         Tests::sectorCase(45, 10, 150, 0), Tests::sectorCase(60, 20, 100, 0.3)),
+                         [](const auto& test) { return test.param.geometry->type() + std::to_string(test.index); });
+
+TEST_P(FanMaskOf, FollowsTheShapeOfTheFrame) {
+  const auto mask = fanMask(GetParam());
+  const int width = mask->geometry().imgDesc().width();
+  EXPECT_EQ(farFromTheEdge(evaluated(*mask), painted(GetParam()), width), 0);
+}
+
+#ifdef KELVARIS_HAVE_GL
+TEST_P(FanMaskOf, IsTheSameInAShaderButForTheVeryEdge) {
+  KELVARIS_REQUIRE_GL();
+  const char* const text = R"(#version 450 core
+uniform vec2 u_size;
+layout(location = 0) out vec4 result;
+#abstract_include mask
+void main() {
+  result = vec4(maskIsValid(vec4(0.0), gl_FragCoord.xy / u_size) ? 1.0 : 0.0);
+}
+)";
+  const auto mask = fanMask(GetParam());
+  const auto include = GL::maskInclude(mask);
+  ASSERT_NE(include, nullptr);
+  const GL::ContextManager::ActivationGuard guard;
+  const auto program = GL::ImageProgram::createFromText("fan", text, {}, GL::CompilationMode::Deferred);
+  const GlImage output(mask->geometry().imgDesc());
+  program->enable();
+  ASSERT_TRUE(program->addAbstractIncludeDefinition(*include, "mask"));
+  include->setArguments(*program, "mask");
+  program->setUniform("u_size", Eigen::Vector2f(output.descriptor().dimensions().head<2>().cast<float>()));
+  program->compute(output);
+  program->disable();
+  const auto pixels = std::static_pointer_cast<TypedImage<unsigned char>>(std::shared_ptr(output.download()));
+  const std::vector<unsigned char> expected = evaluated(*mask);
+  const std::vector<unsigned char> valid(pixels->pointer(), pixels->pointer() + pixels->size());
+  EXPECT_EQ(farFromTheEdge(valid, expected, pixels->width()), 0);
+  int different = 0;
+  for (std::size_t i = 0; i < valid.size(); ++i)
+    different += valid[i] != expected[i];
+  EXPECT_LE(different, kAcross / 25) << "pixel centres on the very edge only";
+}
+#endif
+
+TEST(FanMask, HasNoPixelsWhereTheFrameHasNoShape) {
+  for (const auto& c : {Tests::convexCase(0, 60, 50), Tests::linearCase(38, 0, 0)}) {
+    ImageDescriptor descriptor(PixelUInt8, 20, 30);
+    c.geometry->setImgDesc(descriptor);
+    const std::vector<unsigned char> valid = evaluated(FanMask(*c.geometry));
+    EXPECT_EQ(std::count(valid.begin(), valid.end(), 1), 0) << c.name;
+  }
+}
+
+TEST(FanMask, ComparesByGeometryAndImageAndNeedsAnImage) {
+  const auto c = Tests::convexCase(28.5, 60, 120);
+  EXPECT_THROW(FanMask{*c.geometry}, std::invalid_argument);
+  const auto mask = fanMask(c);
+  EXPECT_TRUE(*mask == *fanMask(c));
+  auto moved = mask->geometry().clone();
+  moved->setOffset({0.0, 0.1, 0.0});
+  EXPECT_FALSE(*mask == FanMask(*moved));
+  Tests::setCartesianImage(*moved, 3.0);
+  EXPECT_FALSE(*mask == FanMask(*moved));
+}
+
+} // namespace
+} // namespace Kelvaris::US
