@@ -36,6 +36,19 @@ std::string describe(const SharedImageSet& set) {
                      set.modality() == Data::Ultrasound ? "" : ", not marked as ultrasound");
 }
 
+/// What an algorithm may miss: that images of a file are no live stream, and which components they carry.
+std::string describeData(const SharedImageSet& set) {
+  std::string text = "images of a file: " + describe(set);
+  std::vector<std::string> ids;
+  const auto collect = [&](const DataComponentList& components) {
+    for (const auto& component : components)
+      ids.push_back(component->id());
+  };
+  collect(set.components());
+  if (set.size() > 0) collect(set.elementwiseComponents().components(0));
+  return ids.empty() ? text : fmt::format("{}, with {}", text, fmt::join(ids, ", "));
+}
+
 std::string executorOf(const SharedImage& image) {
   if (image.hasForm(ImageForm::Device)) return CUDA::Device::current().name();
   return image.hasForm(ImageForm::Gl) ? "OpenGL" : "the CPU";
@@ -100,7 +113,7 @@ void Chain::create(Stage& stage) const {
     for (const auto& descriptor : FactoryRegistry::get().compatibleDescriptors(data))
       fitting.push_back(descriptor.id.substr(descriptor.id.find('.') + 1));
     throw std::runtime_error(fmt::format("{} does not work on this data ({}); what does: {}", stage.step.id,
-                                         describe(stage.input),
+                                         describeData(stage.input),
                                          fitting.empty() ? "nothing" : fmt::format("{}", fmt::join(fitting, ", "))));
   }
   const Properties settings = settingsFor(stage.step, *stage.algorithm);

@@ -1,7 +1,10 @@
 #include "kelvaris/InfoCommand.h"
 
+#include "Lib/IntensityMask.h"
 #include "Lib/KelvarisFile.h"
 #include "Lib/PluginManager.h"
+#include "US/FrameGeometryMetadata.h"
+#include "US/UltrasoundMetadata.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -31,12 +34,24 @@ std::string shortened(const std::string& text) {
   return fmt::format("{}... ({} values)", text.substr(0, text.rfind(' ', kShownText - 20) + 1), words);
 }
 
+std::string describeBounds(const US::FrameGeometry& geometry) {
+  const Geometry::AlignedBox bounds = geometry.bounds();
+  if (bounds.isEmpty()) return "an empty frame";
+  return fmt::format(
+      "(mm, degrees; the frame reaches from {:.6g} to {:.6g} mm along the array, from {:.6g} to {:.6g} mm "
+      "in depth)",
+      bounds.min().x(), bounds.max().x(), bounds.min().y(), bounds.max().y());
+}
+
 std::string describeComponents(const DataComponentList& components, int indent, bool full) {
   std::string text;
   for (const auto& component : components) {
     Properties contents;
     component->configuration(&contents);
     text += fmt::format("{:{}}{}\n{}", "", indent, component->id(), describeProperties(contents, indent + 2, full));
+    if (const auto* frame = dynamic_cast<const US::FrameGeometryMetadata*>(component.get());
+        frame && frame->frameGeometry())
+      text += fmt::format("{:{}}{}\n", "", indent + 2, describeBounds(*frame->frameGeometry()));
   }
   return text;
 }
@@ -55,6 +70,22 @@ std::string describeImage(const ImageDescriptor& d) {
                                  d.spacing().x(), d.spacing().y(), d.spacing().z(), d.isMetric() ? " mm" : "");
   if (d.shift() != 0.0 || d.scale() != 1.0) text += fmt::format(", value = stored / {} - {}", d.scale(), d.shift());
   return text;
+}
+
+std::string describeMask(const Mask& mask) {
+  if (const auto* intensity = dynamic_cast<const IntensityMask*>(&mask))
+    return fmt::format(", mask: the value {:.6g} is invalid", intensity->value());
+  return fmt::format(", mask: {}", mask.id());
+}
+
+/// What the image says of itself beside its descriptor.
+std::string describeScan(const ImageDescriptor& d, const DataComponentList& components) {
+  const auto* settings = components.get<US::UltrasoundMetadata>();
+  if (!settings) return "";
+  if (settings->scanConverted)
+    return fmt::format(", scan-converted: {:.6g} x {:.6g} mm", d.width() * d.spacing().x(),
+                       d.height() * d.spacing().y());
+  return components.get<US::FrameGeometryMetadata>() ? ", lines and depths (pre-scan)" : "";
 }
 
 /// Smallest and largest valid sample, and how many are invalid.
@@ -96,7 +127,8 @@ void printImages(const KelvarisFile::Reader& reader, bool values) {
   std::string previous;
   int first = 0;
   for (int i = 0; i < reader.size(); ++i) {
-    std::string text = describeImage(reader.descriptor(i));
+    std::string text = describeImage(reader.descriptor(i)) + describeScan(reader.descriptor(i), reader.components(i));
+    if (const std::shared_ptr<const Mask> mask = reader.mask(i)) text += describeMask(*mask);
     if (values) text += ", " + describeValues(*reader.image(i));
     if (i > 0 && text != previous) {
       print(first, i - 1, previous);

@@ -42,7 +42,7 @@ TEST_F(ChainTest, HoldsTwoImagesAndMakesEachAlgorithmOnce) {
 TEST_F(ChainTest, StepsThatDoNotFitNameWhatDoes) {
   Chain chain({parseStep("Levels"), parseStep("Gain")}, m_progress);
   EXPECT_EQ(errorOf([&] { chain.run(m_images, 0); }),
-            "Gain does not work on this data (uint8, 4 x 3 x 1, 1 channel); what does: nothing");
+            "Gain does not work on this data (images of a file: uint8, 4 x 3 x 1, 1 channel); what does: nothing");
   SharedImageSet unmarked;
   unmarked.add(floatImage(4, 3, 1.0F));
   Chain other({parseStep("Gain")}, m_progress);

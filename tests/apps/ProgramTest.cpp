@@ -5,6 +5,7 @@
 #include "support/TemporaryFolder.h"
 
 #include "Lib/DataComponentsIO.h"
+#include "Lib/IntensityMask.h"
 #include "Lib/KelvarisFile.h"
 #include "US/FrameGeometryLinear.h"
 #include "US/FrameGeometryMetadata.h"
@@ -170,6 +171,27 @@ TEST_F(Program, SaysWhatIsInAFile) {
         "timestamps: 0 to 40 ms", "session: 7", "OfTheSet", "Components from image 0 on:\n  OfTheImage"})
     EXPECT_CONTAINS(info.output, part);
   EXPECT_CONTAINS(run({"info", "in.kvx"}).output, "images 0 to 4: float");
+}
+
+TEST_F(Program, SaysHowAPictureLiesInItsFrame) {
+  US::FrameGeometrySector sector;
+  sector.setDepth(60.0);
+  sector.setOpeningAngle(30.0);
+  ImageDescriptor descriptor(PixelUInt8, 120, 130);
+  descriptor.setSpacing({0.5, 0.5, 1.0});
+  for (const bool scanConverted : {false, true}) {
+    SharedImageSet set;
+    set.add(std::make_shared<SharedImage>(std::make_shared<TypedImage<unsigned char>>(descriptor)));
+    set.shared(0)->setMask(std::make_shared<IntensityMask>(PixelUInt8, 0.0));
+    DataComponentList& components = set.elementwiseComponents().components(0);
+    components.add<US::FrameGeometryMetadata>(sector);
+    components.add<US::UltrasoundMetadata>().scanConverted = scanConverted;
+    KelvarisFile::save(m_folder / "frame.kvx", set);
+    const auto info = run({"info", "frame.kvx"});
+    EXPECT_CONTAINS(info.output, scanConverted ? "1 mm, scan-converted: 60 x 65 mm" : "lines and depths (pre-scan)");
+    EXPECT_CONTAINS(info.output, "mask: the value 0 is invalid");
+    EXPECT_CONTAINS(info.output, "from -30 to 30 mm along the array, from 0 to 60 mm in depth");
+  }
 }
 
 TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
