@@ -1,6 +1,7 @@
 #include "US/FanMask.h"
 
 #include "Lib/MemImage.h"
+#include "US/FrameGeometryFactory.h"
 #ifdef KELVARIS_HAVE_GL
 #include "GL/Program.h"
 #endif
@@ -43,6 +44,19 @@ void FanMask::evaluate(const MemImage& image, int x, int y, int /*z*/, int count
     // NaN is outside.
     valid[i] = (normalized.array() >= 0.0).all() && (normalized.array() <= 1.0).all() ? 1 : 0;
   }
+}
+
+Properties FanMask::configuration() const {
+  Properties properties;
+  m_geometry->configuration(&properties);
+  return properties;
+}
+
+std::shared_ptr<const FanMask> FanMask::create(const Properties& configuration, const ImageDescriptor& image) {
+  const std::unique_ptr<FrameGeometry> geometry = readFrameGeometry(configuration);
+  if (!geometry) return nullptr;
+  geometry->setImgDesc(image);
+  return std::make_shared<FanMask>(*geometry);
 }
 
 std::string FanMask::source(const std::string& prefix) const {

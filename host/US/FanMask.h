@@ -28,6 +28,12 @@ public:
   int deviceStrategy() const override;
   void evaluate(const MemImage& image, int x, int y, int z, int count, unsigned char* valid) const override;
 
+  std::string id() const override { return "FanMask"; }
+  /// The geometry's; its image descriptors aren't in it.
+  Properties configuration() const override;
+  /// Makes the mask of `image` from a configuration(). Null, with an error in the log, if that holds no geometry.
+  static std::shared_ptr<const FanMask> create(const Properties& configuration, const ImageDescriptor& image);
+
   /// `bool <prefix>IsValid(vec4 texel, vec2 position)`, beside what the geometry's transformInclude() gives. Empty in a
   /// build without OpenGL.
   std::string source(const std::string& prefix) const override;

@@ -1,5 +1,7 @@
 #include "Lib/DataComponentFactory.h"
+#include "Lib/MaskFactory.h"
 #include "Lib/PluginAutoRegistrationGuard.h"
+#include "US/FanMask.h"
 #include "US/FrameGeometryMetadata.h"
 #include "US/UltrasoundMetadata.h"
 
@@ -24,9 +26,18 @@ public:
   RegisteredComponent& operator=(const RegisteredComponent&) = delete;
 };
 
-// So that files give back the components they were written with.
+class RegisteredFanMask {
+public:
+  RegisteredFanMask() { MaskFactory::get().registerMask("FanMask", FanMask::create); }
+  ~RegisteredFanMask() { MaskFactory::get().unregisterMask("FanMask"); }
+  RegisteredFanMask(const RegisteredFanMask&) = delete;
+  RegisteredFanMask& operator=(const RegisteredFanMask&) = delete;
+};
+
+// So that files give back the components and masks they were written with.
 const RegisteredComponent<FrameGeometryMetadata> g_frameGeometryMetadata;
 const RegisteredComponent<UltrasoundMetadata> g_ultrasoundMetadata;
+const RegisteredFanMask g_fanMask;
 
 } // namespace
 } // namespace Kelvaris::US

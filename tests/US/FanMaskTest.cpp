@@ -1,8 +1,11 @@
 #include "US/FanMask.h"
 
+#include "Lib/KelvarisFile.h"
 #include "Lib/MemImage.h"
 #include "US/CartesianImage.h"
 #include "US/GeometryCases.h"
+#include "support/ExpectedLog.h"
+#include "support/TemporaryFolder.h"
 #ifdef KELVARIS_HAVE_GL
 #include "GL/GlImage.h"
 #include "GL/ImageProgram.h"
@@ -119,6 +122,28 @@ void main() {
   EXPECT_LE(different, kAcross / 25) << "pixel centres on the very edge only";
 }
 #endif
+
+TEST_P(FanMaskOf, ComesBackFromAFile) {
+  const Kelvaris::Tests::TemporaryFolder folder;
+  const auto mask = fanMask(GetParam());
+  SharedImageSet set;
+  set.add(std::make_shared<SharedImage>(MemImage::create(mask->geometry().imgDesc())));
+  set.shared(0)->setMask(mask);
+  KelvarisFile::save(folder / "a.kvx", set);
+  const auto loaded = std::dynamic_pointer_cast<const FanMask>(KelvarisFile::load(folder / "a.kvx")->get(0).mask());
+  ASSERT_NE(loaded, nullptr);
+  EXPECT_TRUE(*loaded == *mask);
+  EXPECT_EQ(evaluated(*loaded), evaluated(*mask));
+}
+
+TEST(FanMask, IsNotMadeFromWhatIsNoGeometry) {
+  const Kelvaris::Tests::ExpectedLog log;
+  const auto c = Tests::sectorCase(45, 10, 150, 1);
+  Properties properties = fanMask(c)->configuration();
+  properties.setParam("openingAngle", "wide");
+  EXPECT_EQ(FanMask::create(properties, c.geometry->imgDesc()), nullptr);
+  EXPECT_FALSE(log.messages().empty());
+}
 
 TEST(FanMask, HasNoPixelsWhereTheFrameHasNoShape) {
   for (const auto& c : {Tests::convexCase(0, 60, 50), Tests::linearCase(38, 0, 0)}) {

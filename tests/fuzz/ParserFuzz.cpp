@@ -11,6 +11,9 @@
 #include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
 #include "Lib/KelvarisFile.h"
+#include "Lib/MaskIO.h"
+#include "US/FanMask.h"
+#include "US/FrameGeometrySector.h"
 #include "kelvaris/Step.h"
 
 #include <fmt/format.h>
@@ -106,6 +109,27 @@ bool parseComponents(const std::string& xml) {
   return true;
 }
 
+std::shared_ptr<const Mask> sectorMask(const ImageDescriptor& image) {
+  US::FrameGeometrySector sector;
+  sector.setDepth(40.0);
+  sector.setOpeningAngle(30.0);
+  sector.setImgDesc(image);
+  return std::make_shared<US::FanMask>(sector);
+}
+
+bool parseMask(const std::string& xml) {
+  const ImageDescriptor image(PixelUInt8, 5, 4);
+  const auto mask = MaskIO::fromXml(xml, image);
+  if (!mask) return false;
+  const std::string written = MaskIO::toXml(*mask);
+  const auto again = MaskIO::fromXml(written, image);
+  if (!again || MaskIO::toXml(*again) != written) throw Finding("the mask doesn't survive being written");
+  const TypedImage<unsigned char> pixels(image);
+  unsigned char valid[5];
+  mask->evaluate(pixels, 0, 3, 0, 5, valid);
+  return true;
+}
+
 bool parseChain(const std::string& xml) {
   const auto steps = CommandLine::parseChain(xml, "fuzz");
   if (CommandLine::parseChain(CommandLine::chainToXml(steps), "fuzz") != steps)
@@ -142,6 +166,8 @@ std::string fileBytes(const TemporaryFolder& folder, bool old) {
     std::memset(pixels->data(), 1, pixels->byteSize());
     set.add(std::make_shared<SharedImage>(pixels));
   }
+  // On the image without components: HDF5 1.10 copies no more than eight attributes with texts among them.
+  set.shared(1)->setMask(sectorMask(set.get(1).descriptor()));
   auto component = std::make_unique<UnknownDataComponent>("Anything");
   const Properties contents = someProperties();
   component->configure(&contents);
@@ -207,6 +233,7 @@ int main(int argc, char** argv) {
   const std::vector<Parser> parsers = {
       {"properties", {PropertiesIO::toXml(someProperties())}, kXmlWords, 40000, parseProperties},
       {"components", registered.examples(), kXmlWords, 40000, parseComponents},
+      {"mask", {MaskIO::toXml(*sectorMask(ImageDescriptor(PixelUInt8, 5, 4)))}, kXmlWords, 20000, parseMask},
       {"chain",
        {CommandLine::chainToXml({{"IqDemodulation", {{"samplingFrequency", "6.6667e6"}}}, {"LogCompression", {}}})},
        kXmlWords,
