@@ -1,6 +1,7 @@
 #include "model/BeamformingRois.h"
 
 #include "Core/Properties.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -24,13 +25,8 @@ BeamformingRois roisOf(std::initializer_list<Polygon2D> polygons) {
 
 TEST(BeamformingRois, RefusesIndicesOutOfRange) {
   BeamformingRois rois;
-  for (const int index : {0, -1, 1})
-    try {
-      rois.roi(index);
-      ADD_FAILURE() << index;
-    } catch (const std::invalid_argument& e) {
-      EXPECT_STREQ(e.what(), "Index out of range");
-    }
+  for (const int index : {0, -1})
+    EXPECT_EQ(Tests::errorOf<std::invalid_argument>([&] { rois.roi(index); }), "Index out of range");
   rois.add(kLine);
   rois.add(kArea);
   EXPECT_EQ(rois.size(), 2);
@@ -42,7 +38,6 @@ TEST(BeamformingRois, EqualityCountsTheOrder) {
   EXPECT_EQ(roisOf({kLine, kArea}), roisOf({kLine, kArea}));
   EXPECT_NE(roisOf({kLine, kArea}), roisOf({kArea, kLine}));
   EXPECT_NE(roisOf({kLine, kArea}), roisOf({kLine}));
-  EXPECT_EQ(roisOf({}), BeamformingRois());
 }
 
 TEST(BeamformingRois, StoresAndReadsBack) {

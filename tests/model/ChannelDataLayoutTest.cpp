@@ -2,6 +2,7 @@
 
 #include "Core/Properties.h"
 #include "Lib/MemImage.h"
+#include "support/Images.h"
 
 #include <gtest/gtest.h>
 
@@ -57,40 +58,38 @@ TEST(ChannelDataLayout, StoresThreeEntriesOnly) {
   EXPECT_EQ(layout.clone()->id(), "ChannelDataLayout");
 }
 
+/// That `to` is a layout of the same samples in the other order, at the places that it says, and leads back.
+void expectMoved(const MemImage& image, const ChannelDataLayout& from, const ChannelDataLayout& to) {
+  const auto moved = permuteChannelData(image, from, to);
+  EXPECT_EQ(moved->descriptor().spacing(), image.descriptor().spacing());
+  const Vector3i extents = from.unpackVec(image.descriptor().dimensions()).reverse(); // channels, samples, events
+  ASSERT_EQ(moved->descriptor().dimensions(), to.packVec(extents[0], extents[1], extents[2]));
+  const auto componentBytes = static_cast<std::size_t>(image.descriptor().bytesPerComponent());
+  const auto pixelAt = [&](const MemImage& of, const Vector3i& at) {
+    return static_cast<const unsigned char*>(of.data()) + of.index(at[0], at[1], at[2], 0) * componentBytes;
+  };
+  int wrong = 0;
+  for (int s = 0; s < extents[2]; ++s)
+    for (int f = 0; f < extents[1]; ++f)
+      for (int c = 0; c < extents[0]; ++c)
+        wrong += std::memcmp(pixelAt(image, from.packVec(c, f, s)), pixelAt(*moved, to.packVec(c, f, s)),
+                             componentBytes * static_cast<std::size_t>(image.channels())) != 0;
+  EXPECT_EQ(wrong, 0);
+  EXPECT_TRUE(Tests::sameBytes(*permuteChannelData(*moved, to, from), image));
+}
+
 class Permutation : public ::testing::TestWithParam<int> {};
 
 /// Every pair of layouts; extents beyond and between the tiles of the copy.
 TEST_P(Permutation, MovesEverySampleAndBack) {
   for (const int components : {1, 2})
-    for (const Vector3i& fromOrder : kOrders)
-      for (const Vector3i& toOrder : kOrders) {
-        const ChannelDataLayout from = layoutOf(fromOrder), to = layoutOf(toOrder);
-        const int channels = 33, samples = 70, events = 2;
+    for (const Vector3i& from : kOrders)
+      for (const Vector3i& to : kOrders) {
+        SCOPED_TRACE(::testing::Message() << from.transpose() << " to " << to.transpose());
         ImageDescriptor descriptor(GetParam(), 0, 0, 0, components);
-        descriptor.setDimensions(from.packVec(channels, samples, events));
+        descriptor.setDimensions(layoutOf(from).packVec(33, 70, 2));
         descriptor.setSpacing({0.1, 0.2, 0.3});
-        const auto image = MemImage::create(descriptor);
-        auto* bytes = static_cast<unsigned char*>(image->data());
-        for (std::size_t i = 0; i < image->byteSize(); ++i)
-          bytes[i] = static_cast<unsigned char>((i * 2654435761u) >> 11); // NaN patterns too
-
-        const auto moved = permuteChannelData(*image, from, to);
-        EXPECT_EQ(moved->descriptor().spacing(), descriptor.spacing());
-        ASSERT_EQ(moved->descriptor().dimensions(), to.packVec(channels, samples, events));
-        const auto pixelBytes = static_cast<std::size_t>(descriptor.bytesPerComponent() * components);
-        const auto pixelAt = [&](const MemImage& im, const Vector3i& at) {
-          const auto* data = static_cast<const unsigned char*>(im.data());
-          return data + im.index(at[0], at[1], at[2], 0) * static_cast<std::size_t>(descriptor.bytesPerComponent());
-        };
-        int wrong = 0;
-        for (int s = 0; s < events; ++s)
-          for (int f = 0; f < samples; ++f)
-            for (int c = 0; c < channels; ++c)
-              wrong += std::memcmp(pixelAt(*image, from.packVec(c, f, s)), pixelAt(*moved, to.packVec(c, f, s)),
-                                   pixelBytes) != 0;
-        EXPECT_EQ(wrong, 0) << fromOrder.transpose() << " to " << toOrder.transpose();
-        const auto back = permuteChannelData(*moved, to, from);
-        EXPECT_EQ(std::memcmp(back->data(), image->data(), image->byteSize()), 0);
+        expectMoved(*Tests::randomBytes(descriptor), layoutOf(from), layoutOf(to));
       }
 }
 
@@ -101,25 +100,8 @@ INSTANTIATE_TEST_SUITE_P(PixelTypes, Permutation,
 
 /// Large enough to be shared between threads.
 TEST(Permutation, MovesLargeBlocks) {
-  const int channels = 96, samples = 257, events = 7, components = 3;
-  TypedImage<int> image(channels, samples, events, components);
-  for (std::size_t i = 0; i < image.size(); ++i)
-    image[i] = static_cast<int>(i);
-  for (const Vector3i& order : kOrders) {
-    const ChannelDataLayout to = layoutOf(order);
-    const auto moved = permuteChannelData(image, {}, to);
-    const Vector3i strides = moved->descriptor().dimensions();
-    const int* data = static_cast<const int*>(moved->data());
-    bool same = true;
-    for (int s = 0, i = 0; s < events; ++s)
-      for (int f = 0; f < samples; ++f)
-        for (int c = 0; c < channels; ++c)
-          for (int k = 0; k < components; ++k, ++i) {
-            const Vector3i at = to.packVec(c, f, s);
-            same = same && data[((at[2] * strides[1] + at[1]) * strides[0] + at[0]) * components + k] == i;
-          }
-    EXPECT_TRUE(same) << order.transpose();
-  }
+  for (const Vector3i& order : kOrders)
+    expectMoved(*Tests::randomBytes({PixelInt32, 96, 257, 7, 3}), {}, layoutOf(order));
 }
 
 TEST(Permutation, LayoutsThatAreNone) {

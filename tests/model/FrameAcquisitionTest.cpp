@@ -7,6 +7,7 @@
 #include "US/FrameGeometrySector.h"
 #include "US/UltrasoundMetadata.h"
 #include "model/FrameCases.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -309,22 +310,15 @@ TEST(Frame, UnusableParametersAreRefusedInWords) {
       {kLinearArray, changed(2, [&](auto& p) { p.speedOfSound = 0; }), "speedOfSound is 0"},
       {kLinearArray, changed(2, [&](auto& p) { p.receiveSamplingFrequency = HUGE_VAL; }), "is inf"}};
   for (const auto& c : cases)
-    try {
-      const FrameAcquisition frame(c.transducer, c.parameters);
-      ADD_FAILURE() << c.message;
-    } catch (const std::invalid_argument& e) {
-      EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
-    }
+    EXPECT_CONTAINS(errorOf<std::invalid_argument>([&] { FrameAcquisition(c.transducer, c.parameters); }), c.message);
 
   const ExpectedLog log;
-  for (const int eventType : {0, 1, 2})
-    for (const bool both : {false, true})
-      EXPECT_THROW(FrameAcquisition(kLinearArray, changed(eventType,
-                                                          [&](auto& p) {
-                                                            p.maxTransmitAperture = 0;
-                                                            if (both) p.maxReceiveAperture = -3;
-                                                          })),
-                   std::bad_optional_access);
+  for (const int eventType : {0, 1, 2}) {
+    const auto noTransmission = changed(eventType, [](auto& p) { p.maxTransmitAperture = 0; });
+    const auto noReception = changed(eventType, [](auto& p) { p.maxReceiveAperture = -3; });
+    EXPECT_THROW(FrameAcquisition(kLinearArray, noTransmission), std::bad_optional_access);
+    EXPECT_THROW(FrameAcquisition(kLinearArray, noReception), std::bad_optional_access);
+  }
   EXPECT_TRUE(FrameAcquisition(kLinearArray, formParameters(3)).events().empty());
   EXPECT_EQ(log.messages().back(), "4 FrameAcquisition: Unknown eventType value 3 during configure");
 }
@@ -343,12 +337,8 @@ TEST(Frame, EqualityComparesWhatIsThereButNotTheParameters) {
   EXPECT_NE(copy, frame); // a deep copy
   copy = frame;
   EXPECT_EQ(copy, frame);
-  copy.events().pop_back();
-  EXPECT_NE(copy, frame);
-  copy = frame;
   copy.transducer().configureLinear(128, 0.31);
   EXPECT_NE(copy, frame);
-  EXPECT_TRUE(frame.clone()->equals(frame));
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <numbers>
 #include <random>
+#include <regex>
 
 namespace Kelvaris::US {
 namespace {
@@ -54,15 +55,10 @@ TEST(Aperture, IsTheRunOfNearestElementsWithTiesToLowerIndices) {
     Vector3d position;
     int size;
     Range expected;
-  } cases[] = {{at(0), 64, {0, 63}},    {at(127), 64, {64, 127}}, {at(63.5), 64, {32, 95}}, {at(5), 1, {5, 5}},
-               {at(5), 128, {0, 127}},  {at(5), 1000, {0, 127}},  {at(2), 9, {0, 8}},       {at(-50), 3, {0, 2}},
-               {at(20.4), 2, {20, 21}}, {at(20.6), 4, {19, 22}},  {at(1000), 3, {125, 127}}};
+  } cases[] = {{at(0), 64, {0, 63}},   {at(127), 64, {64, 127}}, {at(63.5), 64, {32, 95}}, {at(63.5), 1, {63, 63}},
+               {at(5), 128, {0, 127}}, {at(5), 1000, {0, 127}},  {at(80), 2, {79, 80}},    {at(80), 4, {78, 81}}};
   for (const auto& c : cases)
     EXPECT_EQ(calculateAperture(kLinear, c.position, c.size), c.expected) << c.position.x() << " size " << c.size;
-  const Transducer whole = Transducer::createLinear(9, 1.0);
-  EXPECT_EQ(calculateAperture(whole, Vector3d(1, 7, 0), 2), Range(4, 5));
-  EXPECT_EQ(calculateAperture(whole, Vector3d(0.5, 0, 2), 1), Range(4, 4));
-  EXPECT_EQ(calculateAperture(whole, Vector3d(0, 0, 0), 4), Range(2, 5));
 }
 
 TEST(Aperture, AgreesWithSortingElementsByDistance) {
@@ -210,48 +206,25 @@ TEST(TransmitTransitTime, AgreesWithTheWavesOfTheSingleElements) {
   EXPECT_EQ(transmitTransitTime(Vector3d(1, 2, 3), unknown), 0.0);
 }
 
-TEST(PulseEchoEvent, EqualityIsExactAndLeavesWaveStartOut) {
-  const PulseEchoEvent event = waves(kConvex)[1].event;
-  PulseEchoEvent moved = event;
-  moved.transmit.waveStart.x() += 1.0;
-  EXPECT_EQ(moved, event);
-  const auto differs = [&](auto change) {
-    PulseEchoEvent other = event;
-    change(other);
-    return other != event && !other.equals(event);
-  };
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.pulseFrequency = 1.0; }));
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.pulseLength = 1.0; }));
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.speedOfSound = std::nextafter(kSpeedOfSound, 0.0); }));
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.apertureFirst++; }));
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.apertureLast++; }));
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.timeZeroPoint.z() = 1e-300; }));
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.eventType = EventType::PlaneWave; }));
-  EXPECT_TRUE(differs([](auto& e) { e.transmit.waveFiducial.x() = std::nan(""); }));
-  EXPECT_TRUE(differs([](auto& e) { e.receive.apertureFirst++; }));
-  EXPECT_TRUE(differs([](auto& e) { e.receive.apertureLast++; }));
-  EXPECT_TRUE(differs([](auto& e) { e.receive.samplingFrequency = 1.0; }));
-  EXPECT_TRUE(differs([](auto& e) { e.receive.startTime = 1.0; }));
-  EXPECT_TRUE(differs([](auto& e) { e.receive.endTime = std::nan(""); }));
-  EXPECT_TRUE(differs([](auto& e) { e.receive.elementToChannelMapping.back()++; }));
-}
-
-TEST(PulseEchoEvent, StoresAndReadsBack) {
-  for (const auto& [name, wave] : waves(kConvex)) {
-    PulseEchoEvent original = wave;
-    original.receive.startTime = 1.0 / 3.0;
-    Properties stored;
-    original.configuration(&stored);
-    PulseEchoEvent read;
-    read.configure(&stored);
-    EXPECT_EQ(read, original) << name;
-    EXPECT_EQ(read.transmit.waveStart, original.transmit.waveStart);
-
-    original.transmit.waveFiducial.setConstant(std::nan(""));
-    original.configuration(&stored);
-    read.configure(&stored);
-    EXPECT_TRUE(read.transmit.waveFiducial.array().isNaN().all());
-  }
+TEST(PulseEchoEvent, EveryFieldIsStoredAndComparedExactlyButTheStartOfTheWave) {
+  const PulseEchoEvent event = waves(kConvex)[0].event; // no field of which is 1
+  Properties stored;
+  event.configuration(&stored);
+  for (const char* part : {"transmit", "receive"})
+    for (const auto& [key, text] : stored.findSubProperties(part)->params()) {
+      Properties changed = stored;
+      changed.subProperties(part).setParam(key, std::regex_replace(text, std::regex("^[^ ]+"), "1"));
+      PulseEchoEvent read;
+      EXPECT_TRUE(read.read(changed)) << key;
+      EXPECT_EQ(read == event, key == "waveStart") << key;
+      EXPECT_EQ(read.equals(event), key == "waveStart") << key;
+      Properties again;
+      read.configuration(&again);
+      EXPECT_EQ(again, changed) << key;
+    }
+  PulseEchoEvent close = event;
+  close.transmit.speedOfSound = std::nextafter(kSpeedOfSound, 0.0);
+  EXPECT_NE(close, event);
 }
 
 TEST(PulseEchoEvent, ReadsAllOrNothing) {
