@@ -1,5 +1,7 @@
 #include "CUDA/Device.h"
 
+#include "support/ErrorOf.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -10,21 +12,16 @@ namespace Kelvaris::CUDA {
 namespace {
 
 std::string refusal() {
-  try {
-    Device::current();
-    return {};
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
+  return Tests::errorOf<std::runtime_error>([] { Device::current(); });
 }
 
 // One test, as the choice is made once; a refused one is made again at the next call.
 TEST(DeviceChoice, FollowsTheEnvironmentAndIsMadeOnce) {
   ASSERT_EQ(setenv("KELVARIS_DEVICE", "gpu", 1), 0);
-  EXPECT_NE(refusal().find("\"gpu\""), std::string::npos) << refusal();
+  EXPECT_CONTAINS(refusal(), "\"gpu\"");
   if (!Device::cudaProblem().empty()) {
     setenv("KELVARIS_DEVICE", "cuda", 1);
-    EXPECT_NE(refusal().find(Device::cudaProblem()), std::string::npos) << refusal();
+    EXPECT_CONTAINS(refusal(), Device::cudaProblem());
   }
   setenv("KELVARIS_DEVICE", "cpu", 1);
   const Device& device = Device::current();

@@ -1,7 +1,6 @@
 #include "Core/Parameter.h"
 
 #include "Core/Configurable.h"
-#include "Core/Progress.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -99,21 +98,6 @@ TEST(ParameterTest, UnreadableTextsLeaveTheValueAndAreLogged) {
     EXPECT_TRUE(settings.changes.empty());
   }
   EXPECT_EQ(Settings().parameter("missing"), nullptr);
-}
-
-TEST(ProgressTest, TellsItsStepsAndCancelsAllTasks) {
-  Progress progress;
-  std::vector<std::string> steps;
-  progress.onStep = [&](const ProgressTask& task) {
-    steps.push_back(task.text() + " " + std::to_string(task.step()) + "/" + std::to_string(task.steps()));
-  };
-  const auto outer = progress.addTask("outer", 2);
-  const auto inner = progress.addTask("inner", 5);
-  inner->incrementStep(3);
-  EXPECT_FALSE(outer->wasCanceled());
-  progress.cancel();
-  EXPECT_TRUE(outer->wasCanceled() && inner->wasCanceled());
-  EXPECT_EQ(steps, (std::vector<std::string>{"outer 0/2", "inner 0/5", "inner 3/5"}));
 }
 
 } // namespace

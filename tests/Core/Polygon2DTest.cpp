@@ -39,6 +39,7 @@ double edgeDistance(const Points& polygon, const Eigen::Vector2d& point) {
   return nearest;
 }
 
+/// Polygons of 0 to 7 vertices: points, segments, dented, crossed and repeated ones.
 TEST(Polygon2D, AgreesWithTurnsAndEdgeDistanceEverywhere) {
   std::mt19937 random(7);
   std::uniform_real_distribution<double> coordinate(-30.0, 30.0);
@@ -98,33 +99,12 @@ TEST(Polygon2D, AFarVertexCostsNoDigitsAtTheNearOne) {
   }
 }
 
-TEST(Polygon2D, FewVerticesAndUndefinedOnes) {
-  struct Case {
-    const char* what;
-    Points points;
-    Eigen::Vector2d point;
-    bool included;
-  };
-  const std::vector<Case> cases = {
-      {"no vertex", {}, {0, 0}, false},
-      {"a point", {{1, 2}}, {1, 2}, true},
-      {"beside a point", {{1, 2}}, {1, 2.001}, false},
-      {"middle of a segment", {{0, 0}, {3, 3}}, {1, 1}, true},
-      {"end of a segment", {{0, 0}, {3, 3}}, {3, 3}, true},
-      {"beyond a segment", {{0, 0}, {3, 3}}, {3.001, 3.001}, false},
-      {"beside a segment", {{0, 0}, {3, 3}}, {1, 1.001}, false},
-      {"all vertices equal", {{1, 1}, {1, 1}, {1, 1}}, {1, 1}, true},
-      {"bow tie, left half", {{0, 0}, {4, 4}, {4, 0}, {0, 4}}, {0.5, 2}, true},
-      {"bow tie, crossing", {{0, 0}, {4, 4}, {4, 0}, {0, 4}}, {2, 2}, true},
-      {"bow tie, above", {{0, 0}, {4, 4}, {4, 0}, {0, 4}}, {2, 3}, false},
-      {"walked twice", {{0, 0}, {4, 0}, {4, 4}, {0, 0}, {4, 0}, {4, 4}}, {3, 1}, false},
-      {"NaN point", {{0, 0}, {4, 0}, {4, 4}}, {kNaN, 1}, false},
-      {"infinite point", {{0, 0}, {4, 0}, {4, 4}}, {kInf, 1}, false},
-      {"NaN vertex", {{0, 0}, {4, 0}, {4, kNaN}}, {1, 0}, false},
-      {"infinite vertex", {{0, 0}, {4, 0}, {kInf, 4}}, {1, 0}, false},
-  };
-  for (const Case& c : cases)
-    EXPECT_EQ(Polygon2D(c.points).includesPoint(c.point), c.included) << c.what;
+TEST(Polygon2D, NothingUndefinedIsInside) {
+  const Points triangle = {{0, 0}, {4, 0}, {4, 4}};
+  for (const Eigen::Vector2d& point : {Eigen::Vector2d(kNaN, 1), Eigen::Vector2d(3, kInf)})
+    EXPECT_FALSE(Polygon2D(triangle).includesPoint(point)) << point.transpose();
+  EXPECT_FALSE(Polygon2D({{0, 0}, {4, 0}, {4, kNaN}}).includesPoint({1, 0}));
+  EXPECT_FALSE(Polygon2D({{0, 0}, {4, 0}, {kInf, 4}}).includesPoint({1, 0}));
 }
 
 TEST(Polygon2D, EquivalenceIsExactAndOrdered) {
