@@ -4,6 +4,9 @@
 #include "beamforming/BeamformingAlgorithm.h"
 #include "imaging/LogCompressionAlgorithm.h"
 #include "imaging/StreamScanConversionAlgorithm.h"
+#ifdef KELVARIS_HAVE_GL
+#include "imaging/ScanConversionUltrafastImaging.h"
+#endif
 #include "processing/IqDemodulationAlgorithm.h"
 
 namespace Kelvaris::US {
@@ -19,6 +22,13 @@ USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFact
   registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
   registerAlgorithm<IqDemodulationAlgorithm>("IqDemodulation", "Ultrasound;IQ Demodulation");
   registerAlgorithm<BeamformingAlgorithm>("Beamforming", "Ultrasound;Beamforming");
+#ifdef KELVARIS_HAVE_GL
+  registerAlgorithm<ScanConversionUltrafastImaging>("ScanConversionUltrafastImaging",
+                                                    "Ultrasound;Advanced;Scan-conversion for Ultrafast Imaging",
+                                                    Descriptor::Expert);
+  // The entry below makes executors that look for this name.
+  addAlias("ScanConversionUltrafastImaging", "Advanced Scan-conversion");
+#endif
   registerAlgorithm<StreamScanConversionAlgorithm>("StreamScanConversion",
                                                    "Ultrasound;Advanced;Advanced Scan-conversion", Descriptor::Expert);
 }

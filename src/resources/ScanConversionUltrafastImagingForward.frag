@@ -20,6 +20,7 @@ uniform vec2 u_outputSize;        // pixels
 uniform float u_outputMaskValue;
 uniform float u_besideMaskValue;  // what a valid value that equals u_outputMaskValue becomes
 uniform int u_roundsToIntegers;
+uniform int u_channels;
 
 layout(location = 0) out vec4 result;
 
@@ -36,6 +37,8 @@ vec4 prescanPixel(ivec2 pixel) {
 
 bool isValid(vec4 texel, ivec2 pixel, vec2 size) {
 #ifdef HAS_MASK
+  // The texture fills up the components that the image doesn't have by numbers that a mask mustn't see.
+  texel = mix(texel.rrrr, texel, lessThan(ivec4(0, 1, 2, 3), ivec4(u_channels)));
   return maskIsValid(texel, (vec2(pixel) + 0.5) / size);
 #else
   return true;
@@ -77,6 +80,6 @@ void main() {
   }
   vec4 value = sum / weights;
   if (u_roundsToIntegers != 0)
-    value = sign(value) * floor(abs(value) + 0.5);
+    value = sign(value) * (floor(abs(value)) + step(0.5, fract(abs(value))));
   result = mix(value, vec4(u_besideMaskValue), equal(value, vec4(u_outputMaskValue)));
 }

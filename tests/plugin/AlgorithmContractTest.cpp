@@ -206,6 +206,9 @@ TEST(AlgorithmMenu, ListsTheAlgorithmsInOrder) {
       "USImgFormation.LogCompression|Ultrasound;Log Compression|0",
       "USImgFormation.IqDemodulation|Ultrasound;IQ Demodulation|0",
       "USImgFormation.Beamforming|Ultrasound;Beamforming|0",
+#ifdef KELVARIS_HAVE_GL
+      "USImgFormation.ScanConversionUltrafastImaging|Ultrasound;Advanced;Scan-conversion for Ultrafast Imaging|2",
+#endif
       "USImgFormation.StreamScanConversion|Ultrasound;Advanced;Advanced Scan-conversion|2",
   };
   std::vector<std::string> found;
@@ -214,6 +217,44 @@ TEST(AlgorithmMenu, ListsTheAlgorithmsInOrder) {
       found.push_back(d.id + "|" + d.category + "|" + std::to_string(d.attributes));
   EXPECT_EQ(found, expected);
 }
+
+#ifdef KELVARIS_HAVE_GL
+TEST(AlgorithmMenu, BothEntriesOfScanConversionConvertAStream) {
+  PluginManager::get().load(PLUGIN_FILE);
+  const auto component = [](const char* id, const char* xml) {
+    std::unique_ptr<DataComponentBase> made = DataComponentFactory::get().create(id);
+    const auto properties = PropertiesIO::fromXml(xml);
+    made->configure(&*properties);
+    return made;
+  };
+  const auto images = std::make_shared<SharedImageSet>();
+  images->setModality(Data::Ultrasound);
+  images->add(filled(PixelUInt8, 4, 5, 1));
+  DataComponentList& components = images->elementwiseComponents().components(0);
+  components.add(component("UltrasoundMetadata", "<properties/>"));
+  components.add(component("FrameGeometryMetadata", R"(<properties><param key="type">FrameGeometryLinear</param>
+    <param key="depth">10</param><param key="width">8</param></properties>)"));
+  for (const char* id : {"USImgFormation.ScanConversionUltrafastImaging", "USImgFormation.StreamScanConversion"}) {
+    ImageStream stream("probe");
+    const auto executor = FactoryRegistry::get().algorithmDescriptor(id, false)->create({&stream});
+    ASSERT_NE(executor, nullptr);
+    executor->compute();
+    std::shared_ptr<const SharedImageSet> converted;
+    const auto connection = dynamic_cast<StreamAlgorithmExecutor&>(*executor).stream()->dataSignal.connect(
+        [&](const std::shared_ptr<const StreamData>& data) {
+          converted = dynamic_cast<const ImageStreamData&>(*data).images();
+        });
+    const Tests::ExpectedLog log;
+    stream.dataSignal.emitSignal(std::make_shared<ImageStreamData>(images));
+    if (!log.messages().empty()) {
+      EXPECT_TRUE(log.contains("OpenGL isn't available")) << log.messages().front();
+      GTEST_SKIP() << log.messages().front();
+    }
+    ASSERT_NE(converted, nullptr) << id;
+    EXPECT_EQ(converted->get(0).descriptor().height(), 10) << id;
+  }
+}
+#endif
 
 TEST(PluginLife, TheLibraryLeavesTheProcessAfterItHasWorked) {
   for (int round = 0; round < 3; ++round) {
