@@ -2,8 +2,8 @@
 
 #include "Core/Log.h"
 #include "Lib/IntensityMask.h"
+#include "imagemath/VectorLog.h"
 #include "imaging/DecibelComponents.h"
-#include "imaging/VectorLog.h"
 #include "model/AlgorithmFrame.h"
 
 #include <algorithm>
@@ -128,7 +128,7 @@ template <typename Out> void map(const Mapping& mapping, std::size_t count, Bloc
     ratios[i] = mapping.ratio(values[i]);
   std::fill(ratios.begin() + static_cast<std::ptrdiff_t>(count), ratios.end(), 1.0);
   values = ratios;
-  vectorLog(values.data(), (count + 3) / 4 * 4);
+  ImageMath::vectorLog(values.data(), (count + 3) / 4 * 4);
   for (std::size_t i = 0; i < count; ++i)
     values[i] = mapping.decibels(values[i]);
   if constexpr (std::is_same_v<Out, float>) {

@@ -1,4 +1,4 @@
-#include "imaging/VectorLog.h"
+#include "imagemath/VectorLog.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-namespace Kelvaris::US {
+namespace Kelvaris::ImageMath {
 namespace {
 
 TEST(VectorLogTest, AgreesWithAWiderLogarithm) {
@@ -35,4 +35,4 @@ TEST(VectorLogTest, FollowsTheLogarithmAtItsLimits) {
 }
 
 } // namespace
-} // namespace Kelvaris::US
+} // namespace Kelvaris::ImageMath

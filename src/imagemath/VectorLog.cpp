@@ -1,11 +1,11 @@
-#include "imaging/VectorLog.h"
+#include "imagemath/VectorLog.h"
 
-#include "imaging/VectorLogAvx2.h"
+#include "imagemath/VectorLogAvx2.h"
 
 #include <emmintrin.h>
 #include <sleef.h>
 
-namespace Kelvaris::US {
+namespace Kelvaris::ImageMath {
 
 void vectorLog(double* values, std::size_t count) {
   static const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
@@ -17,4 +17,4 @@ void vectorLog(double* values, std::size_t count) {
     _mm_storeu_pd(values + i, Sleef_logd2_u10(_mm_loadu_pd(values + i)));
 }
 
-} // namespace Kelvaris::US
+} // namespace Kelvaris::ImageMath
