@@ -26,19 +26,6 @@ TEST_F(DeviceBuffer, EveryPixelTypeSurvivesTheWayThereAndBack) {
   }
 }
 
-TEST_F(DeviceBuffer, KernelBufferDescribesTheMemory) {
-  const DeviceBufferImage image(ImageDescriptor(PixelInt16, 7, 5, 3, 2));
-  const KernelBuffer buffer = image.kernelBuffer();
-  EXPECT_EQ(buffer.width, 7);
-  EXPECT_EQ(buffer.height, 5);
-  EXPECT_EQ(buffer.slices, 3);
-  EXPECT_EQ(buffer.elementStride, 4);
-  EXPECT_EQ(buffer.rowPitch, 28);
-  EXPECT_NE(buffer.data, nullptr);
-  EXPECT_EQ(elementAddress(buffer, 1, 2, 2) - static_cast<char*>(buffer.data), (2 * 5 + 2) * 28 + 4);
-  EXPECT_EQ(DeviceBufferImage(ImageDescriptor(PixelHalf, 3, 1)).kernelBuffer().elementStride, 4);
-}
-
 TEST_F(DeviceBuffer, RefusesWhatHasNoPixels) {
   EXPECT_THROW(DeviceBufferImage(ImageDescriptor(PixelFloat, 0, 4)), std::invalid_argument);
   EXPECT_THROW(DeviceBufferImage(ImageDescriptor(17, 4, 4)), std::invalid_argument);

@@ -5,6 +5,7 @@
 #include "beamforming/FramePositions.h"
 #include "beamforming/MapCases.h"
 #include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 #ifdef KELVARIS_HAVE_GL
 #include "GL/RequireGL.h"
@@ -20,6 +21,7 @@
 namespace Kelvaris::US {
 namespace {
 
+using Kelvaris::Tests::errorOf;
 using Kelvaris::Tests::ExpectedLog;
 using Tests::linearFrame;
 using Tests::rois;
@@ -97,13 +99,9 @@ TEST_P(FramePositions, OfOpenGLAgreeWithinSinglePrecision) {
 TEST(FramePositionsWithGL, NeedTheirShader) {
   KELVARIS_REQUIRE_GL();
   const ExpectedLog log;
-  try {
-    framePositionsWithGL(*linearFrame(4, 4));
-    FAIL() << "no exception";
-  } catch (const std::runtime_error& error) {
-    EXPECT_STREQ(error.what(), "Failed to create compute program for sampling position map");
-  }
-  EXPECT_TRUE(log.contains("4 BeamformingAlgorithm: Failed to create compute program for sampling position map"));
+  const std::string message = "Failed to create compute program for sampling position map";
+  EXPECT_EQ(errorOf<std::runtime_error>([] { framePositionsWithGL(*linearFrame(4, 4)); }), message);
+  EXPECT_TRUE(log.contains("4 BeamformingAlgorithm: " + message));
 }
 #endif
 
@@ -163,8 +161,6 @@ TEST_F(SamplingPositionMapTest, PolygonsMaskTheFrame) {
   const SamplingPositionMap map(geometry, regions);
   const auto image = map.image->mem();
   EXPECT_EQ(image->descriptor().dimensions(), Eigen::Vector3i(16, 32, 4));
-  EXPECT_EQ(image->descriptor().pixelType(), PixelFloat);
-  EXPECT_EQ(image->channels(), 2);
   EXPECT_EQ(image->descriptor().spacing(), geometry->imgDescPrescan().spacing());
   int inTriangle = 0;
   for (int y = 0; y < 32; ++y)
@@ -188,30 +184,22 @@ TEST_F(SamplingPositionMapTest, TellsWhatItRefuses) {
   const std::vector<Eigen::Vector2d> line{{0, 0}, {0, 40}};
   const std::vector<Eigen::Vector2d> triangle{{0, 0}, {5, 40}, {-5, 40}};
   const std::string invalid = "Invalid frame geometry or beamforming ROIs";
-  const std::string mixedLog =
-      "BeamformingRois must all be of the same type (all line ROIs or all polygonal ROIs), but "
-      "mixed types were given.";
+  const std::string mixedLog = "BeamformingRois must all be of the same type (all line ROIs or all polygonal ROIs), "
+                               "but mixed types were given.";
   const std::string mixed = "BeamformingRois: mixed ROI types (line vs polygon). All ROIs must be either lines (two "
                             "vertices) or polygons.";
   const struct {
     std::shared_ptr<const FrameGeometry> geometry;
     std::shared_ptr<const BeamformingRois> regions;
-    std::string logged;
-    std::string thrown;
+    std::string logged, thrown;
   } table[] = {{nullptr, rois({line}), invalid, invalid},
                {frame, nullptr, invalid, invalid},
                {frame, rois({}), invalid, invalid},
                {frame, rois({line, triangle}), mixedLog, mixed},
-               {frame, rois({triangle, triangle, line}), mixedLog, mixed},
                {frame, rois({{{0, 0}}, line}), mixedLog, mixed}};
   for (const auto& row : table) {
     const ExpectedLog log;
-    try {
-      const SamplingPositionMap map(row.geometry, row.regions);
-      ADD_FAILURE() << "no exception, " << row.thrown;
-    } catch (const std::runtime_error& error) {
-      EXPECT_EQ(error.what(), row.thrown);
-    }
+    EXPECT_EQ(errorOf<std::runtime_error>([&] { SamplingPositionMap(row.geometry, row.regions); }), row.thrown);
     EXPECT_EQ(log.messages(), std::vector<std::string>{"4 BeamformingAlgorithm: " + row.logged});
   }
 }

@@ -63,7 +63,7 @@ bool isNan(std::complex<double> v) {
 struct Comparison {
   double relativeL2 = 0;
   double largest = 0; ///< largest difference of a component
-  int compared = 0, doubtful = 0, wrongValidity = 0, wrongUnwritten = 0, invalid = 0;
+  int compared = 0, doubtful = 0, wrongValidity = 0, wrongUnwritten = 0;
 };
 
 /// Compares kernel pixels with the reference, leaving doubtful ones aside.
@@ -79,7 +79,6 @@ template <typename T> Comparison compare(const std::vector<T>& pixels, const std
     } else if (reference[i].isDoubtful) {
       ++c.doubtful;
     } else if (!reference[i].isValid) {
-      ++c.invalid;
       c.wrongValidity += !isNan(v);
     } else if (isNan(v)) {
       ++c.wrongValidity;

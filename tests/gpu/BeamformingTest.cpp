@@ -77,7 +77,8 @@ TEST_F(BeamformingTest, WorkmodeFollowsTheFirstTwoEvents) {
       ASSERT_TRUE(image && image->mask()) << c.what;
       for (std::size_t i = 0; i < c.expected.size(); ++i) {
         const double value = image->mem()->valueAsDouble(static_cast<int>(i % 3), 0, static_cast<int>(i / 3), 0);
-        EXPECT_EQ(intensityMask(*image).isMasked(value), std::isnan(c.expected[i])) << c.what << " at " << i << ": " << value;
+        EXPECT_EQ(intensityMask(*image).isMasked(value), std::isnan(c.expected[i]))
+            << c.what << " at " << i << ": " << value;
         EXPECT_TRUE(std::isnan(c.expected[i]) || value == c.expected[i]) << c.what << " at " << i << ": " << value;
       }
     }

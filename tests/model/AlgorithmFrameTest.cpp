@@ -13,19 +13,6 @@
 namespace Kelvaris::US {
 namespace {
 
-class Note : public DataComponent<Note> {
-public:
-  explicit Note(std::string t = {}) : text(std::move(t)) {}
-  std::string id() const override { return "Note"; }
-  bool operator==(const Note& other) const { return text == other.text; }
-  std::string text;
-};
-
-struct SetNote : DataComponent<SetNote> {
-  std::string id() const override { return "SetNote"; }
-  bool operator==(const SetNote&) const { return true; }
-};
-
 /// Adds 1 to every sample; refuses images that are `refusedWidth` wide.
 class AddOne : public Algorithm, public SequentialImageProcessor, public SignalReceiver {
 public:
@@ -49,7 +36,6 @@ public:
   std::pair<std::shared_ptr<SharedImage>, DataComponentList>
   processImage(const SharedImage& image, const DataComponentList& components) const override {
     if (image.descriptor().width() == refusedWidth) return {};
-    seenSetNote = components.get<SetNote>() != nullptr;
     auto result = image.mem()->clone();
     for (std::size_t i = 0; i < result->descriptor().elementCount(); ++i)
       static_cast<float*>(result->data())[i] += 1.0f;
@@ -58,7 +44,6 @@ public:
 
   static inline bool executorGetsAlgorithm = false;
   static constexpr int refusedWidth = 7;
-  mutable bool seenSetNote = false;
 
 private:
   const SharedImageSet* m_input;
@@ -78,54 +63,11 @@ protected:
     AddOne::frame = AddOne::kPlain;
     AddOne::executorGetsAlgorithm = false;
     images.setModality(Data::Ultrasound);
-    images.setName("scan");
-    images.properties().setParam("depth", 40.0);
-    images.components().add<SetNote>();
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
       images.add(image(static_cast<float>(i)), 10.0 * i);
-      images.elementwiseComponents().components(i).add<Note>("image " + std::to_string(i));
-    }
   }
   SharedImageSet images;
 };
-
-TEST_F(AlgorithmFrameTest, CollectsImagesComponentsTimestampsAndModality) {
-  AddOne algorithm(&images);
-  EXPECT_TRUE(algorithm.takeOutput().empty()) << "before compute()";
-  algorithm.compute();
-  EXPECT_EQ(algorithm.status(), Algorithm::Success);
-  OwningDataList list = algorithm.takeOutput();
-  ASSERT_EQ(list.size(), 1u);
-  EXPECT_TRUE(algorithm.takeOutput().empty()) << "on a second call";
-
-  const auto output = list.extract<SharedImageSet>();
-  ASSERT_EQ(output->size(), 3);
-  EXPECT_EQ(output->modality(), Data::Ultrasound);
-  EXPECT_TRUE(output->components().empty()) << "a fresh output has none of the set-wide state";
-  EXPECT_FALSE(algorithm.seenSetNote);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(output->get(i).mem()->valueAsDouble(1, 0, 2, 0), i + 1.0);
-    EXPECT_EQ(output->timestamp(i), 10.0 * i);
-    EXPECT_EQ(output->elementwiseComponents().components(i).get<Note>()->text, "image " + std::to_string(i));
-  }
-}
-
-TEST_F(AlgorithmFrameTest, KeepsSetStateAndAddsSetWideComponentsWhereToldTo) {
-  AddOne::frame.keepsSetState = true;
-  AddOne::frame.addsSetWide = true;
-  AddOne::frame.finish = [](SharedImageSet& output) { output.properties().setParam("topDown", true); };
-  AddOne algorithm(&images);
-  algorithm.compute();
-  const auto output = algorithm.takeOutput().extract<SharedImageSet>();
-  EXPECT_TRUE(algorithm.seenSetNote);
-  EXPECT_EQ(output->name(), "scan");
-  EXPECT_NE(output->components().get<SetNote>(), nullptr);
-  bool topDown = false;
-  double depth = 0.0;
-  EXPECT_TRUE(output->properties().param("topDown", topDown) && topDown);
-  EXPECT_TRUE(output->properties().param("depth", depth) && depth == 40.0);
-  EXPECT_FALSE(images.properties().hasParam("topDown"));
-}
 
 TEST_F(AlgorithmFrameTest, AFailedImageOrNoInputEndsTheRunAndDropsTheOutput) {
   AddOne algorithm(&images);
