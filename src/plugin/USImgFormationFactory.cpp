@@ -2,6 +2,7 @@
 
 #include "Lib/DefaultAlgorithmController.h"
 #include "beamforming/BeamformingAlgorithm.h"
+#include "imaging/EnvelopeDetectionAlgorithm.h"
 #include "imaging/LogCompressionAlgorithm.h"
 #include "imaging/StreamScanConversionAlgorithm.h"
 #ifdef KELVARIS_HAVE_GL
@@ -19,6 +20,7 @@ template <typename... T> bool isOneOf(Algorithm* algorithm) {
 } // namespace
 
 USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
+  registerAlgorithm<EnvelopeDetectionAlgorithm>("EnvelopeDetection", "Ultrasound;Envelope Detection");
   registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
   registerAlgorithm<IqDemodulationAlgorithm>("IqDemodulation", "Ultrasound;IQ Demodulation");
   registerAlgorithm<BeamformingAlgorithm>("Beamforming", "Ultrasound;Beamforming");
@@ -36,7 +38,9 @@ USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFact
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}
 
 std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm* algorithm) const {
-  if (!isOneOf<BeamformingAlgorithm, LogCompressionAlgorithm, IqDemodulationAlgorithm>(algorithm)) return nullptr;
+  if (!isOneOf<BeamformingAlgorithm, EnvelopeDetectionAlgorithm, LogCompressionAlgorithm, IqDemodulationAlgorithm>(
+          algorithm))
+    return nullptr;
   auto controller = std::make_unique<DefaultAlgorithmController>(algorithm, "", false, false);
   controller->setConfigureOnChanged(true);
   return controller;

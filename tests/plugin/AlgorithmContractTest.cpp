@@ -64,6 +64,10 @@ const Contract kContracts[] = {
      [](SharedImageSet& images) { addChannelData(images, PixelInt16); },
      [](SharedImageSet& images) { addChannelData(images, PixelDouble); },
      "4 BeamformingAlgorithm: Error while beamforming image 1 of 3", true, true},
+    {"USImgFormation.EnvelopeDetection", "Ultrasound;Envelope Detection", Data::ImageStreamKind,
+     [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 2)); },
+     [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 5)); },
+     "4 EnvelopeDetectionAlgorithm: Error while filtering image 1of3"},
     {"USImgFormation.LogCompression", "Ultrasound;Log Compression", Data::ImageStreamKind,
      [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 2)); },
      [](SharedImageSet& images) { images.add(filled(PixelInt16, 4, 3, 5)); },
@@ -203,6 +207,7 @@ TEST_P(AlgorithmContract, ItsFormReachesItAtOnce) {
 TEST(AlgorithmMenu, ListsTheAlgorithmsInOrder) {
   PluginManager::get().load(PLUGIN_FILE);
   const std::vector<std::string> expected = {
+      "USImgFormation.EnvelopeDetection|Ultrasound;Envelope Detection|0",
       "USImgFormation.LogCompression|Ultrasound;Log Compression|0",
       "USImgFormation.IqDemodulation|Ultrasound;IQ Demodulation|0",
       "USImgFormation.Beamforming|Ultrasound;Beamforming|0",
