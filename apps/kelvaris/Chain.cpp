@@ -49,9 +49,10 @@ std::string describeData(const SharedImageSet& set) {
   return ids.empty() ? text : fmt::format("{}, with {}", text, fmt::join(ids, ", "));
 }
 
+/// What made the image, where its form shows it; pixels in main memory may have come from anywhere.
 std::string executorOf(const SharedImage& image) {
-  if (image.hasForm(ImageForm::Device)) return CUDA::Device::current().name();
-  return image.hasForm(ImageForm::Gl) ? "OpenGL" : "the CPU";
+  if (image.hasForm(ImageForm::Device)) return " on " + CUDA::Device::current().name();
+  return image.hasForm(ImageForm::Gl) ? " on OpenGL" : "";
 }
 
 } // namespace
@@ -148,7 +149,7 @@ std::unique_ptr<SharedImageSet> Chain::compute(Stage& stage, int index) const {
 std::vector<std::string> Chain::report() const {
   std::vector<std::string> lines;
   for (const auto& stage : m_stages)
-    lines.push_back(fmt::format("{}: {} -> {}; {} image{} in {:.3f} s on {}", stage->step.id, stage->inputText,
+    lines.push_back(fmt::format("{}: {} -> {}; {} image{} in {:.3f} s{}", stage->step.id, stage->inputText,
                                 stage->outputText, stage->images, stage->images == 1 ? "" : "s",
                                 std::chrono::duration<double>(stage->time).count(), stage->executor));
   return lines;

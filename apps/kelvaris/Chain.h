@@ -33,7 +33,7 @@ public:
   /// parameters that the algorithm doesn't have, and Canceled.
   void run(SharedImageSet& images, int index);
 
-  /// One line a step: what came out, how long it took, what ran it.
+  /// One line a step: what came out, how long it took, what ran it where that is known.
   std::vector<std::string> report() const;
 
 private:

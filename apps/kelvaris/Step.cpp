@@ -88,15 +88,19 @@ std::size_t editDistance(const std::string& a, const std::string& b) {
   return row.back();
 }
 
-/// " (did you mean "x"?)", or nothing where no candidate is close.
+/// " (did you mean "x"?)", or nothing where no candidate begins with the word or is close to it.
 std::string suggestion(const std::string& word, const std::vector<std::string>& candidates) {
+  const std::string typed = normalized(word);
   const std::string* best = nullptr;
   std::size_t least = std::min(std::max<std::size_t>(word.size() / 3, 2) + 1, word.size());
-  for (const std::string& candidate : candidates)
-    if (const auto distance = editDistance(normalized(word), normalized(candidate)); distance < least) {
+  for (const std::string& candidate : candidates) {
+    const std::string known = normalized(candidate);
+    const bool abbreviated = typed.size() > 2 && known.starts_with(typed);
+    if (const auto distance = abbreviated ? 0 : editDistance(typed, known); distance < least) {
       least = distance;
       best = &candidate;
     }
+  }
   return best ? fmt::format(" (did you mean \"{}\"?)", *best) : "";
 }
 

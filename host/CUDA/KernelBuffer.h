@@ -30,7 +30,7 @@ inline namespace KELVARIS_ARCH {
 /// Address of element (x, y, z) of linear memory: data + (z height + y) rowPitch + x elementStride.
 KELVARIS_KERNEL char* elementAddress(const KernelBuffer& buffer, int x, int y, int z) {
   const std::int64_t row = static_cast<std::int64_t>(z) * buffer.height + y;
-  return static_cast<char*>(buffer.data) + row * buffer.rowPitch + static_cast<std::int64_t>(x) * buffer.elementStride;
+  return static_cast<char*>(buffer.data) + row * buffer.rowPitch + x * buffer.elementStride;
 }
 
 /// Reads element (x, y, z). Linear memory is not checked; outside a surface the result is zero.

@@ -78,7 +78,7 @@ KELVARIS_KERNEL ElementWindow candidates(const ElementSearch& search, Point<F> p
   const F dx = p.x - F(search.origin.x), dy = p.y - F(search.origin.y);
   const F tx = search.direction.x, ty = search.direction.y;
   F guess, halfWidth;
-  auto covered = !isNan(dx); // becomes false where the argument does not hold
+  auto covered = dx <= dx; // becomes false where the argument does not hold
   if (search.model == ElementSearch::Model::Line) {
     guess = (dx * tx + dy * ty) / F(search.spacing);
     guess = select(guess > lowestIndex, guess, lowestIndex);
@@ -107,7 +107,7 @@ KELVARIS_KERNEL ElementWindow candidates(const ElementSearch& search, Point<F> p
   }
   // A NaN position is nearest to no element: it needs no candidates, and takes none from the others.
   const auto nothing = isNan(p.x) || isNan(p.y);
-  covered = covered && !isNan(guess) && halfWidth <= F(1e6f);
+  covered = covered && guess <= guess && halfWidth <= F(1e6f);
   const F from = select(covered, truncate(guess - halfWidth), lowestIndex);
   const F to = select(covered, truncate(guess + halfWidth) + F(1.0f), highestIndex);
   const float lower = lowest(select(nothing, highestIndex + F(1.0f), from));

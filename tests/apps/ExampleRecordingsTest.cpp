@@ -1,14 +1,22 @@
 #include "apps/Program.h"
+#include "support/ErrorOf.h"
+#include "support/PngPicture.h"
 #include "support/TemporaryFolder.h"
+#ifdef KELVARIS_HAVE_GL
+#include "GL/RequireGL.h"
+#endif
 
 #include "Lib/KelvarisFile.h"
 #include "Lib/SampleFile.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
+#include <numbers>
 #include <numeric>
 #include <sstream>
 
@@ -32,8 +40,7 @@ void kelvaris(const std::string& line, const fs::path& folder) {
   ASSERT_EQ(result.status, 0) << line << "\n" << result.error;
 }
 
-/// The commands in the README of an example, run in a copy of its folder. The picture is written as .kvx, not as .png,
-/// so that it can be measured.
+/// A copy of the folder of an example, and commands that a page of the documentation gives for it.
 class Example {
 public:
   explicit Example(const std::string& name) : m_source(fs::path(KELVARIS_EXAMPLES) / "recordings" / name) {
@@ -41,8 +48,9 @@ public:
       if (entry.path().filename() != "acquisition.xml") fs::copy(entry.path(), m_folder.path());
   }
 
-  void runReadme() const {
-    std::istringstream text(readFile(m_source / "README.md"));
+  /// Runs the commands of the page, of which there must be three.
+  void run(const fs::path& page, const std::function<void(std::string&)>& change = {}) const {
+    std::istringstream text(readFile(page));
     bool code = false;
     std::string command;
     int commands = 0;
@@ -56,12 +64,19 @@ public:
       command += continues ? line.substr(0, line.size() - 1) : line;
       if (continues) continue;
       ASSERT_TRUE(command.starts_with("kelvaris ")) << command;
-      if (const auto png = command.find(".png"); png != std::string::npos) command.replace(png, 4, "_picture.kvx");
+      if (change) change(command);
       ASSERT_NO_FATAL_FAILURE(kelvaris(command.substr(9), m_folder.path()));
       ++commands;
       command.clear();
     }
     EXPECT_EQ(commands, 3);
+  }
+
+  /// The picture is written as .kvx, not as .png, so that it can be measured.
+  void runReadme() const {
+    ASSERT_NO_FATAL_FAILURE(run(m_source / "README.md", [](std::string& command) {
+      if (const auto png = command.find(".png"); png != std::string::npos) command.replace(png, 4, "_picture.kvx");
+    }));
     EXPECT_EQ(readFile(m_folder / "acquisition.xml"), readFile(m_source / "acquisition.xml"));
   }
 
@@ -72,11 +87,29 @@ private:
   TemporaryFolder m_folder;
 };
 
+/// From a level of a decibel picture: 0 is invalid, 1 to 255 span the range.
+double amplitudeOf(double level, double dynamicRange) {
+  return level == 0.0 ? 0.0 : std::pow(10.0, ((level - 1.0) / 254.0 - 1.0) * dynamicRange / 20.0);
+}
+
 /// The amplitudes of an image over a linear frame, from IQ samples or from a decibel picture of that range.
 struct Amplitudes {
   int width, height;
   double frameWidth, frameDepth; // mm
+  double depthAtTop = 0.0;       ///< of the upper edge
   std::vector<double> values;
+
+  /// Of a picture in mm.
+  Amplitudes(const PngPicture& picture, double upperEdge, double dynamicRange)
+      : width(picture.width),
+        height(picture.height),
+        frameWidth(1e3 * width / picture.densityX),
+        frameDepth(1e3 * height / picture.densityY),
+        depthAtTop(upperEdge) {
+    for (int j = 0; j < height; ++j)
+      for (int i = 0; i < width; ++i)
+        values.push_back(amplitudeOf(picture.at(i, j), dynamicRange));
+  }
 
   Amplitudes(const fs::path& file, double w, double d, double dynamicRange = 0.0) : frameWidth(w), frameDepth(d) {
     const auto set = KelvarisFile::load(file);
@@ -88,15 +121,21 @@ struct Amplitudes {
         const double first = image->valueAsDouble(i, j, 0, 0);
         if (image->channels() == 2)
           values.push_back(std::hypot(first, image->valueAsDouble(i, j, 0, 1)));
-        else // 0 is invalid, 1 to 255 span the range
-          values.push_back(first == 0.0 ? 0.0 : std::pow(10.0, ((first - 1.0) / 254.0 - 1.0) * dynamicRange / 20.0));
+        else
+          values.push_back(amplitudeOf(first, dynamicRange));
       }
   }
 
   double x(double i) const { return ((i + 0.5) / width - 0.5) * frameWidth; }
-  double z(double j) const { return (j + 0.5) / height * frameDepth; }
+  double z(double j) const { return depthAtTop + (j + 0.5) / height * frameDepth; }
   double at(int i, int j) const {
     return values[static_cast<std::size_t>(j) * static_cast<std::size_t>(width) + static_cast<std::size_t>(i)];
+  }
+
+  /// Of the pixel whose centre is nearest.
+  double near(double placeX, double placeZ) const {
+    return at(static_cast<int>((placeX / frameWidth + 0.5) * width),
+              static_cast<int>((placeZ - depthAtTop) / frameDepth * height));
   }
 
   struct Peak {
@@ -219,6 +258,113 @@ TEST(ExampleRecordings, NotchAndBackWallLieWhereTheyWereMeasured) {
     EXPECT_NEAR(20.0 * std::log10(wall.value / notch.value), decibels, 1.5) << x;
   }
 }
+
+#ifdef KELVARIS_HAVE_GL
+/// A sector with its apex on the array.
+struct Sector {
+  double angle, radius;
+  /// In mm; negative outside.
+  double distanceFromEdge(double x, double z) const {
+    const double r = std::hypot(x, z), t = std::abs(std::atan2(x, z));
+    return std::min(radius - r, r * std::sin(angle - t));
+  }
+};
+
+TEST(ExampleRecordings, ScanConversionPutsNotchAndBackWallInPlace) {
+  KELVARIS_REQUIRE_GL();
+  const Example example("aluminium_notch");
+  const fs::path folder = example.folder().path();
+  kelvaris("acquisition --wave single-element --elements 64 --pitch 0.3 --speed-of-sound 6300 --frequency 5 "
+           "--sampling-frequency 25 --samples 750 --sector 40 --depth 45 --output sector.xml",
+           folder);
+  kelvaris("import contact_notch_aluminium.mat --dataset exp_data.time_data --layout fastTime,traces --pairs "
+           "exp_data.tx,exp_data.rx --offset trace-mean --acquisition sector.xml --output notch.kvx",
+           folder);
+  const std::string beamform = "run notch.kvx --step IqDemodulation --step Beamforming:fNumber=0.1,outputSize=256x360",
+                    logCompress = " --step LogCompression:dynamicRange=40,referenceAmplitude=1150",
+                    scanConvert = " --step ScanConversionUltrafastImaging";
+  kelvaris(beamform + " --output lines.kvx", folder);
+  kelvaris("run lines.kvx" + logCompress + scanConvert + " --output after.png --output after.kvx", folder);
+  kelvaris("run lines.kvx" + scanConvert + logCompress + " --output before.png", folder);
+  kelvaris("run after.kvx --output stored.png", folder);
+  EXPECT_EQ(readFile(folder / "stored.png"), readFile(folder / "after.png"));
+
+  const double spacing = 45.0 / 359.0;
+  const Sector sector{40.0 * std::numbers::pi / 180.0, 45.0};
+  for (const char* name : {"after.png", "before.png"}) {
+    const PngPicture picture = readPng(folder / name);
+    EXPECT_EQ(picture.width, std::ceil(2.0 * 45.0 * std::sin(sector.angle) / spacing)) << name;
+    EXPECT_EQ(picture.height, 359) << name;
+    EXPECT_EQ(picture.densityX, std::lround(1e3 / spacing)) << name;
+    EXPECT_EQ(picture.densityY, picture.densityX) << name;
+    ASSERT_EQ(picture.colorType, PNG_COLOR_TYPE_GRAY_ALPHA) << name;
+
+    const Amplitudes image(picture, 0.0, 40.0);
+    for (int j = 0; j < image.height; ++j)
+      for (int i = 0; i < image.width; ++i)
+        if (const double inside = sector.distanceFromEdge(image.x(i), image.z(j)); std::abs(inside) > spacing) {
+          ASSERT_EQ(picture.at(i, j, 1), inside > 0.0 ? 255 : 0) << name << " at " << i << ", " << j;
+        }
+    // To half a pixel more than in the picture of lines.
+    const double tolerance = 0.15 + 0.5 * spacing;
+    const auto notch = image.peak(4.0, 9.0, 17.0, 22.0);
+    EXPECT_NEAR(notch.x, 6.64, tolerance) << name;
+    EXPECT_NEAR(notch.z, 19.58, tolerance) << name;
+    for (const double x : {-8.0, -4.0, 0.0, 4.0})
+      EXPECT_NEAR(image.peak(x - 0.1, x + 0.1, 38.0, 43.0).z, 40.73, tolerance) << name << " at " << x;
+  }
+
+  // Where there is no OpenGL, an error says so.
+  const ProgramResult without =
+      runKelvaris(words("run lines.kvx" + logCompress + scanConvert + " --output without.png"), folder, [] {
+        setenv("KELVARIS_PLUGIN_PATH", KELVARIS_REAL_PLUGIN, 1);
+        setenv("__EGL_VENDOR_LIBRARY_DIRS", "/nonexistent", 1);
+        setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent/none.json", 1);
+      });
+  EXPECT_EQ(without.status, 1);
+  EXPECT_CONTAINS(without.error, "OpenGL isn't available");
+  EXPECT_FALSE(fs::exists(folder / "without.png"));
+}
+
+TEST(ExampleRecordings, ScanConversionMakesTheDiskRound) {
+  KELVARIS_REQUIRE_GL();
+  const Example example("rotating_disk");
+  ASSERT_NO_FATAL_FAILURE(example.run(fs::path(KELVARIS_EXAMPLES) / "../docs/scan-conversion.md"));
+  const PngPicture picture = readPng(example.folder() / "fan.png"), lines = readPng(example.folder() / "lines.png");
+  EXPECT_FALSE(lines.hasDensity);
+  EXPECT_EQ(std::pair(lines.width, lines.height), std::pair(250, 350));
+  ASSERT_EQ(picture.colorType, PNG_COLOR_TYPE_RGB);
+  EXPECT_EQ(std::vector<int>(picture.samples.begin(), picture.samples.begin() + 3), (std::vector<int>{0, 0, 128}));
+
+  // At the same places, the picture of a linear frame shows the same: of the disk and what is around it.
+  kelvaris("acquisition --wave plane --elements 128 --pitch 0.298 --speed-of-sound 1480 --frequency 5 "
+           "--sampling-frequency 6.666666666666667 --start-time 9.95 --samples 334 --x -12.5:12.5 --depth 35 "
+           "--output linear.xml",
+           example.folder().path());
+  kelvaris("import PWI_disk.mat --dataset RF --layout fastTime,channels,frames --acquisition linear.xml --output "
+           "linear.kvx",
+           example.folder().path());
+  kelvaris("run linear.kvx --images 0 --chain chain.xml --output linear.kvx", example.folder().path());
+  const Amplitudes linear(example.folder() / "linear.kvx", 25.0, 35.0, 30.0);
+  const double behindArray = 20.0 * (1.0 - std::cos(25.0 * std::numbers::pi / 180.0));
+  const Amplitudes fan(picture, -behindArray, 30.0);
+  const auto decibels = [](double amplitude) { return 20.0 * std::log10(std::max(amplitude, 0.03)); };
+  std::vector<double> expected, actual, mirrored, deeper;
+  for (int j = 120; j < 340; ++j)
+    for (int i = 10; i < 240; ++i) {
+      expected.push_back(decibels(linear.at(i, j)));
+      actual.push_back(decibels(fan.near(linear.x(i), linear.z(j))));
+      mirrored.push_back(decibels(fan.near(-linear.x(i), linear.z(j))));
+      deeper.push_back(decibels(fan.near(linear.x(i), linear.z(j) + 0.3)));
+    }
+  const double same = correlation(actual, expected);
+  RecordProperty("correlations",
+                 fmt::format("{} {} {}", same, correlation(mirrored, expected), correlation(deeper, expected)));
+  EXPECT_GT(same, 0.95);
+  EXPECT_LT(correlation(mirrored, expected), 0.75);
+  EXPECT_LT(correlation(deeper, expected), 0.9);
+}
+#endif
 
 } // namespace
 } // namespace Kelvaris::Tests

@@ -87,6 +87,7 @@ TEST(Step, FindsAlgorithmsWithAndWithoutTheFactorysName) {
   for (const char* id : {"Gian", "gain", "Test", "Test.", "Gai", "Nothing"})
     EXPECT_CONTAINS(errorOf([&] { findAlgorithm(id); }), "Gain, Levels, Trouble") << id;
   EXPECT_CONTAINS(errorOf([] { findAlgorithm("levles"); }), "did you mean \"Levels\"?");
+  EXPECT_CONTAINS(errorOf([] { findAlgorithm("troub"); }), "did you mean \"Trouble\"?");
   EXPECT_EQ(errorOf([] { findAlgorithm("Zzzzzz"); }).find("did you mean"), std::string::npos);
 }
 
