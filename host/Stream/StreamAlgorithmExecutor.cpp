@@ -4,6 +4,7 @@
 #include "Lib/FactoryRegistry.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace Kelvaris {
@@ -106,13 +107,16 @@ void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& da
     if (!m_processor && !m_name.empty()) instantiateAlgorithm(images);
     if (!m_processor) return;
     const int count = mode == EveryImage ? images.size() : 1;
-    for (int i = 0; i < count; ++i) {
-      const auto [image, components] =
-          m_processor->processImage(images.get(i), images.elementwiseComponents().components(i));
-      if (!image) continue;
-      results->elementwiseComponents().add(components, results->size());
-      results->add(image, images.timestamp(i));
-    }
+    for (int i = 0; i < count; ++i)
+      try {
+        const auto [image, components] =
+            m_processor->processImage(images.get(i), images.elementwiseComponents().components(i));
+        if (!image) continue;
+        results->elementwiseComponents().add(components, results->size());
+        results->add(image, images.timestamp(i));
+      } catch (const std::exception& error) { // for want of memory or of a device; the stream must not see it
+        Log::error(kCategory, "An image of the stream \"{}\" is dropped: {}", m_input.name(), error.what());
+      }
   }
   if (results->size() == 0 || !stream()) return;
   results->setModality(images.modality());

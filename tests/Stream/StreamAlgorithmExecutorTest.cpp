@@ -14,7 +14,7 @@
 namespace Kelvaris {
 namespace {
 
-/// Hands images through; refuses those that are 2 pixels wide.
+/// Hands images through; refuses those that are 2 pixels wide, fails on those of 9.
 class PassOn : public Algorithm, public SequentialImageProcessor {
 public:
   static bool createCompatible(const DataList& data, Algorithm** a) {
@@ -27,6 +27,7 @@ public:
   std::pair<std::shared_ptr<SharedImage>, DataComponentList>
   processImage(const SharedImage& image, const DataComponentList& components) const override {
     if (image.descriptor().width() == 2) return {};
+    if (image.descriptor().width() == 9) throw std::runtime_error("no device memory");
     return {image.clone(1), components};
   }
 };
@@ -103,6 +104,18 @@ TEST_F(StreamAlgorithmExecutorTest, WorksOnEveryImageOrTheFirst) {
   EXPECT_EQ(received[1]->images()->modality(), Data::Ultrasound);
   EXPECT_EQ(received[1]->timestampArrival(), 5.0);
   EXPECT_EQ(received[1]->timestampDevice(), 4.0);
+}
+
+TEST_F(StreamAlgorithmExecutorTest, AnExceptionDropsItsImageAndNoOther) {
+  StreamAlgorithmExecutor executor(input, std::make_unique<PassOn>());
+  executor.mode = StreamAlgorithmExecutor::EveryImage;
+  listenTo(executor);
+  Tests::ExpectedLog log;
+  EXPECT_NO_THROW(emit({1, 9, 3}));
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(received[0]->images()->timestamp(1), 103.0);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 StreamAlgorithmExecutor: An image of the stream \"probe\" is "
+                                                     "dropped: no device memory"});
 }
 
 TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {
