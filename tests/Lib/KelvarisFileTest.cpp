@@ -7,6 +7,7 @@
 #include "Lib/MaskFactory.h"
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
+#include "support/Images.h"
 #include "support/IntensityMaskOf.h"
 #include "support/TemporaryFolder.h"
 
@@ -15,10 +16,8 @@
 #include <climits>
 #include <cmath>
 #include <csignal>
-#include <cstring>
 #include <functional>
 #include <limits>
-#include <random>
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -33,13 +32,8 @@ using Tests::readFile;
 using Tests::TemporaryFolder;
 using Tests::writeFile;
 
-/// An image whose bytes are random, so every bit pattern of the type occurs, NaN with payload included.
 std::shared_ptr<SharedImage> randomImage(const ImageDescriptor& descriptor, unsigned seed = 1) {
-  std::shared_ptr<MemImage> pixels = MemImage::create(descriptor);
-  std::mt19937 random(seed);
-  for (std::size_t i = 0; i < pixels->byteSize(); ++i)
-    static_cast<unsigned char*>(pixels->data())[i] = static_cast<unsigned char>(random());
-  return std::make_shared<SharedImage>(pixels);
+  return std::make_shared<SharedImage>(Tests::randomBytes(descriptor, seed));
 }
 
 /// A component that is registered, unlike those the files otherwise carry.
@@ -77,7 +71,7 @@ TEST_P(PixelTypes, RoundTripBitForBit) {
     ASSERT_EQ(loaded->size(), 1);
     const auto original = set.get(0).mem(), copy = loaded->get(0).mem();
     ASSERT_TRUE(copy->descriptor().isApprox(original->descriptor())) << copy->descriptor().toString();
-    EXPECT_EQ(std::memcmp(copy->data(), original->data(), original->byteSize()), 0) << copy->descriptor().toString();
+    EXPECT_TRUE(Tests::sameBytes(*copy, *original)) << copy->descriptor().toString();
   }
 }
 

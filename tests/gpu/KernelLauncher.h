@@ -13,8 +13,7 @@ namespace Kelvaris::Tests {
 template <typename T> void quantise(BeamformingScene& scene);
 
 /// Runs the beamforming kernel on the scene's data, in the order of the scene's axes and on the current executor; on
-/// the CPU with the given instruction set. Pixels that the kernel does not write hold 77 in each component. The search
-/// model is fitted to the elements unless `plainScan`.
+/// the CPU with the given instruction set. Pixels that the kernel does not write hold 77 in each component.
 template <typename T>
 std::vector<T> runKernel(const BeamformingScene& scene, CUDA::CpuVariant variant,
                          const std::function<void(US::GPU::BeamformingArguments&)>& change = {});

@@ -1,10 +1,7 @@
 #include "model/FrameAcquisition.h"
 
-#include "US/FrameGeometryConvex.h"
-#include "US/FrameGeometryConvexSteered.h"
-#include "US/FrameGeometryLinear.h"
 #include "US/FrameGeometryMetadata.h"
-#include "US/FrameGeometrySector.h"
+#include "US/GeometryCases.h"
 #include "US/UltrasoundMetadata.h"
 #include "model/FrameCases.h"
 #include "support/ErrorOf.h"
@@ -22,7 +19,7 @@ namespace {
 
 using Eigen::Vector2d;
 using Eigen::Vector3d;
-using namespace Tests;
+using namespace Kelvaris::Tests;
 
 constexpr double kPi = std::numbers::pi;
 
@@ -126,21 +123,12 @@ TEST(Frame, SettingTheSamplingFrequencyChangesNothingElse) {
 TEST(Frame, GeometryAndMetadataFollowTheScan) {
   const double range = kPi / 6, width = 127 * 0.3, sectorRadius = 0.5 * width / std::tan(range / 2);
   const double opening = 0.5 * 127 * 0.4 / 50.0 * 180 / kPi;
+  const auto sector = US::Tests::sectorCase(15, sectorRadius, sectorRadius + 20, 1).geometry;
+  const auto convex = US::Tests::convexCase(opening, 50, 20).geometry;
+  const auto steered = US::Tests::steeredCase(opening * 16 / 15, 50, 18, 20).geometry;
   const auto linear = [](double w, double steering, double depth) {
-    auto g = std::make_unique<FrameGeometryLinear>();
-    g->setWidth(w);
-    g->setSteeringAngle(steering);
-    g->setDepth(depth);
-    return FrameGeometryMetadata(std::move(g));
+    return US::Tests::linearCase(w, steering, depth).geometry;
   };
-  const auto fan = [](auto g, double openingAngle, double radius) {
-    g.setOpeningAngle(openingAngle);
-    g.setShortRadius(radius);
-    g.setDepth(20.0);
-    return g;
-  };
-  FrameGeometryConvexSteered steered = fan(FrameGeometryConvexSteered(), opening * 16 / 15, 50.0);
-  steered.setSteeringAngle(18.0);
   const auto tilt = [](auto& p) { p.focused.steeringAngle = kPi / 10; };
   const auto oneBeam = [](auto& p) { p.focused.numberFocusedBeamsTotal = 1; };
   const auto narrow = [](auto& p) { p.planeWave.planeAngleRange = p.divergingWave.steeringAngleRange = 0.03; };
@@ -149,29 +137,25 @@ TEST(Frame, GeometryAndMetadataFollowTheScan) {
     const char* name;
     Transducer transducer;
     FrameParameters parameters;
-    FrameGeometryMetadata geometry;
+    std::shared_ptr<FrameGeometry> geometry;
     int columns;
     double focalDepth;
   } cases[] = {
       {"beams", kLinearArray, changed(0, same), linear(width * 16 / 15, 0, 20), 16, 40},
       {"steered beams", kLinearArray, changed(0, tilt), linear(width * 16 / 15, 18, 20 * std::cos(kPi / 10)), 16, 40},
       {"one beam", kLinearArray, changed(0, oneBeam), linear(1, 0, 20), 1, 40},
-      {"beams, convex", kConvexArray, changed(0, tilt), FrameGeometryMetadata(steered), 16, 40},
-      {"planes", kLinearArray, changed(1, same), FrameGeometryMetadata(fan(FrameGeometrySector(), 15, sectorRadius)),
-       255, 0},
+      {"beams, convex", kConvexArray, changed(0, tilt), steered, 16, 40},
+      {"planes", kLinearArray, changed(1, same), sector, 255, 0},
       {"nearly parallel planes", kLinearArray, changed(1, narrow), linear(width, 0, 20), 255, 0},
-      {"planes, convex", kConvexArray, changed(1, same), FrameGeometryMetadata(fan(FrameGeometryConvex(), opening, 50)),
-       255, 0},
-      {"diverging", kLinearArray, changed(2, same), FrameGeometryMetadata(fan(FrameGeometrySector(), 15, sectorRadius)),
-       255, 0},
+      {"planes, convex", kConvexArray, changed(1, same), convex, 255, 0},
+      {"diverging", kLinearArray, changed(2, same), sector, 255, 0},
       {"diverging, narrow", kLinearArray, changed(2, narrow), linear(width, 0, 20), 255, 0},
-      {"diverging, convex", kConvexArray, changed(2, same),
-       FrameGeometryMetadata(fan(FrameGeometryConvex(), opening, 50)), 255, 0}};
+      {"diverging, convex", kConvexArray, changed(2, same), convex, 255, 0}};
   for (const auto& c : cases) {
     const FrameAcquisition frame(c.transducer, c.parameters);
     ASSERT_NE(frame.frameGeometry().frameGeometry(), nullptr);
     // The arc's curve is sampled from a spline: some 1e-5 mm.
-    EXPECT_TRUE(frame.frameGeometry().frameGeometry()->isApprox(*c.geometry.frameGeometry(), 1e-4)) << c.name;
+    EXPECT_TRUE(frame.frameGeometry().frameGeometry()->isApprox(*c.geometry, 1e-4)) << c.name;
     UltrasoundMetadata expected;
     expected.scanMode = 6;
     expected.persistence = 0;

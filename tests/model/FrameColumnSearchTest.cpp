@@ -1,37 +1,16 @@
 #include "model/FrameColumnSearch.h"
 
-#include "US/FrameGeometryConvex.h"
-#include "US/FrameGeometryLinear.h"
-#include "US/FrameGeometrySector.h"
+#include "US/GeometryCases.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
 #include <random>
 
 namespace Kelvaris::US {
 namespace {
 
 using Eigen::Vector2d;
-
-std::vector<std::unique_ptr<FrameGeometry>> geometries() {
-  auto linear = std::make_unique<FrameGeometryLinear>();
-  linear->setWidth(40.0);
-  auto sector = std::make_unique<FrameGeometrySector>();
-  sector->setOpeningAngle(35.0);
-  sector->setShortRadius(20.0);
-  auto convex = std::make_unique<FrameGeometryConvex>();
-  convex->setOpeningAngle(40.0);
-  convex->setShortRadius(60.0);
-  std::vector<std::unique_ptr<FrameGeometry>> all;
-  all.push_back(std::move(linear));
-  all.push_back(std::move(sector));
-  all.push_back(std::move(convex));
-  for (const auto& geometry : all)
-    geometry->setDepth(50.0);
-  return all;
-}
 
 /// Regions of all kinds around the frame: made from any corners (dented, crossed, left or right), from corners that
 /// lie on samples, flattened to lines and points, far away or undefined.
@@ -60,7 +39,8 @@ std::vector<Vector2d> corners(int kind, const FrameGeometry& geometry, std::mt19
 TEST(FrameColumnSearch, FindsWhatTryingEveryRowFinds) {
   std::mt19937 random(11);
   int hits = 0;
-  for (const auto& geometry : geometries())
+  for (const auto& geometry : {Tests::linearCase(40, 0, 50).geometry, Tests::sectorCase(35, 20, 70, 1).geometry,
+                               Tests::convexCase(40, 60, 50).geometry})
     for (const int numRows : {0, 1, 2, 65})
       for (int trial = 0; trial < 800; ++trial) {
         const Geometry::Polygon2D region(corners(trial % 8, *geometry, random));
