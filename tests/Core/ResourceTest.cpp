@@ -55,6 +55,8 @@ TEST(Resource, IsGoneWithItsRepository) {
     EXPECT_TRUE(Resource::query("Passing/a"));
   }
   EXPECT_FALSE(Resource::query("Passing/a"));
+  Resource::addRepository(nullptr);
+  Resource::removeRepository(nullptr);
 }
 
 TEST(Resource, QueriesRunWhileRepositoriesComeAndGo) {

@@ -96,6 +96,7 @@ TEST(Transducer, BadPropertiesAreLoggedAndChangeNothing) {
     std::string message;
   } cases[] = {
       {nullptr, "64", "0.3", nullptr, incomplete},
+      {"linear", nullptr, "0.3", nullptr, incomplete},
       {"linear", "64", nullptr, nullptr, incomplete},
       {"round", "1", "0.3", nullptr,
        "4 Transducer: Number of elements 1 is too low, at least 2 elements are required."},

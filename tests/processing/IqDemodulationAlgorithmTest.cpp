@@ -195,7 +195,8 @@ TEST_F(IqDemodulationAlgorithmTest, RefusesWhatItCannotDemodulate) {
     DataComponentList components;
   } cases[] = {{scaled, 1.0, 1.0, "", "", components},
                {scaled, 0.0, 2.0, "", "", components},
-               {scaled, nan, nan, "", "", components},
+               {scaled, nan, 1.0, "", "", components},
+               {scaled, 0.0, nan, "", "", components},
                {unset, 0.0, 1.0, "20", "", none},
                {unset, 0.0, 1.0, "", "5", none},
                {absurd + "0 and 4000000", 0.0, 1.0, "0", "", components},
