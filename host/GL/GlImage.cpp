@@ -107,6 +107,10 @@ GlImage::~GlImage() {
 }
 
 void GlImage::upload(const MemImage& image) {
+  if (image.descriptor().pixelType() != m_descriptor.pixelType() || image.channels() != m_descriptor.channels() ||
+      image.descriptor().dimensions() != m_descriptor.dimensions())
+    throw std::invalid_argument(fmt::format("An image of {} doesn't fit into a texture of {}",
+                                            image.descriptor().toString(), m_descriptor.toString()));
   const GL::ContextManager::ActivationGuard guard;
   const auto transfer = [&](GLenum type, const void* data) {
     const GLenum format = transferFormat(m_descriptor);

@@ -31,6 +31,9 @@ public:
 
   ImageForm imageForm() const override { return form; }
   std::unique_ptr<MemImage> download() const override;
+  /// Replaces the content. Throws std::invalid_argument for an image of another pixel type, size or number of channels,
+  /// and GL::Error.
+  void upload(const MemImage& image);
 
   /// OpenGL's name of the texture.
   unsigned texture() const { return m_texture; }
@@ -38,8 +41,6 @@ public:
   unsigned internalFormat() const { return m_internalFormat; }
 
 private:
-  void upload(const MemImage& image);
-
   unsigned m_texture = 0;
   unsigned m_internalFormat = 0;
 };

@@ -17,6 +17,11 @@ std::shared_ptr<MemImage> SharedImage::mem() const {
   return memLocked();
 }
 
+std::shared_ptr<MemImage> SharedImage::temporaryMem() const {
+  const std::scoped_lock lock(m_mutex);
+  return temporaryMemLocked();
+}
+
 std::shared_ptr<MemImage> SharedImage::memLocked() const {
   auto& mem = m_forms[static_cast<std::size_t>(ImageForm::Mem)];
   if (!mem) mem = temporaryMemLocked();

@@ -27,6 +27,8 @@ public:
   /// The image in main memory (always a TypedImage), read back from another form if need be.
   /// Throws std::runtime_error if there are no pixels or they can't be read back.
   std::shared_ptr<MemImage> mem() const;
+  /// The same, but an image that has to be read back for it doesn't stay as a form.
+  std::shared_ptr<MemImage> temporaryMem() const;
 
   /// The image as a T (CUDA::DeviceBufferImage, GlImage), made from main memory if need be. Throws like mem() and T's
   /// constructor.
@@ -35,12 +37,6 @@ public:
     std::shared_ptr<Image>& held = m_forms[static_cast<std::size_t>(T::form)];
     if (!held) held = std::make_shared<T>(*memLocked());
     return std::static_pointer_cast<T>(held);
-  }
-  /// The same, but what has to be made for it doesn't stay with the image.
-  template <typename T> std::shared_ptr<T> temporaryCustom() const {
-    const std::scoped_lock lock(m_mutex);
-    if (const auto& held = m_forms[static_cast<std::size_t>(T::form)]) return std::static_pointer_cast<T>(held);
-    return std::make_shared<T>(*temporaryMemLocked());
   }
   bool hasForm(ImageForm form) const;
 

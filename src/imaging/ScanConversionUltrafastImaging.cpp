@@ -138,6 +138,23 @@ bool canConvert(const ImageDescriptor& input, const ImageDescriptor& output) {
   return true;
 }
 
+/// Brings the image into `texture`: the image's own if it has one, else the present one or, if that is another kind's,
+/// a new one. (A new one for each image would leave holes in the heap, where a driver on the processor has them.)
+void bringToTexture(const SharedImage& image, std::shared_ptr<GlImage>& texture) {
+  if (image.hasForm(ImageForm::Gl)) {
+    texture = image.sharedCustom<GlImage>();
+    return;
+  }
+  const auto pixels = image.temporaryMem();
+  const auto isLike = [](const ImageDescriptor& a, const ImageDescriptor& b) {
+    return a.pixelType() == b.pixelType() && a.dimensions() == b.dimensions() && a.channels() == b.channels();
+  };
+  if (texture && texture.use_count() == 1 && isLike(texture->descriptor(), pixels->descriptor()))
+    texture->upload(*pixels);
+  else
+    texture = std::make_shared<GlImage>(*pixels);
+}
+
 /// Keeps the program in use while it lives. A context must be current.
 class EnabledProgram {
 public:
@@ -232,6 +249,7 @@ std::shared_ptr<Mask> ScanConversionUltrafastImaging::createOutputMask(const Sha
 bool ScanConversionUltrafastImaging::attachMask(std::shared_ptr<const Mask> mask) const {
   const auto fail = [&](const char* message) {
     Log::error(kCategory, "{}", message);
+    m_program->removeAbstractIncludeDefinition("mask");
     m_program->disable();
     return false;
   };
@@ -276,15 +294,14 @@ bool ScanConversionUltrafastImaging::withProgram(const Conversion& conversion,
   }
 }
 
-/// The program must be in use. Null with a logged error if the image isn't like the one of the conversion.
-std::shared_ptr<GlImage> ScanConversionUltrafastImaging::convert(const SharedImage& image,
-                                                                 const Conversion& conversion) const {
-  const ImageDescriptor& descriptor = conversion.geometry->imgDesc();
-  if (!canConvert(image.descriptor(), descriptor)) return nullptr;
-  auto output = std::make_shared<GlImage>(descriptor);
-  if (!attachMask(image.mask())) return nullptr;
+/// Fills a texture of the conversion's imgDesc(). The program must be in use. False, with a logged error, if the image
+/// isn't like the one that the conversion was made for.
+bool ScanConversionUltrafastImaging::convert(const SharedImage& image, const Conversion& conversion,
+                                             std::shared_ptr<GlImage>& texture, const GlImage& output) const {
+  const ImageDescriptor& descriptor = output.descriptor();
+  if (!canConvert(image.descriptor(), descriptor) || !attachMask(image.mask())) return false;
   conversion.transform->setArguments(*m_program, "transform");
-  const auto texture = image.temporaryCustom<GlImage>();
+  bringToTexture(image, texture);
   const int pixelType = descriptor.pixelType();
   const float maskValue = outputMaskValue(pixelType);
   m_program->bindTexture("u_prescanInput", *texture);
@@ -294,8 +311,8 @@ std::shared_ptr<GlImage> ScanConversionUltrafastImaging::convert(const SharedIma
   m_program->setUniform("u_besideMaskValue", image.mask() ? besideMaskValue(pixelType) : maskValue);
   m_program->setUniform("u_roundsToIntegers", isFloatingPoint(pixelType) ? 0 : 1);
   m_program->setUniform("u_channels", descriptor.channels());
-  m_program->compute(*output);
-  return output;
+  m_program->compute(output);
+  return true;
 }
 
 std::pair<std::shared_ptr<SharedImage>, DataComponentList>
@@ -306,7 +323,12 @@ ScanConversionUltrafastImaging::processImage(const SharedImage& image, const Dat
   const auto conversion = Conversion::create(*this, image, *geometry, *metadata);
   if (!conversion) return {};
   std::shared_ptr<GlImage> pixels;
-  if (!withProgram(*conversion, [&] { return (pixels = convert(image, *conversion)) != nullptr; })) return {};
+  const auto convertOne = [&] {
+    std::shared_ptr<GlImage> texture;
+    pixels = std::make_shared<GlImage>(conversion->geometry->imgDesc());
+    return convert(image, *conversion, texture, *pixels);
+  };
+  if (!withProgram(*conversion, convertOne)) return {};
 
   DataComponentList updated = components;
   updated.add<UltrasoundMetadata>(*conversion->metadata);
@@ -333,11 +355,12 @@ void ScanConversionUltrafastImaging::compute() {
 
   std::unique_ptr<SharedImageSet> output = m_input->clone(1);
   const auto convertAll = [&] {
+    std::shared_ptr<GlImage> texture;
+    const GlImage pixels(conversion->geometry->imgDesc());
     for (int i = 0; i < m_input->size(); ++i) {
       const SharedImage& image = m_input->get(i);
-      const auto pixels = convert(image, *conversion);
-      if (!pixels) return false;
-      output->add(conversion->wrap(pixels->download(), image), m_input->timestamp(i));
+      if (!convert(image, *conversion, texture, pixels)) return false;
+      output->add(conversion->wrap(pixels.download(), image), m_input->timestamp(i));
       output->elementwiseComponents().add(m_input->elementwiseComponents().components(i), i);
     }
     return true;

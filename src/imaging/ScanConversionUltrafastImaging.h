@@ -62,7 +62,8 @@ public:
 private:
   struct Conversion;
   bool withProgram(const Conversion& conversion, const std::function<bool()>& work) const;
-  std::shared_ptr<GlImage> convert(const SharedImage& image, const Conversion& conversion) const;
+  bool convert(const SharedImage& image, const Conversion& conversion, std::shared_ptr<GlImage>& texture,
+               const GlImage& output) const;
 
   const SharedImageSet* m_input;
   std::unique_ptr<SharedImageSet> m_output;

@@ -1,20 +1,10 @@
-#include "imaging/ScanConversionUltrafastImaging.h"
+#include "imaging/ScanConversionCases.h"
 
-#include "Core/Resource.h"
-#include "GL/AbstractInclude.h"
-#include "GL/ContextManager.h"
 #include "GL/RequireGL.h"
 #include "Lib/IntensityMask.h"
-#include "Stream/ImageStream.h"
-#include "Stream/StreamAlgorithmExecutor.h"
 #include "US/FanMask.h"
-#include "US/FrameGeometryMetadata.h"
 #include "US/GeometryCases.h"
-#include "US/UltrasoundMetadata.h"
-#include "US/UltrasoundSweep.h"
-#include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
 #include "reference/ScanConversion.h"
-#include "support/ExpectedLog.h"
 #include "support/IntensityMaskOf.h"
 
 #include <gtest/gtest.h>
@@ -27,75 +17,23 @@
 namespace Kelvaris::US {
 namespace {
 
-using Kelvaris::Tests::ExpectedLog;
+using namespace Tests;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-std::vector<Tests::GeometryCase> frames() {
-  return {Tests::linearCase(38.1, 0, 40),      Tests::linearCase(38.1, 15, 40),   Tests::convexCase(28.5, 60, 120),
-          Tests::convexCase(100, 10, 30),      Tests::convexCase(44, 0, 100),     Tests::steeredCase(28.5, 60, 20, 120),
-          Tests::steeredCase(60, 10, -35, 50), Tests::sectorCase(45, 10, 150, 1), Tests::sectorCase(45, 10, 150, 0),
-          Tests::sectorCase(60, 20, 100, 0.3)};
-}
-
-std::shared_ptr<SharedImage> share(std::shared_ptr<MemImage> pixels) {
-  auto image = std::make_shared<SharedImage>(std::move(pixels));
-  image->setModality(Data::Ultrasound);
-  return image;
-}
-
-/// Spacing like that of beamformed images: lines across, mm along.
-ImageDescriptor prescanDescriptor(int pixelType, int width, int height, double depth, int slices = 1,
-                                  int channels = 1) {
-  ImageDescriptor descriptor(pixelType, width, height, slices, channels);
-  descriptor.setSpacing({1.0, depth / (height - 1), 1.0});
-  return descriptor;
-}
-
-DataComponentList componentsOf(const FrameGeometry& geometry, bool scanConverted = false) {
-  DataComponentList components;
-  components.add<FrameGeometryMetadata>(geometry);
-  components.add<UltrasoundMetadata>().scanConverted = scanConverted;
-  return components;
-}
-
-const FrameGeometry& geometryOf(const DataComponentList& components) {
-  return *components.get<FrameGeometryMetadata>()->frameGeometry();
-}
-
-/// Every sample by `value(column, row, slice, channel)`.
-template <typename F> std::shared_ptr<MemImage> filled(const ImageDescriptor& descriptor, F&& value) {
-  std::shared_ptr<MemImage> image = MemImage::create(descriptor);
-  dispatchPixelType(descriptor.pixelType(), [&]<typename T>() {
-    auto* sample = static_cast<T*>(image->data());
-    for (int z = 0; z < descriptor.slices(); ++z)
-      for (int y = 0; y < descriptor.height(); ++y)
-        for (int x = 0; x < descriptor.width(); ++x)
-          for (int c = 0; c < descriptor.channels(); ++c)
-            *sample++ = static_cast<T>(value(x, y, z, c));
-  });
-  return image;
+std::vector<GeometryCase> frames() {
+  return {linearCase(38.1, 0, 40),      linearCase(38.1, 15, 40),   convexCase(28.5, 60, 120),
+          convexCase(100, 10, 30),      convexCase(44, 0, 100),     steeredCase(28.5, 60, 20, 120),
+          steeredCase(60, 10, -35, 50), sectorCase(45, 10, 150, 1), sectorCase(45, 10, 150, 0),
+          sectorCase(60, 20, 100, 0.3)};
 }
 
 /// Where the centre of a pixel of the output lies, in mm: around the centre of the frame's box, row 0 at the top.
-Eigen::Vector2d pixelInFrame(const ImageDescriptor& output, const Tests::FramePosition& position, double x, double y) {
-  const auto [min, max] = Tests::frameBox(position);
+Eigen::Vector2d pixelInFrame(const ImageDescriptor& output, const FramePosition& position, double x, double y) {
+  const auto [min, max] = frameBox(position);
   const double s = output.spacing().x();
   return 0.5 * (min + max) +
          Eigen::Vector2d((x + 0.5 - 0.5 * output.width()) * s, (y + 0.5 - 0.5 * output.height()) * s);
 }
-
-class ScanConversion : public testing::Test {
-protected:
-  ScanConversion() { Resource::addRepository(&m_repository); }
-
-  static std::pair<std::shared_ptr<SharedImage>, DataComponentList> convert(const SharedImage& image,
-                                                                            const FrameGeometry& geometry) {
-    return ScanConversionUltrafastImaging(nullptr).processImage(image, componentsOf(geometry));
-  }
-
-private:
-  Repository_KelvarisUSImgFormationPlugin m_repository;
-};
 
 /// How an output differs from the reference.
 struct Comparison {
@@ -107,10 +45,10 @@ struct Comparison {
 
 /// `isValid` tells which pre-scan pixels are valid, `isMasked` which output pixels aren't, `stored` what a value
 /// becomes in the output. Pixels where a rounding decides are left out.
-Comparison compare(const MemImage& prescan, const MemImage& output, const Tests::FramePosition& position,
+Comparison compare(const MemImage& prescan, const MemImage& output, const FramePosition& position,
                    const std::function<bool(int, int)>& isValid, const std::function<bool(int, int, int)>& isMasked,
                    const std::function<std::optional<double>(double)>& stored, bool masked) {
-  const Tests::FrameInverse inverse(position);
+  const FrameInverse inverse(position);
   const Eigen::Vector2d first = pixelInFrame(output.descriptor(), position, 0, 0);
   const double s = output.descriptor().spacing().x();
   const int width = output.width(), height = output.height();
@@ -122,8 +60,8 @@ Comparison compare(const MemImage& prescan, const MemImage& output, const Tests:
       auto& point = uv[at(x, y)];
       point = inverse(first + s * Eigen::Vector2d(x, y));
       if (point && !((point->array() >= 0).all() && (point->array() <= 1).all())) point.reset();
-      undecided[at(x, y)] = point && masked && Tests::isBetweenPixels(prescan, *point, 1e-3);
-      valid[at(x, y)] = point && Tests::sampleBilinear(prescan, *point, 0, 0, isValid).has_value();
+      undecided[at(x, y)] = point && masked && isBetweenPixels(prescan, *point, 1e-3);
+      valid[at(x, y)] = point && sampleBilinear(prescan, *point, 0, 0, isValid).has_value();
     }
   Comparison result;
   for (int z = 0; z < output.slices(); ++z)
@@ -140,7 +78,7 @@ Comparison compare(const MemImage& prescan, const MemImage& output, const Tests:
           result.farFromBorder += !border;
         } else if (expected) {
           for (int c = 0; c < output.channels(); ++c) {
-            const auto value = stored(*Tests::sampleBilinear(prescan, *uv[at(x, y)], z, c, isValid));
+            const auto value = stored(*sampleBilinear(prescan, *uv[at(x, y)], z, c, isValid));
             if (!value) continue;
             ++result.pixels;
             result.largestError = std::max(result.largestError, std::abs(output.valueAsDouble(x, y, z, c) - *value));
@@ -150,7 +88,7 @@ Comparison compare(const MemImage& prescan, const MemImage& output, const Tests:
   return result;
 }
 
-class ScanConversionOf : public ScanConversion, public testing::WithParamInterface<Tests::GeometryCase> {};
+class ScanConversionOf : public ScanConversion, public testing::WithParamInterface<GeometryCase> {};
 
 INSTANTIATE_TEST_SUITE_P(Frames, ScanConversionOf, testing::ValuesIn(frames()),
                          [](const auto& test) { return test.param.geometry->type() + std::to_string(test.index); });
@@ -168,7 +106,7 @@ TEST_P(ScanConversionOf, IsBilinearInsideTheFrameAndNaNOutside) {
   EXPECT_EQ(image->modality(), Data::Ultrasound);
 
   const ImageDescriptor& d = image->descriptor();
-  const auto [min, max] = Tests::frameBox(GetParam().position);
+  const auto [min, max] = frameBox(GetParam().position);
   const double s = geometry.depth() / 89;
   EXPECT_NEAR(d.width(), std::ceil((max.x() - min.x()) / s), 1);
   EXPECT_NEAR(d.height(), std::ceil((max.y() - min.y()) / s), 1);
@@ -206,7 +144,7 @@ TEST_P(ScanConversionOf, IsBilinearInsideTheFrameAndNaNOutside) {
 
 TEST_P(ScanConversionOf, PutsATargetWhereItIs) {
   KELVARIS_REQUIRE_GL();
-  const Tests::GeometryCase& c = GetParam();
+  const GeometryCase& c = GetParam();
   // Off the middle both ways, so that nothing mirrored or turned over passes.
   const Eigen::Vector2d target = c.position(0.71, 0.37);
   const int width = 200, height = 300;
@@ -266,7 +204,7 @@ INSTANTIATE_TEST_SUITE_P(Types, ScanConversionTypes, testing::ValuesIn(kTypes),
 TEST_P(ScanConversionTypes, AreRoundedAndMaskedAsTold) {
   KELVARIS_REQUIRE_GL();
   const TypeCase& type = GetParam();
-  const auto c = Tests::sectorCase(40, 10, 50, 0.5);
+  const auto c = sectorCase(40, 10, 50, 0.5);
   const bool isFloat = type.pixelType == PixelFloat || type.pixelType == PixelDouble || type.pixelType == PixelHalf;
   struct Shape {
     int channels, slices;
@@ -330,6 +268,52 @@ TEST_P(ScanConversionTypes, AreRoundedAndMaskedAsTold) {
     EXPECT_EQ(result.farFromBorder, 0);
     EXPECT_LT(result.differentlyMasked, 5);
     EXPECT_LT(wrongOutside, 5) << "the mask's value stands in all channels";
+  }
+}
+
+/// The mean of four pre-scan pixels: one output pixel in the middle of them.
+TEST_F(ScanConversion, RoundsHalvesAwayFromZeroAndLeavesOutInvalidPixels) {
+  KELVARIS_REQUIRE_GL();
+  const struct {
+    const char* what;
+    int pixelType;
+    std::vector<double> pixels; ///< left and right of row 0, then of row 1, which is the nearest of all
+    std::optional<double> mask;
+    double expected;
+  } cases[] = {
+      {"up", PixelInt16, {0, 1, 1, 0}, {}, 1},
+      {"down", PixelInt16, {0, -1, -1, 0}, {}, -1},
+      {"no tie to even", PixelUInt8, {2, 3, 2, 3}, {}, 3},
+      {"below a half", PixelInt8, {-2, -3, -2, -2}, {}, -2},
+      {"last odd number of 24 bits", PixelInt32, {16777215, 16777215, 16777215, 16777215}, {}, 16777215},
+      {"no rounding of floats", PixelFloat, {1, 2, 3, 4}, {}, 2.5},
+      {"three valid", PixelUInt8, {7, 3, 6, 9}, 7, 6},
+      {"nearest valid", PixelUInt8, {7, 7, 7, 9}, 7, 9},
+      {"nearest invalid", PixelUInt8, {3, 6, 9, 7}, 7, 0},
+      {"a valid 0 beside the mask's", PixelUInt8, {0, 0, 255, 0}, 255, 1},
+      {"rounded to the mask's", PixelInt8, {0, -1, 0, 0}, 100, 1},
+      {"a valid 0 under a fan", PixelUInt8, {0, 0, 0, 0}, {}, 0},
+      {"NaN takes no part", PixelFloat, {kNaN, 2, 3, 4}, kNaN, 3},
+      {"a masked number becomes NaN", PixelFloat, {1, 2, 3, -1}, -1, kNaN},
+  };
+  FrameGeometryLinear geometry;
+  geometry.setWidth(2.0);
+  geometry.setDepth(2.0);
+  geometry.setOffset({0.0, -1.0, 0.0});
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    geometry.setImgDesc(ImageDescriptor(c.pixelType, 1, 1));
+    const auto input = share(filled(ImageDescriptor(c.pixelType, 2, 2), [&](int x, int y, int, int) {
+      return c.pixels[static_cast<std::size_t>(2 * y + x)];
+    }));
+    if (c.mask) input->setMask(std::make_shared<IntensityMask>(c.pixelType, *c.mask));
+    const auto [image, components] = convert(*input, geometry);
+    ASSERT_NE(image, nullptr);
+    const double value = image->mem()->valueAsDouble(0, 0, 0, 0);
+    if (std::isnan(c.expected))
+      EXPECT_TRUE(std::isnan(value)) << value;
+    else
+      EXPECT_EQ(value, c.expected);
   }
 }
 

@@ -1,0 +1,423 @@
+// What scan conversion accepts and refuses, and what it gives back beside the pixels.
+
+#include "imaging/ScanConversionCases.h"
+
+#include "GL/AbstractInclude.h"
+#include "GL/RequireGL.h"
+#include "Lib/IntensityMask.h"
+#include "Stream/StreamAlgorithmExecutor.h"
+#include "US/FanMask.h"
+#include "US/GeometryCases.h"
+#include "US/UltrasoundSweep.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+
+namespace Kelvaris::US {
+namespace {
+
+using namespace Tests;
+using Kelvaris::Tests::ExpectedLog;
+
+std::shared_ptr<SharedImage> ramp(int pixelType = PixelUInt8, int slices = 1, int channels = 1) {
+  return share(filled(prescanDescriptor(pixelType, 8, 11, 40, slices, channels),
+                      [](int x, int y, int z, int c) { return 1 + x + 3 * y + 5 * z + 7 * c; }));
+}
+
+/// A linear geometry whose shader is that text, or that has none.
+class GeometryWithShader : public FrameGeometryLinear {
+public:
+  explicit GeometryWithShader(const char* text) : FrameGeometryLinear(), m_text(text) {
+    setWidth(30);
+    setDepth(40);
+  }
+  std::unique_ptr<FrameGeometry> clone() const override { return std::make_unique<GeometryWithShader>(*this); }
+  std::unique_ptr<GL::AbstractInclude> transformInclude() const override;
+
+private:
+  const char* m_text;
+};
+
+struct Text : GL::AbstractInclude {
+  explicit Text(const char* t) : text(t) {}
+  std::string source(const std::string&) const override { return text; }
+  void setArguments(GL::Program&, const std::string&) const override {}
+  const char* text;
+};
+
+std::unique_ptr<GL::AbstractInclude> GeometryWithShader::transformInclude() const {
+  return m_text ? std::make_unique<Text>(m_text) : nullptr;
+}
+
+struct HostMask : Mask {
+  int deviceStrategy() const override { return 0; }
+  void evaluate(const MemImage&, int, int, int, int, unsigned char*) const override {}
+};
+
+struct BrokenMask : HostMask, Text {
+  BrokenMask() : Text("bool maskIsValid(vec4 texel) { return noSuchFunction(texel); }") {}
+  int deviceStrategy() const override { return 2; }
+};
+
+using ScanConversionSteps = ScanConversion;
+
+TEST_F(ScanConversionSteps, RefusalsSayWhy) {
+  KELVARIS_REQUIRE_GL();
+  struct Input {
+    std::shared_ptr<SharedImage> image = ramp();
+    DataComponentList components = componentsOf(*linearCase(30, 0, 40).geometry);
+    FrameGeometry& geometry() { return *components.get<FrameGeometryMetadata>()->frameGeometry(); }
+  };
+  const struct {
+    const char* message;
+    std::function<void(Input&)> spoil;
+    bool incomplete = false; ///< the constructor tells too
+  } cases[] = {
+      {"No frame geometry metadata found.", [](Input& in) { in.components.erase<FrameGeometryMetadata>(); }, true},
+      {"No frame geometry metadata found.", [](Input& in) { in.components.add<FrameGeometryMetadata>(); }, true},
+      {"No ultrasound metadata found.", [](Input& in) { in.components.erase<UltrasoundMetadata>(); }, true},
+      {"Inverse scanconversion not currently implemented.",
+       [](Input& in) { in.components.get<UltrasoundMetadata>()->scanConverted = true; }, true},
+      {"Pixel type of input and output image descriptors do not match.",
+       [](Input& in) { in.geometry().setImgDesc(ImageDescriptor(PixelFloat, 20, 20)); }},
+      {"uint8, 8 x 11 x 3, 1 channel can't be converted to one of uint8, 20 x 20 x 1, 1 channel",
+       [](Input& in) {
+         in.image = ramp(PixelUInt8, 3);
+         in.geometry().setImgDesc(ImageDescriptor(PixelUInt8, 20, 20));
+       }},
+      {"can't be converted to one of uint8, 31 x 41 x 1, 2 channels",
+       [](Input& in) {
+         in.geometry().setImgDescPrescan(ImageDescriptor(PixelUInt8, 8, 11, 1, 2));
+         in.geometry().setImgDesc({});
+         dynamic_cast<FrameGeometryLinear&>(in.geometry()).setWidth(30.5);
+         in.geometry().setDepth(40.5);
+       }},
+      {"A frame of 30 x 40 mm with pixels of 0 mm can't be made into an image",
+       [](Input& in) {
+         ImageDescriptor descriptor(PixelUInt8, 8, 11);
+         descriptor.setSpacing({1.0, 0.0, 1.0});
+         in.geometry().setImgDescPrescan(descriptor);
+       }},
+      {"A frame of 0 x 0 mm with pixels of 4 mm", [](Input& in) { in.geometry().setDepth(NAN); }},
+      {"Cannot perform scanconversion without geometric transform.",
+       [](Input& in) { in.components = componentsOf(GeometryWithShader(nullptr)); }},
+      {"Cannot perform scanconversion without geometric transform.",
+       [](Input& in) { in.components = componentsOf(GeometryWithShader("vec2 transformElse;")); }},
+      {"Mask is not a GL mask, cannot use it for scan conversion.",
+       [](Input& in) { in.image->setMask(std::make_shared<HostMask>()); }},
+      {"Cannot attach mask to scan conversion.", [](Input& in) { in.image->setMask(std::make_shared<BrokenMask>()); }},
+      {"Scan conversion failed: No texture can be made of uint8, 31 x 41 x 1, 5 channels",
+       [](Input& in) {
+         in.image = ramp(PixelUInt8, 1, 5);
+         dynamic_cast<FrameGeometryLinear&>(in.geometry()).setWidth(122);
+         in.geometry().setDepth(162);
+       }},
+      {"Scan conversion failed: The image (uint8, 8 x 11 x 1, 1 channel) has no pixels",
+       [](Input& in) { in.image = std::make_shared<SharedImage>(prescanDescriptor(PixelUInt8, 8, 11, 40)); }},
+  };
+  const ScanConversionUltrafastImaging streamed(nullptr);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.message);
+    Input input;
+    c.spoil(input);
+    SharedImageSet set;
+    set.add(input.image);
+    set.elementwiseComponents().components(0) = input.components;
+    {
+      const ExpectedLog log;
+      const auto [image, components] = streamed.processImage(*input.image, input.components);
+      EXPECT_EQ(image, nullptr);
+      EXPECT_TRUE(components.empty());
+      EXPECT_TRUE(log.contains("4 ScanConversionUltrafastImaging: ")) << testing::PrintToString(log.messages());
+      EXPECT_TRUE(log.contains(c.message)) << testing::PrintToString(log.messages());
+    }
+    const ExpectedLog log;
+    ScanConversionUltrafastImaging algorithm(&set);
+    algorithm.compute();
+    EXPECT_EQ(algorithm.status(), Algorithm::Failure);
+    EXPECT_TRUE(algorithm.takeOutput().empty());
+    EXPECT_TRUE(log.contains(c.message)) << testing::PrintToString(log.messages());
+    EXPECT_EQ(log.contains("Input sweep does not have required metadata."), c.incomplete);
+  }
+  EXPECT_NE(streamed.processImage(*ramp(), Input().components).first, nullptr) << "goes on after all that";
+}
+
+TEST_F(ScanConversionSteps, ABrokenShaderIsShownWithTheDriversWords) {
+  KELVARIS_REQUIRE_GL();
+  const ExpectedLog log;
+  EXPECT_EQ(convert(*ramp(), GeometryWithShader("float transformBroken = noSuchName;\n")).first, nullptr);
+  EXPECT_TRUE(log.contains("ScanConversionUltrafastImagingForward.frag can't be compiled"));
+  EXPECT_TRUE(log.contains("float transformBroken = noSuchName;"));
+}
+
+TEST_F(ScanConversionSteps, WhatIsMissingInASetIsToldOnce) {
+  ScanConversionUltrafastImaging algorithm(nullptr);
+  {
+    const ExpectedLog log;
+    algorithm.compute();
+    EXPECT_EQ(algorithm.status(), Algorithm::InvalidInput);
+    EXPECT_EQ(log.messages(), std::vector<std::string>{"4 ScanConversionUltrafastImaging: Input sweep is not set."});
+  }
+  SharedImageSet set;
+  set.components() = componentsOf(*linearCase(30, 0, 40).geometry);
+  ScanConversionUltrafastImaging empty(&set);
+  empty.compute();
+  EXPECT_EQ(empty.status(), Algorithm::Success);
+  EXPECT_TRUE(empty.takeOutput().empty());
+}
+
+TEST_F(ScanConversionSteps, TheSizeOfTheOutputIsAsTold) {
+  KELVARIS_REQUIRE_GL();
+  const auto linear = [](double width, double depth) { return linearCase(width, 0, depth).geometry; };
+  ImageDescriptor unit = ImageDescriptor(PixelInt16, 8, 11);
+  unit.setSpacing({0.3, 1.0, 7.0});
+  unit.setShift(3.0);
+  unit.setScale(2.0);
+  unit.setMetric(false);
+  const auto image = share(filled(unit, [](int, int, int, int) { return 5; }));
+
+  const auto frame = linear(10.1, 20);
+  const ImageDescriptor d = convert(*image, *frame).first->descriptor();
+  EXPECT_EQ(d.dimensions(), Eigen::Vector3i(11, 20, 1));
+  EXPECT_EQ(d.spacing(), Eigen::Vector3d::Ones());
+  EXPECT_TRUE(d.isMetric());
+  EXPECT_EQ(d.shift(), 3.0);
+  EXPECT_EQ(d.scale(), 2.0);
+
+  ImageDescriptor flat = unit;
+  flat.setDimensions({8, 11, 0});
+  frame->setImgDescPrescan(flat);
+  EXPECT_EQ(convert(*image, *frame).first->descriptor().slices(), 1) << "no slices count as one";
+  flat.setDimensions({8, 11, 1});
+  flat.setSpacing({1.0, 0.5, 1.0});
+  frame->setImgDescPrescan(flat);
+  EXPECT_EQ(convert(*image, *frame).first->descriptor().width(), 21) << "the geometry's own descriptor is the first";
+
+  const auto moved = linear(10, 20);
+  moved->setOffset({1.0, 2.0, 3.0});
+  const auto [picture, components] = convert(*image, *moved);
+  EXPECT_EQ(geometryOf(components).offset(), Eigen::Vector3d(1.0, -8.0, 3.0));
+  const auto pixels = picture->mem();
+  for (const auto& [x, y, value] : {std::tuple{0, 5, -32768}, {1, 5, 5}, {5, 1, -32768}, {5, 2, 5}, {9, 19, 5}})
+    EXPECT_EQ(pixels->valueAsDouble(x, y, 0, 0), value) << x << " " << y;
+}
+
+TEST_F(ScanConversionSteps, AGeometryWithItsOwnImageKeepsIt) {
+  KELVARIS_REQUIRE_GL();
+  const auto c = convexCase(28.5, 60, 120);
+  ImageDescriptor own(PixelUInt8, 90, 70);
+  own.setSpacing({1.5, 1.5, 1.0});
+  c.geometry->setImgDesc(own);
+  c.geometry->setOffset({-2.0, -45.0, 0.0});
+  const auto [image, components] = convert(*ramp(), *c.geometry);
+  ASSERT_NE(image, nullptr);
+  EXPECT_TRUE(image->descriptor().isApprox(own));
+  EXPECT_TRUE(geometryOf(components).imgDescPrescan().isApprox(ramp()->descriptor()));
+  auto expected = c.geometry->clone();
+  expected->setImgDescPrescan(ramp()->descriptor());
+  EXPECT_TRUE(geometryOf(components).isApprox(*expected, 0.0, true));
+
+  // In pixels it gives the same picture.
+  const auto inPixels = c.geometry->convertTo(CoordinateSystem::Pixel);
+  const auto [same, sameComponents] = convert(*ramp(), *inPixels);
+  ASSERT_NE(same, nullptr);
+  EXPECT_TRUE(geometryOf(sameComponents).isApprox(*expected, 1e-9, true));
+  int different = 0;
+  for (int y = 0; y < own.height(); ++y)
+    for (int x = 0; x < own.width(); ++x)
+      different += image->mem()->valueAsDouble(x, y, 0, 0) != same->mem()->valueAsDouble(x, y, 0, 0);
+  EXPECT_LE(different, 3) << "rounding at the very edge";
+}
+
+TEST_F(ScanConversionSteps, PixelsOfUnknownSizeAreTakenForMillimetresWithAWarning) {
+  KELVARIS_REQUIRE_GL();
+  FrameGeometryLinear geometry(CoordinateSystem::Pixel);
+  geometry.setWidth(30);
+  geometry.setDepth(40);
+  const ExpectedLog log;
+  const auto [image, components] = convert(*ramp(), geometry);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{
+                                "3 ScanConversionUltrafastImaging: Input frame geometry is not in image coordinate "
+                                "system, but no spacing was given. Resulting geometry might be incorrect."});
+  EXPECT_EQ(image->descriptor().dimensions(), Eigen::Vector3i(8, 10, 1));
+}
+
+TEST_F(ScanConversionSteps, OneObjectTakesImagesOfAllSortsInTurn) {
+  KELVARIS_REQUIRE_GL();
+  const ScanConversionUltrafastImaging algorithm(nullptr);
+  const auto masked = [](std::shared_ptr<SharedImage> image) {
+    image->setMask(std::make_shared<IntensityMask>(image->descriptor().pixelType(), 9.0));
+    return image;
+  };
+  const struct {
+    std::shared_ptr<SharedImage> image;
+    std::shared_ptr<FrameGeometry> geometry;
+  } cases[] = {{ramp(), linearCase(30, 0, 40).geometry},
+               {masked(ramp()), convexCase(28.5, 60, 40).geometry},
+               {ramp(PixelInt16, 3, 2), convexCase(28.5, 60, 40).geometry},
+               {ramp(), sectorCase(30, 5, 45, 0.5).geometry},
+               {masked(ramp(PixelFloat, 3)), linearCase(30, 10, 40).geometry},
+               {ramp(), linearCase(30, 0, 40).geometry}};
+  for (const auto& c : cases) {
+    const auto [image, components] = algorithm.processImage(*c.image, componentsOf(*c.geometry));
+    const auto [expected, sameComponents] = convert(*c.image, *c.geometry);
+    ASSERT_NE(image, nullptr);
+    ASSERT_EQ(image->mem()->byteSize(), expected->mem()->byteSize());
+    EXPECT_EQ(std::memcmp(image->mem()->data(), expected->mem()->data(), image->mem()->byteSize()), 0);
+    EXPECT_EQ(dynamic_cast<const IntensityMask*>(image->mask().get()) != nullptr, c.image->mask() != nullptr);
+  }
+}
+
+enum class Place { Nowhere, Set, Sweep, Images };
+
+TEST_F(ScanConversionSteps, CompatibleIsWhatHasGeometryAndMetadata) {
+  const struct {
+    const char* what;
+    Place geometry, metadata;
+    Data::Modality modality;
+    int images;
+    bool sweep, compatible;
+  } cases[] = {
+      {"set-wide", Place::Set, Place::Set, Data::Ultrasound, 2, false, true},
+      {"element-wise", Place::Images, Place::Images, Data::Ultrasound, 1, false, true},
+      {"mixed", Place::Set, Place::Images, Data::Ultrasound, 1, false, true},
+      {"no geometry", Place::Nowhere, Place::Set, Data::Ultrasound, 1, false, false},
+      {"no metadata", Place::Set, Place::Nowhere, Data::Ultrasound, 1, false, false},
+      {"another modality", Place::Set, Place::Set, Data::UnknownModality, 1, false, false},
+      {"no images", Place::Set, Place::Set, Data::Ultrasound, 0, false, false},
+      {"sweep with its own geometry", Place::Sweep, Place::Images, Data::Ultrasound, 1, true, true},
+      {"sweep of another modality, empty", Place::Sweep, Place::Set, Data::UnknownModality, 0, true, true},
+      {"sweep without geometry", Place::Nowhere, Place::Set, Data::Ultrasound, 1, true, false},
+  };
+  const auto frame = linearCase(30, 0, 40).geometry;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const auto set = c.sweep ? std::make_unique<UltrasoundSweep>() : std::make_unique<SharedImageSet>();
+    set->setModality(c.modality);
+    for (int i = 0; i < c.images; ++i)
+      set->add(ramp(), 10.0 * i);
+    DataComponentList& images = set->elementwiseComponents().components(0);
+    if (c.geometry == Place::Sweep) dynamic_cast<UltrasoundSweep&>(*set).setFrameGeometry(*frame);
+    if (c.geometry == Place::Set) set->components().add<FrameGeometryMetadata>(*frame);
+    if (c.geometry == Place::Images) images.add<FrameGeometryMetadata>(*frame);
+    if (c.metadata == Place::Set) set->components().add<UltrasoundMetadata>();
+    if (c.metadata == Place::Images) images.add<UltrasoundMetadata>();
+    EXPECT_EQ(ScanConversionUltrafastImaging::createCompatible({set.get()}, nullptr), c.compatible);
+    EXPECT_FALSE(ScanConversionUltrafastImaging::createCompatible({set.get(), set.get()}, nullptr));
+    Algorithm* created = nullptr;
+    EXPECT_EQ(ScanConversionUltrafastImaging::createCompatible({set.get()}, &created), c.compatible);
+    const std::unique_ptr<Algorithm> algorithm(created);
+    ASSERT_EQ(dynamic_cast<ScanConversionUltrafastImaging*>(created) != nullptr, c.compatible);
+  }
+  EXPECT_FALSE(ScanConversionUltrafastImaging::createCompatible({}, nullptr));
+  for (const auto kind : {Data::ImageStreamKind, Data::VolumeStreamKind, Data::OtherStreamKind}) {
+    ImageStream stream("probe");
+    stream.setKind(kind);
+    Algorithm* created = nullptr;
+    EXPECT_TRUE(ScanConversionUltrafastImaging::createCompatible({&stream}, &created));
+    const std::unique_ptr<Algorithm> executor(created);
+    EXPECT_EQ(dynamic_cast<StreamAlgorithmExecutor&>(*executor).streamAlgorithmName(),
+              "Scan-conversion for Ultrafast Imaging");
+  }
+}
+
+TEST_F(ScanConversionSteps, ASetKeepsItsStateAndGetsTheNewGeometryWhereItWas) {
+  KELVARIS_REQUIRE_GL();
+  const struct {
+    const char* what;
+    Place geometry, metadata;
+  } cases[] = {{"set-wide", Place::Set, Place::Set},
+               {"element-wise", Place::Images, Place::Images},
+               {"sweep", Place::Sweep, Place::Set},
+               {"sweep, metadata of the images", Place::Sweep, Place::Images}};
+  const auto frame = convexCase(28.5, 60, 40).geometry;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const auto input =
+        c.geometry == Place::Sweep ? std::make_unique<UltrasoundSweep>() : std::make_unique<SharedImageSet>();
+    input->setModality(Data::Ultrasound);
+    input->properties().setParam("patient", std::string("phantom"));
+    for (int i = 0; i < 3; ++i) {
+      input->add(ramp(), 10.0 + i);
+      input->shared(i)->setMatrix(Eigen::Matrix4d::Constant(i));
+      DataComponentList& components = input->elementwiseComponents().components(i);
+      if (c.geometry == Place::Images) components.add<FrameGeometryMetadata>(*frame);
+      if (c.metadata == Place::Images) components.add<UltrasoundMetadata>().numRows = i;
+    }
+    if (c.geometry == Place::Set) input->components().add<FrameGeometryMetadata>(*frame);
+    if (c.metadata == Place::Set) input->components().add<UltrasoundMetadata>();
+    if (c.geometry == Place::Sweep) dynamic_cast<UltrasoundSweep&>(*input).setFrameGeometry(*frame);
+
+    ScanConversionUltrafastImaging algorithm(input.get());
+    algorithm.compute();
+    ASSERT_EQ(algorithm.status(), Algorithm::Success);
+    const auto output = algorithm.takeOutput().extract<SharedImageSet>();
+    EXPECT_TRUE(algorithm.takeOutput().empty());
+    ASSERT_EQ(output->size(), 3);
+    EXPECT_EQ(output->modality(), Data::Ultrasound);
+    EXPECT_TRUE(output->properties().hasParam("patient"));
+    const auto [single, singleComponents] = convert(input->get(1), *frame);
+    const FrameGeometry& expected = geometryOf(singleComponents);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(output->timestamp(i), 10.0 + i);
+      const SharedImage& image = output->get(i);
+      EXPECT_EQ(image.modality(), Data::Ultrasound);
+      EXPECT_EQ(image.matrix(), input->get(i).matrix());
+      EXPECT_TRUE(image.hasForm(ImageForm::Mem));
+      EXPECT_FALSE(image.hasForm(ImageForm::Gl));
+      EXPECT_FALSE(input->get(i).hasForm(ImageForm::Gl));
+      EXPECT_EQ(std::memcmp(image.mem()->data(), single->mem()->data(), single->mem()->byteSize()), 0);
+      ASSERT_NE(dynamic_cast<const FanMask*>(image.mask().get()), nullptr);
+      const DataComponentList& components = output->elementwiseComponents().components(i);
+      if (c.geometry == Place::Images) {
+        EXPECT_TRUE(geometryOf(components).isApprox(expected, 0.0, true));
+      }
+      if (c.metadata == Place::Images) {
+        EXPECT_TRUE(components.get<UltrasoundMetadata>()->scanConverted);
+        EXPECT_EQ(components.get<UltrasoundMetadata>()->numRows, 0) << "all have that of the first";
+      } else {
+        EXPECT_EQ(components.get<UltrasoundMetadata>(), nullptr);
+      }
+    }
+    if (c.metadata == Place::Set) {
+      EXPECT_TRUE(output->components().get<UltrasoundMetadata>()->scanConverted);
+    }
+    if (c.geometry == Place::Sweep) {
+      EXPECT_TRUE(dynamic_cast<UltrasoundSweep&>(*output).frameGeometry()->isApprox(expected, 0.0, true));
+      EXPECT_EQ(output->components().get<FrameGeometryMetadata>(), nullptr);
+    } else {
+      EXPECT_TRUE(geometryOf(output->components()).isApprox(expected, 0.0, true));
+    }
+
+    // What has been converted can't be again, and the input is as it was.
+    const ExpectedLog log;
+    ScanConversionUltrafastImaging again(output.get());
+    again.compute();
+    EXPECT_EQ(again.status(), Algorithm::Failure);
+    EXPECT_TRUE(log.contains("Input sweep does not have required metadata."));
+    EXPECT_TRUE(log.contains("Inverse scanconversion not currently implemented."));
+  }
+}
+
+TEST_F(ScanConversionSteps, OneUnfitImageLeavesNoOutput) {
+  KELVARIS_REQUIRE_GL();
+  SharedImageSet set;
+  set.components() = componentsOf(*linearCase(30, 0, 40).geometry);
+  set.add(ramp());
+  ScanConversionUltrafastImaging algorithm(&set);
+  algorithm.compute();
+  ASSERT_EQ(algorithm.status(), Algorithm::Success);
+  set.add(ramp(PixelInt16));
+  const ExpectedLog log;
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Failure);
+  EXPECT_TRUE(algorithm.takeOutput().empty()) << "that of the run before is gone";
+  EXPECT_TRUE(log.contains("Pixel type of input and output image descriptors do not match."));
+}
+
+} // namespace
+} // namespace Kelvaris::US
