@@ -43,6 +43,11 @@ template <typename T> struct Rounded {
 
 } // namespace
 
+void checkHasShape(const ImageDescriptor& descriptor) {
+  if (!descriptor.isValid())
+    throw std::invalid_argument("An expression of numbers alone, or of empty images, has no shape to make an image of");
+}
+
 void checkShapes(const ExprInterface& expr, const ImageDescriptor& target) {
   const int channels = expr.imgDesc().channels();
   if (channels != 1 && channels != target.channels())

@@ -15,7 +15,9 @@
 /// values of a block, which are then stored as the target's type asks for.
 namespace Kelvaris::ImageMath::internal {
 
-/// Throws std::invalid_argument, in words, if the expression can't be computed at all pixels of `target`.
+/// Throws std::invalid_argument for the descriptor of an expression that has no shape of its own.
+void checkHasShape(const ImageDescriptor& descriptor);
+/// Throws std::invalid_argument if the expression can't be computed at all pixels of `target`.
 void checkShapes(const ExprInterface& expr, const ImageDescriptor& target);
 /// Whether a mapped leaf of the expression reads this image.
 bool isReadElsewhere(const ExprInterface& expr, const void* image);

@@ -24,6 +24,7 @@ template <typename Derived>
 template <typename T>
 std::unique_ptr<SharedImage> ExprBaseTpl<Derived>::evaluateIntoImage(bool normalize) const {
   ImageDescriptor descriptor = imgDesc();
+  internal::checkHasShape(descriptor);
   descriptor.setPixelType(pixelTypeOf<T>());
   if (normalize) {
     descriptor.setShift(0.0);

@@ -3,8 +3,14 @@
 #include <fmt/format.h>
 
 #include <cstdint>
+#include <stdexcept>
 
 namespace Kelvaris::ImageMath::internal {
+
+const void* insideStash(const EvaluationContext& context) {
+  if (!context.stash) throw std::logic_error("A stash's variable is evaluated outside of its stash");
+  return context.stash;
+}
 
 std::string VariableGl::evalString(bool) const {
   switch (m_channels) {

@@ -50,7 +50,10 @@ private:
 /// The values of all channels of the expensive expression at one block.
 template <typename V> struct StashSlot { std::vector<BlockValues<V>> channels; };
 
-/// Stands for the result of the expensive expression of the stash around it.
+/// Throws std::logic_error outside of a stash.
+const void* insideStash(const EvaluationContext& context);
+
+/// Stands for the result of the expensive expression of the stash around it, the innermost one.
 template <typename V> class StashVariable : public ExprBaseTpl<StashVariable<V>> {
 public:
   using ValueType = V;
@@ -68,7 +71,7 @@ public:
   class Evaluator {
   public:
     Evaluator(const StashVariable&, const EvaluationContext& context)
-        : m_slot(*static_cast<const StashSlot<V>*>(context.stash)) {}
+        : m_slot(*static_cast<const StashSlot<V>*>(insideStash(context))) {}
     void load(const Block&, int channel) {
       m_values = m_slot.channels[std::min(static_cast<std::size_t>(channel), m_slot.channels.size() - 1)].data();
     }

@@ -15,11 +15,12 @@ namespace Kelvaris::US {
 ///
 /// Input: any pixel type; one channel (the amplitude is |x|) or two (IQ, the amplitude is sqrt(I^2 + Q^2)).
 /// Output: one channel of the same extent, either display levels of 8 bits (0 to 255 over the dynamic range; with a
-/// mask on the input 1 to 255, and 0 where the input is invalid) or decibels in [-dynamicRange, 0] as float (NaN where
-/// the input is invalid). An output of a masked input has a mask of its own. A NaN sample gives 0 or NaN.
+/// mask of any kind on the input 1 to 255, and 0 where the input is invalid) or decibels in [-dynamicRange, 0] as float
+/// (NaN where the input is invalid). An output of a masked input has a mask of its own. A NaN sample gives 0 or NaN.
 ///
 /// Parameters: `dynamicRange` (double, 50 dB), `referenceAmplitude` (double, 1: the amplitude of 0 dB),
-/// `normalizeEnvelope` (bool, true: display levels). Needs no memory beyond the output.
+/// `normalizeEnvelope` (bool, true: display levels). One pass, in main memory or by a shader as ImageMath::Array tells;
+/// needs no memory beyond the output and, for a shader, the input's texture.
 class LogCompressionAlgorithm : public Algorithm, public SequentialImageProcessor, public SignalReceiver {
 public:
   struct Parameters {

@@ -1,55 +1,108 @@
-#include "imagemath/ImageMath.h"
+#include "BothEvaluators.h"
 
-#include "GL/ContextManager.h"
-
-#include <gtest/gtest.h>
-
-#include <optional>
+#include "Lib/IntensityMask.h"
 
 namespace Kelvaris::ImageMath {
 namespace {
 
-/// In main memory, and by a shader where there is OpenGL.
-class MappedArray : public ::testing::TestWithParam<bool> {
-protected:
-  void SetUp() override {
-    if (!GetParam()) return;
-    if (!GL::ContextManager::get().isAvailable()) GTEST_SKIP() << GL::ContextManager::get().unavailableReason();
-    m_guard.emplace();
-  }
-
-private:
-  std::optional<GL::ContextManager::ActivationGuard> m_guard;
-};
+using MappedArray = BothEvaluators;
+KELVARIS_BOTH_EVALUATORS(MappedArray);
 
 TEST_P(MappedArray, ASmallImageFollowsALargerOneAlongItsAxesOfExtentOne) {
-  auto samples = std::make_shared<TypedImage<short>>(7, 5, 2);
-  for (std::size_t i = 0; i < samples->size(); ++i)
-    (*samples)[i] = static_cast<short>(i * 37 % 1000);
-  auto wave = std::make_shared<TypedImage<float>>(1, 5, 1, 2);
-  for (std::size_t i = 0; i < wave->size(); ++i)
-    (*wave)[i] = static_cast<float>(i) * 0.7f - 3.0f;
+  const auto samples =
+      imageOf<short>(ImageDescriptor(PixelInt16, 7, 5, 2), [](std::size_t i) { return i * 37 % 1000; });
+  const auto wave = imageOf<float>(ImageDescriptor(PixelFloat, 1, 5, 1, 2),
+                                   [](std::size_t i) { return 0.7 * static_cast<double>(i) - 3; });
   const SharedImage image(samples), signal(wave);
-
-  const Array<const SharedImage, float> x(image);
-  const Array<const SharedImage, float, true> s(signal);
-  const auto product = BroadcastChannels(x, 2) * s;
-  SharedImage mixed(internal::combineImageDescriptors({product.imgDesc()}, false, PixelFloat));
-  Array<SharedImage, float> target(mixed);
-  target = product;
-
-  EXPECT_EQ(mixed.hasForm(ImageForm::Gl), GetParam());
-  const auto pixels = mixed.mem();
-  ASSERT_TRUE(pixels->descriptor().isApprox(ImageDescriptor(PixelFloat, 7, 5, 2, 2)));
-  for (int z = 0; z < 2; ++z)
-    for (int y = 0; y < 5; ++y)
-      for (int column = 0; column < 7; ++column)
-        for (int c = 0; c < 2; ++c)
-          EXPECT_EQ(pixels->valueAsDouble(column, y, z, c),
-                    static_cast<float>(samples->value(column, y, z)) * wave->value(0, y, 0, c));
+  const auto product =
+      BroadcastChannels(Array<const SharedImage, float>(image), 2) * Array<const SharedImage, float, true>(signal);
+  EXPECT_TRUE(product.imgDesc().isApprox(ImageDescriptor(PixelFloat, 7, 5, 2, 2)));
+  check("mixed", product, [&](int x, int y, int z, int c) {
+    return static_cast<float>(samples->value(x, y, z)) * wave->value(0, y, 0, c);
+  });
 }
 
-INSTANTIATE_TEST_SUITE_P(Evaluators, MappedArray, ::testing::Values(false, true));
+TEST_P(MappedArray, MovesPermutesAndWraps) {
+  const struct {
+    const char* name;
+    Eigen::Vector3i offset, axes;
+    bool hasBorder;
+  } cases[] = {
+      {"in place", {0, 0, 0}, {0, 1, 2}, false},
+      {"moved, edge", {3, -2, 1}, {0, 1, 2}, false},
+      {"moved, border", {3, -2, 1}, {0, 1, 2}, true},
+      {"moved out of it, edge", {900, 0, -900}, {0, 1, 2}, false},
+      {"moved out of it, border", {0, 900, 0}, {0, 1, 2}, true},
+      {"transposed", {0, 0, 0}, {1, 0, 2}, false},
+      {"slices along rows", {0, 1, 0}, {2, 1, 0}, true},
+      {"turned round", {-1, 2, 1}, {2, 0, 1}, true},
+      {"turned round the other way", {-1, 2, 1}, {1, 2, 0}, false},
+  };
+  ImageDescriptor descriptor(PixelInt16, 11, 6, 4, 2);
+  descriptor.setScale(2.0);
+  const auto samples = imageOf<short>(descriptor, [](std::size_t i) { return i * 131 % 1999; });
+  const SharedImage image(samples), shape(imageOf<float>(ImageDescriptor(PixelFloat, 9, 8, 5), [](auto) { return 0; }));
+  const Array<const SharedImage> zero(shape);
+  const Eigen::Vector4f border(-40, -60, 0, 0);
+  for (const auto& c : cases) {
+    Array<const SharedImage, void, true> moved(image, c.offset, c.axes);
+    moved.setWrap(c.hasBorder ? 33069 : 33071);
+    moved.setBorderColor(border);
+    SharedImage result(ImageDescriptor(PixelFloat, 9, 8, 5, 2));
+    Array<SharedImage, float> target(result);
+    target = DeviceStrategyWrapper(zero + moved, usesShaders() ? 2 : 0);
+    EXPECT_EQ(result.hasForm(ImageForm::Gl), usesShaders());
+    int wrong = 0;
+    for (int z = 0; z < 5; ++z)
+      for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 9; ++x)
+          for (int channel = 0; channel < 2; ++channel) {
+            const int sum[] = {x + c.offset[0], y + c.offset[1], z + c.offset[2]}, extent[] = {11, 6, 4};
+            int at[3];
+            bool outside = false;
+            for (int k = 0; k < 3; ++k) {
+              at[k] = std::clamp(sum[c.axes[k]], 0, extent[k] - 1);
+              outside = outside || at[k] != sum[c.axes[k]];
+            }
+            const double sample =
+                outside && c.hasBorder ? border[channel] : samples->value(at[0], at[1], at[2], channel);
+            wrong += result.mem()->valueAsDouble(x, y, z, channel) != sample / 2;
+          }
+    EXPECT_EQ(wrong, 0) << c.name;
+  }
+}
+
+/// Valid on the left half of the image it belongs to. Known to main memory alone.
+class LeftHalf : public Mask {
+public:
+  int deviceStrategy() const override { return 0; }
+  void evaluate(const MemImage& image, int x, int, int, int count, unsigned char* valid) const override {
+    for (int i = 0; i < count; ++i)
+      valid[i] = 2 * (x + i) < image.width();
+  }
+};
+
+TEST_P(MappedArray, MasksMoveAlong) {
+  const SharedImage image(imageOf<short>(ImageDescriptor(PixelInt16, 10, 3), [](std::size_t i) { return i % 7; }));
+  Array<const SharedImage, void, true> moved(image, {2, 0, 0});
+  moved.setWrap(33069);
+  check("half", Select(makeMaskLeaf(moved, std::make_shared<LeftHalf>()) > 0, moved, -1),
+        [](int x, int y, int, int) { return x + 2 < 5 ? (y * 10 + x + 2) % 7 : -1; });
+  check("intensity", Select(makeMaskLeaf(moved, std::make_shared<IntensityMask>(PixelInt16, 4)) > 0, moved, -1),
+        [](int x, int y, int, int) { return x + 2 < 10 && (y * 10 + x + 2) % 7 != 4 ? (y * 10 + x + 2) % 7 : -1; });
+}
+
+TEST(Array, RefusesWhatItDoesNotKnow) {
+  const SharedImage image(ImageDescriptor(PixelFloat, 2, 2));
+  Array<const SharedImage, float, true> array(image);
+  EXPECT_EQ(array.name(), "uninitialized");
+  EXPECT_EQ(array.magFilter(), 9728u);
+  EXPECT_EQ(array.wrap(), 33071u);
+  EXPECT_NO_THROW(array.setMagFilter(9729));
+  EXPECT_THROW(array.setMagFilter(9987), std::invalid_argument);
+  EXPECT_THROW(array.setWrap(10497), std::invalid_argument);
+  EXPECT_THROW((Array<const SharedImage, float, true>(image, {0, 0, 0}, {0, 0, 1})), std::invalid_argument);
+}
 
 } // namespace
 } // namespace Kelvaris::ImageMath

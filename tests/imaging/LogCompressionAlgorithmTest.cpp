@@ -1,6 +1,7 @@
 #include "imaging/LogCompressionAlgorithm.h"
 
 #include "Core/Progress.h"
+#include "GL/ContextManager.h"
 #include "Lib/IntensityMask.h"
 #include "Stream/StreamAlgorithmExecutor.h"
 #include "US/FrameGeometryLinear.h"
@@ -48,6 +49,15 @@ std::vector<double> valuesOf(const SharedImage& image) {
   return values;
 }
 
+/// Calls run(isShaded) once in main memory and, on a machine with OpenGL, once with a context: then shaders evaluate
+/// what a texture can hold.
+template <typename Run> void onBothEvaluators(const Run& run) {
+  run(false);
+  if (!GL::ContextManager::get().isAvailable()) return;
+  const GL::ContextManager::ActivationGuard guard;
+  run(true);
+}
+
 /// The mapping on its own, with wider arithmetic and another logarithm.
 long double expectedDecibels(const std::vector<double>& pixel, const Parameters& p) {
   long double power = 0.0L;
@@ -78,40 +88,48 @@ TYPED_TEST(LogCompressionOf, AgreesWithTheFormulaForAllOutputs) {
       const double sample = std::is_signed_v<TypeParam> && random() % 2 == 0 ? -size : size;
       samples.push_back(static_cast<double>(static_cast<TypeParam>(random() % 17 == 0 ? invalid : sample)));
     }
-    for (const bool masked : {false, true})
-      for (const Parameters& p : {Parameters{50.0, 1000.0, true}, Parameters{50.0, 1000.0, false},
-                                  Parameters{33.3, 120.7, true}, Parameters{91.0, 2.5, false}}) {
-        const auto image = makeImage<TypeParam>(samples, channels, masked ? std::optional(invalid) : std::nullopt);
-        const auto result = LogCompressionAlgorithm::logCompression(*image, p);
-        ASSERT_EQ(result->descriptor().pixelType(), p.normalizeEnvelope ? PixelUInt8 : PixelFloat);
-        ASSERT_EQ(result->descriptor().channels(), 1);
-        ASSERT_EQ(result->descriptor().dimensions(), image->descriptor().dimensions());
-        const std::vector<double> values = valuesOf(*result);
-        int wrong = 0;
-        for (std::size_t i = 0; i < values.size(); ++i) {
-          std::vector<double> pixel(samples.begin() + static_cast<int>(i) * channels,
-                                    samples.begin() + (static_cast<int>(i) + 1) * channels);
-          const bool isInvalid = masked && std::count(pixel.begin(), pixel.end(), invalid) > 0;
-          const long double dB = expectedDecibels(pixel, p);
-          if (p.normalizeEnvelope) {
-            const long double level = isInvalid ? 0.0L
-                                      : masked  ? (dB + p.dynamicRange) * (254.0L / p.dynamicRange) + 1.0L
-                                                : (dB + p.dynamicRange) * (255.0L / p.dynamicRange);
-            const bool undecided = std::abs(level - std::floor(level) - 0.5L) < 1e-12L;
-            wrong += !undecided && values[i] != static_cast<double>(std::round(level));
-          } else if (isInvalid) {
-            wrong += !std::isnan(values[i]);
-          } else {
-            wrong += !(std::abs(values[i] - static_cast<double>(dB)) <= 4e-6 * std::max(1.0, std::abs(values[i])) / 50);
-          }
-        }
-        EXPECT_EQ(wrong, 0) << channels << " channels, masked " << masked << ", range " << p.dynamicRange;
-        ASSERT_EQ(result->mask() != nullptr, masked);
-        if (masked) {
-          EXPECT_EQ(intensityMask(*result).pixelType(), result->descriptor().pixelType());
-          EXPECT_TRUE(intensityMask(*result).isMasked(p.normalizeEnvelope ? 0.0 : kNaN));
+    const auto checkAll = [&](bool masked, const Parameters& p, bool isShaded) {
+      const auto image = makeImage<TypeParam>(samples, channels, masked ? std::optional(invalid) : std::nullopt);
+      const auto result = LogCompressionAlgorithm::logCompression(*image, p);
+      const bool fitsTexture = sizeof(TypeParam) <= 2 || std::is_same_v<TypeParam, float>;
+      ASSERT_EQ(result->hasForm(ImageForm::Gl), isShaded && fitsTexture);
+      const int levels = result->hasForm(ImageForm::Gl) ? 1 : 0;
+      const double tolerance = result->hasForm(ImageForm::Gl) ? 1e-5 * p.dynamicRange : 4e-6 / 50;
+      ASSERT_EQ(result->descriptor().pixelType(), p.normalizeEnvelope ? PixelUInt8 : PixelFloat);
+      ASSERT_EQ(result->descriptor().channels(), 1);
+      ASSERT_EQ(result->descriptor().dimensions(), image->descriptor().dimensions());
+      const std::vector<double> values = valuesOf(*result);
+      int wrong = 0;
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        std::vector<double> pixel(samples.begin() + static_cast<int>(i) * channels,
+                                  samples.begin() + (static_cast<int>(i) + 1) * channels);
+        const bool isInvalid = masked && std::count(pixel.begin(), pixel.end(), invalid) > 0;
+        const long double dB = expectedDecibels(pixel, p);
+        if (p.normalizeEnvelope) {
+          const long double level = isInvalid ? 0.0L
+                                    : masked  ? (dB + p.dynamicRange) * (254.0L / p.dynamicRange) + 1.0L
+                                              : (dB + p.dynamicRange) * (255.0L / p.dynamicRange);
+          const bool undecided = std::abs(level - std::floor(level) - 0.5L) < 1e-12L;
+          wrong += !undecided && std::abs(values[i] - static_cast<double>(std::round(level))) > levels;
+          wrong += isInvalid != (masked && values[i] == 0.0);
+        } else if (isInvalid) {
+          wrong += !std::isnan(values[i]);
+        } else {
+          wrong += !(std::abs(values[i] - static_cast<double>(dB)) <= tolerance * std::max(1.0, std::abs(values[i])));
         }
       }
+      EXPECT_EQ(wrong, 0) << channels << " channels, masked " << masked << ", range " << p.dynamicRange << ", shaded "
+                          << isShaded;
+      ASSERT_EQ(result->mask() != nullptr, masked);
+      if (masked) {
+        EXPECT_EQ(intensityMask(*result).pixelType(), result->descriptor().pixelType());
+        EXPECT_TRUE(intensityMask(*result).isMasked(p.normalizeEnvelope ? 0.0 : kNaN));
+      }
+    };
+    for (const bool masked : {false, true})
+      for (const Parameters& p : {Parameters{50.0, 1000.0, true}, Parameters{50.0, 1000.0, false},
+                                  Parameters{33.3, 120.7, true}, Parameters{91.0, 2.5, false}})
+        onBothEvaluators([&](bool isShaded) { checkAll(masked, p, isShaded); });
   }
 }
 
@@ -136,7 +154,6 @@ TEST(LogCompressionTest, MapsTheSamplesThatDecideExactly) {
       {"one component masked, decibels", {3.0, -1.0}, -1.0, {50.0, 5.0, false}, kNaN},
       {"a decade below, on the border of two levels", {100.0}, {}, {40.0, 1000.0, true}, 128.0},
       {"two decades below, on the border", {10.0}, {}, {80.0, 1000.0, true}, 128.0},
-      {"the reference is narrowed to float", {0.1}, {}, {1e-9, 0.1, false}, -1e-9},
       {"NaN, levels", {kNaN}, {}, {50.0, 1.0, true}, 0.0},
       {"NaN, decibels", {kNaN}, {}, {50.0, 1.0, false}, kNaN},
       {"infinity", {-kInfinity}, {}, {50.0, 1.0, true}, 255.0},
@@ -145,14 +162,40 @@ TEST(LogCompressionTest, MapsTheSamplesThatDecideExactly) {
       {"a reference of zero", {0.5}, {}, {50.0, 0.0, true}, 255.0},
       {"a negative reference", {0.5}, {}, {50.0, -1.0, false}, kNaN},
   };
-  for (const auto& c : cases) {
-    const auto image = makeImage<double>(c.pixel, static_cast<int>(c.pixel.size()), c.masked);
-    const auto result = LogCompressionAlgorithm::logCompression(*image, c.parameters);
-    const double value = valuesOf(*result).at(0);
-    const double expected = c.parameters.normalizeEnvelope ? c.expected : static_cast<float>(c.expected);
-    EXPECT_TRUE(value == expected || (std::isnan(value) && std::isnan(expected)))
-        << c.what << ": " << value << ", expected " << expected;
-  }
+  for (const auto& c : cases)
+    onBothEvaluators([&](bool isShaded) {
+      const int channels = static_cast<int>(c.pixel.size());
+      const auto image =
+          isShaded ? makeImage<float>(c.pixel, channels, c.masked) : makeImage<double>(c.pixel, channels, c.masked);
+      const auto result = LogCompressionAlgorithm::logCompression(*image, c.parameters);
+      EXPECT_EQ(result->hasForm(ImageForm::Gl), isShaded);
+      const double value = valuesOf(*result).at(0);
+      const double expected = c.parameters.normalizeEnvelope ? c.expected : static_cast<float>(c.expected);
+      const double tolerance = !isShaded ? 0.0 : c.parameters.normalizeEnvelope ? 1.0 : 1e-5 * std::abs(expected);
+      EXPECT_TRUE(std::abs(value - expected) <= tolerance || (std::isnan(value) && std::isnan(expected)))
+          << c.what << ": " << value << ", expected " << expected;
+    });
+  const auto narrowed = LogCompressionAlgorithm::logCompression(*makeImage<double>({0.1}), {1e-9, 0.1, false});
+  EXPECT_EQ(valuesOf(*narrowed).at(0), -1e-9f) << "0.1 is less than the float next to it, which is the reference";
+}
+
+TEST(LogCompressionTest, AMaskOfAnyKindDecidesWhatIsInvalid) {
+  /// Calls every third column invalid; shaders don't know it.
+  struct EveryThird : Mask {
+    int deviceStrategy() const override { return 0; }
+    void evaluate(const MemImage&, int x, int, int, int count, unsigned char* valid) const override {
+      for (int i = 0; i < count; ++i)
+        valid[i] = (x + i) % 3 != 0;
+    }
+  };
+  const auto image = makeImage<short>(std::vector<double>(10, 0.0));
+  image->setMask(std::make_shared<EveryThird>());
+  onBothEvaluators([&](bool) {
+    const auto result = LogCompressionAlgorithm::logCompression(*image, Parameters());
+    EXPECT_EQ(valuesOf(*result), (std::vector<double>{0, 1, 1, 0, 1, 1, 0, 1, 1, 0}));
+    EXPECT_TRUE(intensityMask(*result).isMasked(0.0));
+    EXPECT_FALSE(result->hasForm(ImageForm::Gl));
+  });
 }
 
 TEST(LogCompressionTest, ReadsAndStoresThroughShiftAndScale) {

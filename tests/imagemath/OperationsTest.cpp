@@ -1,0 +1,219 @@
+#include "BothEvaluators.h"
+
+#include "Lib/IntensityMask.h"
+
+namespace Kelvaris::ImageMath {
+namespace {
+
+using Operations = BothEvaluators;
+KELVARIS_BOTH_EVALUATORS(Operations);
+
+/// A function of one sample, or of two images' samples at the same place.
+using Reference = std::function<double(double a, double b)>;
+
+TEST_P(Operations, AgreeWithPlainLoopsForAllNumbersAndChannels) {
+  for (const int channels : usesShaders() ? std::vector{1, 3} : std::vector{1, 2, 3, 4}) { // shaders compile slowly
+    const auto first = randomImage(channels, 1), second = randomImage(channels, 2);
+    const SharedImage imageA(first), imageB(second);
+    const Array<const SharedImage> a(imageA), b(imageB);
+    const auto is = [&](const char* what, const auto& expr, const Reference& expected) {
+      check(what + std::to_string(channels), expr,
+            [&](int x, int y, int z, int c) { return expected(first->value(x, y, z, c), second->value(x, y, z, c)); });
+    };
+    is("a + b", a + b, [](double p, double q) { return static_cast<float>(p) + static_cast<float>(q); });
+    is("a + 3", a + 3, [](double p, double) { return p + 3; });
+    is("3.5f + a", 3.5f + a, [](double p, double) { return 3.5 + p; });
+    is("a * b", a * b, [](double p, double q) { return p * q; });
+    is("a * -0.7", a * -0.7, [](double p, double) { return p * -0.7; });
+    is("a / 7", a / 7, [](double p, double) { return p / 7; });
+    is("2.0 / max(abs(a), 1e-9)", 2.0 / max(abs(a), 1e-9),
+       [](double p, double) { return 2 / std::max(std::abs(p), 1e-9); });
+    is("max(a, b)", max(a, b), [](double p, double q) { return std::max(p, q); });
+    is("max(1, a)", max(1, a), [](double p, double) { return std::max(1.0, p); });
+    is("min(a, b)", min(a, b), [](double p, double q) { return std::min(p, q); });
+    is("min(a, 1)", min(a, 1), [](double p, double) { return std::min(p, 1.0); });
+    is("a > b", a > b, [](double p, double q) { return p > q ? 1 : 0; });
+    is("1 > a", 1 > a, [](double p, double) { return 1 > p ? 1 : 0; });
+    is("abs(a)", abs(a), [](double p, double) { return std::abs(p); });
+    is("sqrt(a)", sqrt(a), [](double p, double) { return std::sqrt(p); });
+    is("log(a)", log(a), [](double p, double) { return std::log(p); });
+    is("pow2(a)", pow2(a), [](double p, double) { return p * p; });
+    is("clamp", a.clamp(-2.5, 4), [](double p, double) { return std::min(std::max(p, -2.5), 4.0); });
+    is("Select", Select(a > b, a, 7), [](double p, double q) { return p > q ? p : 7; });
+    is("Stash", Stash(abs(a), [](auto v) { return v / (v + 1) + v; }),
+       [](double p, double) { return std::abs(p) / (std::abs(p) + 1) + std::abs(p); });
+  }
+}
+
+TEST_P(Operations, FoldRepeatAndMixChannels) {
+  for (int channels = 1; channels <= 4; ++channels) {
+    const auto samples = randomImage(channels, 3), single = randomImage(1, 4);
+    const SharedImage many(samples), one(single);
+    const Array<const SharedImage> x(many), y(one);
+    const auto sumOfSquares = [&](int column, int row, int z, int) {
+      double sum = 0;
+      for (int c = 0; c < channels; ++c)
+        sum += static_cast<double>(samples->value(column, row, z, c)) * samples->value(column, row, z, c);
+      return sum;
+    };
+    check("sum of squares", ChannelReduction<ImgOps::add>(pow2(x)), sumOfSquares);
+    check("largest", ChannelReduction<ImgOps::max>(x), [&](int column, int row, int z, int) {
+      double largest = samples->value(column, row, z, 0);
+      for (int c = 1; c < channels; ++c)
+        largest = std::max<double>(largest, samples->value(column, row, z, c));
+      return largest;
+    });
+    check("one for many", Select(y > 0, x, y), [&](int column, int row, int z, int c) {
+      return single->value(column, row, z) > 0 ? samples->value(column, row, z, c) : single->value(column, row, z);
+    });
+    check("repeated", BroadcastChannels(y, channels) * x, [&](int column, int row, int z, int c) {
+      return static_cast<double>(single->value(column, row, z)) * samples->value(column, row, z, c);
+    });
+    check("relative to the whole", Stash(abs(x) + 1, [](auto v) { return v / ChannelReduction<ImgOps::add>(v); }),
+          [&](int column, int row, int z, int c) {
+            double sum = 0;
+            for (int k = 0; k < channels; ++k)
+              sum += std::abs(static_cast<double>(samples->value(column, row, z, k))) + 1;
+            return (std::abs(static_cast<double>(samples->value(column, row, z, c))) + 1) / sum;
+          });
+    const double invalid = 2.5;
+    for (const double value : {invalid, static_cast<double>(kNan)})
+      check("mask", Select(makeMaskLeaf(x, std::make_shared<IntensityMask>(PixelFloat, value)) > 0, 1, 0),
+            [&](int column, int row, int z, int) {
+              for (int c = 0; c < channels; ++c)
+                if (IntensityMask(PixelFloat, value).isMasked(samples->value(column, row, z, c))) return 0;
+              return 1;
+            });
+  }
+}
+
+TEST_P(Operations, ImagesThatNoTextureHoldsAreEvaluatedInMainMemory) {
+  const auto samples = imageOf<short>(ImageDescriptor(PixelInt16, 300, 2, 2, 5), [](std::size_t i) { return i % 997; });
+  const SharedImage image(samples);
+  const Array<const SharedImage> x(image);
+  check("five channels", x * 2 + BroadcastChannels(ChannelReduction<ImgOps::add>(x), 5),
+        [&](int px, int y, int z, int c) {
+          double sum = 2.0 * samples->value(px, y, z, c);
+          for (int k = 0; k < 5; ++k)
+            sum += samples->value(px, y, z, k);
+          return sum;
+        });
+}
+
+template <typename T> class PixelTypes : public ::testing::Test {};
+using Types = ::testing::Types<signed char, unsigned char, short, unsigned short, int, unsigned int, float, double>;
+TYPED_TEST_SUITE(PixelTypes, Types);
+
+/// In main memory and, where the types allow it and there is OpenGL, by a shader.
+TYPED_TEST(PixelTypes, AreReadAndStoredThroughScaleAndShift) {
+  using T = TypeParam;
+  using Limits = std::numeric_limits<T>;
+  std::mt19937 random(5);
+  const bool small = sizeof(T) <= 2 || std::is_same_v<T, float>;
+  std::optional<GL::ContextManager::ActivationGuard> guard;
+  if (GL::ContextManager::get().isAvailable()) guard.emplace();
+  for (const double scale : {1.0, 0.25, 3.0})
+    for (const double shift : {0.0, -1.5})
+      for (const int slices : {1, 3}) {
+        ImageDescriptor descriptor(pixelTypeOf<T>(), 23, 31, slices);
+        descriptor.setScale(scale);
+        descriptor.setShift(shift);
+        const auto samples = imageOf<T>(descriptor, [&](std::size_t) {
+          const double top = std::is_integral_v<T> && sizeof(T) < 4 ? static_cast<double>(Limits::max()) : 30000.0;
+          return std::uniform_real_distribution(Limits::is_signed ? -top : 0.0, top)(random);
+        });
+        const SharedImage image(samples);
+        const Array<const SharedImage> x(image);
+        const auto shaded = (x * 1.5 + 2).template evaluateIntoImage<T>(false);
+        const auto plain = DeviceStrategyWrapper(x * 1.5 + 2, 0).template evaluateIntoImage<T>(false);
+        EXPECT_EQ(shaded->hasForm(ImageForm::Gl), small && guard);
+        EXPECT_FALSE(plain->hasForm(ImageForm::Gl));
+        EXPECT_EQ(plain->descriptor().scale(), scale);
+        for (std::size_t i = 0; i < samples->size(); ++i) {
+          const double real = (static_cast<double>((*samples)[i]) / scale - shift) * 1.5 + 2;
+          double stored = (real + shift) * scale;
+          if (std::is_integral_v<T>)
+            stored = std::clamp(std::round(stored), static_cast<double>(Limits::lowest()),
+                                static_cast<double>(Limits::max()));
+          const auto value = [&](const SharedImage& of) { return static_cast<const T*>(of.mem()->data())[i]; };
+          ASSERT_EQ(value(*plain), static_cast<T>(stored)) << i;
+          ASSERT_NEAR(value(*shaded), stored, std::is_integral_v<T> ? 1.0 : 1e-5 * std::max(1.0, std::abs(stored)))
+              << i;
+        }
+      }
+}
+
+TEST_P(Operations, IntegersAreRoundedHalfAwayFromZeroAndHeldWithinTheType) {
+  const float values[] = {0.5f,  -0.5f,  1.4999999f, 2.5f,      -2.5f,      0.49999997f, 126.5f,   254.5f,
+                          1e20f, -1e20f, kNan,       kInfinity, -kInfinity, -0.4f,       32767.4f, 65535.5f};
+  const auto samples = imageOf<float>(ImageDescriptor(PixelFloat, static_cast<int>(std::size(values)), 1),
+                                      [&](std::size_t i) { return values[i]; });
+  const SharedImage image(samples);
+  const auto checkType = [&]<typename T>() {
+    using Limits = std::numeric_limits<T>;
+    const auto result = evaluate<T>(Array<const SharedImage>(image))->mem();
+    for (std::size_t i = 0; i < samples->size(); ++i) {
+      const double v = values[i];
+      const double expected = std::isnan(v) ? 0.0
+                                            : std::clamp(std::round(v), static_cast<double>(Limits::lowest()),
+                                                         static_cast<double>(Limits::max()));
+      EXPECT_EQ(result->valueAsDouble(static_cast<int>(i), 0, 0, 0), expected) << v << " as " << typeid(T).name();
+    }
+  };
+  checkType.template operator()<signed char>();
+  checkType.template operator()<unsigned char>();
+  checkType.template operator()<short>();
+  checkType.template operator()<unsigned short>();
+  if (usesShaders()) return;
+  checkType.template operator()<int>();
+  checkType.template operator()<unsigned int>();
+}
+
+TEST(Precision, NumbersKeepTheirOwnTypeInMainMemory) {
+  const float third = 1.0f / 3;
+  const SharedImage image(imageOf<float>(ImageDescriptor(PixelFloat, 1, 1), [&](std::size_t) { return third; }));
+  const Array<const SharedImage, float> narrow(image);
+  const Array<const SharedImage> wide(image);
+  const auto value = [](const auto& expr) {
+    return DeviceStrategyWrapper(expr, 0).template evaluateIntoImage<double>(false)->mem()->valueAsDouble(0, 0, 0, 0);
+  };
+  EXPECT_EQ(value(narrow * 0.1f), static_cast<double>(third * 0.1f)) << "floats alone stay floats";
+  EXPECT_EQ(value(narrow * 0.1), static_cast<double>(third) * 0.1) << "a double widens what is above it";
+  EXPECT_EQ(value(wide * 0.1f), static_cast<double>(third) * static_cast<double>(0.1f))
+      << "a float isn't made a double 0.1";
+  EXPECT_EQ(value(narrow / 7), static_cast<double>(third / 7.0f)) << "an integer goes with floats";
+  EXPECT_EQ(value(narrow * 0.1f * 0.1), static_cast<double>(third * 0.1f) * 0.1) << "but not what is below";
+}
+
+TEST_P(Operations, ATargetMayOccurInItsOwnExpression) {
+  const auto before = randomImage(2);
+  const auto result = [&](const auto& assign) {
+    SharedImage image(before->clone());
+    Array<SharedImage, float> target(image);
+    assign(image, target);
+    EXPECT_EQ(image.hasForm(ImageForm::Gl), usesShaders());
+    EXPECT_NE(image.hasForm(ImageForm::Mem), usesShaders());
+    return image.mem();
+  };
+  const int strategy = usesShaders() ? 2 : 0;
+  const auto scaled = result([&](const SharedImage&, auto& target) {
+    target = DeviceStrategyWrapper(target * 2.0f, strategy);
+    target = DeviceStrategyWrapper(target / ChannelReduction<ImgOps::add>(abs(target)), strategy);
+  });
+  const auto moved = result([&](const SharedImage& image, auto& target) {
+    const Array<const SharedImage, float, true> left(image, {1, 0, 0});
+    target = DeviceStrategyWrapper(left * 1.0f, strategy);
+  });
+  for (int y = 0; y < before->height(); ++y)
+    for (int x = 0; x < before->width(); ++x)
+      for (int c = 0; c < 2; ++c) {
+        const float sum = std::abs(before->value(x, y, 1, 0)) * 2 + std::abs(before->value(x, y, 1, 1)) * 2;
+        const double share = before->value(x, y, 1, c) * 2 / sum, value = scaled->valueAsDouble(x, y, 1, c);
+        EXPECT_TRUE((std::isnan(share) && std::isnan(value)) || std::abs(share - value) <= 1e-6) << share << value;
+        const float neighbour = before->value(std::min(x + 1, before->width() - 1), y, 1, c);
+        EXPECT_TRUE(moved->valueAsDouble(x, y, 1, c) == neighbour || std::isnan(neighbour));
+      }
+}
+
+} // namespace
+} // namespace Kelvaris::ImageMath
