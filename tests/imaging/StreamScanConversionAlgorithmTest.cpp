@@ -13,52 +13,34 @@
 namespace Kelvaris::US {
 namespace {
 
-TEST(StreamScanConversion, TakesOneStreamOfAnyKindAndNothingElse) {
-  ImageStream images("images"), volumes("volumes"), other("other");
-  volumes.setKind(Data::VolumeStreamKind);
-  other.setKind(Data::OtherStreamKind);
+TEST(StreamScanConversion, MakesExecutorsForStreamsOfAnyKindThatOutliveAMissingScanConversion) {
   SharedImageSet set;
+  ImageStream stream("probe"), another("another");
   set.setModality(Data::Ultrasound);
-  set.add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(2, 2)));
-  const struct {
-    const char* what;
-    DataList data;
-    bool compatible;
-  } cases[] = {{"images", {&images}, true},
-               {"volumes", {&volumes}, true},
-               {"any other", {&other}, true},
-               {"nothing", {}, false},
-               {"an image set", {&set}, false},
-               {"two streams", {&images, &volumes}, false},
-               {"stream and set", {&images, &set}, false}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(StreamScanConversionAlgorithm::createCompatible(c.data, nullptr), c.compatible) << c.what;
+  for (const DataList& data : {DataList{}, DataList{&set}, DataList{&stream, &another}, DataList{&stream, &set}})
+    EXPECT_FALSE(StreamScanConversionAlgorithm::createCompatible(data, nullptr));
+  const auto images = std::make_shared<SharedImageSet>();
+  images->add(std::make_shared<SharedImage>(ImageDescriptor(PixelFloat, 2, 2)));
+  for (const auto kind : {Data::ImageStreamKind, Data::VolumeStreamKind, Data::OtherStreamKind}) {
+    stream.setKind(kind);
     Algorithm* created = nullptr;
-    EXPECT_EQ(StreamScanConversionAlgorithm::createCompatible(c.data, &created), c.compatible) << c.what;
-    const std::unique_ptr<Algorithm> algorithm(created);
-    const auto* executor = dynamic_cast<StreamAlgorithmExecutor*>(created);
-    ASSERT_EQ(executor != nullptr, c.compatible) << c.what;
-    if (!executor) continue;
-    EXPECT_EQ(executor->streamAlgorithmName(), "Advanced Scan-conversion");
-    EXPECT_FALSE(executor->autoStart);
-    EXPECT_EQ(executor->mode, StreamAlgorithmExecutor::EveryImage);
-  }
-}
+    ASSERT_TRUE(StreamScanConversionAlgorithm::createCompatible({&stream}, nullptr));
+    ASSERT_TRUE(StreamScanConversionAlgorithm::createCompatible({&stream}, &created));
+    const std::unique_ptr<Algorithm> owner(created);
+    auto& executor = dynamic_cast<StreamAlgorithmExecutor&>(*created);
+    EXPECT_EQ(executor.streamAlgorithmName(), "Advanced Scan-conversion");
+    EXPECT_FALSE(executor.autoStart);
+    EXPECT_EQ(executor.mode, StreamAlgorithmExecutor::EveryImage);
 
-TEST(StreamScanConversion, WithoutAScanConversionTheStreamLivesOnAndTheLogSaysWhy) {
-  ImageStream stream("probe");
-  Algorithm* created = nullptr;
-  ASSERT_TRUE(StreamScanConversionAlgorithm::createCompatible({&stream}, &created));
-  const std::unique_ptr<Algorithm> executor(created);
-  executor->compute();
-  auto images = std::make_shared<SharedImageSet>();
-  images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(2, 2)));
-  const Tests::ExpectedLog log;
-  for (int i = 0; i < 3; ++i)
-    stream.dataSignal.emitSignal(std::make_shared<ImageStreamData>(images));
-  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 StreamAlgorithmExecutor: Could not create the algorithm "
-                                                     "\"Advanced Scan-conversion\": no factory has one of this name"});
-  EXPECT_EQ(executor->takeOutput().size(), 1u);
+    executor.compute();
+    const Tests::ExpectedLog log;
+    for (int i = 0; i < 3; ++i)
+      stream.dataSignal.emitSignal(std::make_shared<ImageStreamData>(images));
+    EXPECT_EQ(log.messages(),
+              std::vector<std::string>{"4 StreamAlgorithmExecutor: Could not create the algorithm "
+                                       "\"Advanced Scan-conversion\": no factory has one of this name"});
+    EXPECT_EQ(executor.takeOutput().size(), 1u);
+  }
 }
 
 TEST(StreamScanConversion, ComputesNothingItself) {
