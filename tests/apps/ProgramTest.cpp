@@ -136,22 +136,6 @@ TEST_F(Program, PicturesAreInMillimetresWhereTheirShapeIsKnown) {
   }
 }
 
-TEST_F(Program, MaskedPixelsGetTheColourAskedFor) {
-  const std::vector<std::pair<std::string, std::vector<int>>> table = {
-      {"transparent", {0, 0}}, {"#Ff8001", {255, 128, 1}}, {"navy", {0, 0, 128}}};
-  for (const auto& [color, samples] : table) {
-    ASSERT_EQ(
-        run({"run", "in.kvx", "--images", "1", "--step", "Levels", "--mask-color", color, "--output", "a.png"}).status,
-        0);
-    const Tests::PngPicture picture = Tests::readPng(m_folder / "a.png");
-    ASSERT_EQ(picture.channels, static_cast<int>(samples.size())) << color;
-    for (int channel = 0; channel < picture.channels; ++channel) {
-      EXPECT_EQ(picture.at(0, 0, channel), samples[static_cast<std::size_t>(channel)]) << color;
-      EXPECT_EQ(picture.at(1, 0, channel), picture.channels == 2 && channel == 1 ? 255 : 2) << color;
-    }
-  }
-}
-
 TEST_F(Program, ListsAlgorithms) {
   EXPECT_EQ(run({"algorithms"}).output, "Test.Gain     Test;Gain              Gain\n"
                                         "Test.Levels   Test;Make Levels       Make Levels\n"
