@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 
 #include <sys/resource.h>
 

@@ -4,7 +4,6 @@
 #include "model/FrameAcquisition.h"
 
 #include <cmath>
-#include <cstdint>
 #include <memory>
 #include <random>
 

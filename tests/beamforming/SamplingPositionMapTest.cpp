@@ -15,7 +15,6 @@
 
 #include <cmath>
 #include <limits>
-#include <optional>
 #include <stdexcept>
 
 namespace Kelvaris::US {

@@ -11,7 +11,6 @@
 
 #include <cmath>
 #include <functional>
-#include <stdexcept>
 
 namespace Kelvaris::US {
 namespace {

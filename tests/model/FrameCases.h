@@ -3,7 +3,6 @@
 #include "model/FrameAcquisition.h"
 
 #include <numbers>
-#include <vector>
 
 namespace Kelvaris::Tests {
 
