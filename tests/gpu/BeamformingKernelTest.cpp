@@ -127,7 +127,13 @@ TYPED_TEST(BeamformingKernel, AgreesWithDoubleAndSinglePrecision) {
 
 // So many pixels that the channel data are worth reordering, in layouts with and without the samples side by side.
 TYPED_TEST(BeamformingKernel, LargeImagesAreThoseOfSinglePixels) {
-  BeamformingScene scene = makeScene({.numElements = 16, .numEvents = 2, .numSamples = 171, .width = 70, .height = 83});
+  BeamformingScene scene = makeScene({.shape = ArrayShape::Convex,
+                                      .wave = Wave::Diverging,
+                                      .numElements = 16,
+                                      .numEvents = 2,
+                                      .numSamples = 171,
+                                      .width = 70,
+                                      .height = 83});
   quantise<TypeParam>(scene);
   const auto single = delayAndSum<float>(scene);
   for (const std::size_t order : {0u, 1u, 2u})
