@@ -2,6 +2,7 @@
 
 #include "Lib/SharedImage.h"
 #include "model/FrameAcquisition.h"
+#include "support/Samples.h"
 
 #include <cmath>
 #include <memory>
@@ -51,24 +52,17 @@ inline std::shared_ptr<MemImage> emptyData(const FrameAcquisition& acquisition, 
   const auto& receive = acquisition.events().front().receive;
   const int samples =
       static_cast<int>(std::ceil((receive.endTime - receive.startTime) * receive.samplingFrequency)) + 1;
-  ImageDescriptor descriptor(pixelType, acquisition.transducer().numElements(), samples,
-                             static_cast<int>(acquisition.events().size()), components);
-  std::shared_ptr<MemImage> data = MemImage::create(descriptor);
-  std::fill_n(static_cast<char*>(data->data()), data->byteSize(), '\0');
-  return data;
+  return Kelvaris::Tests::imageOf({pixelType, acquisition.transducer().numElements(), samples,
+                                   static_cast<int>(acquisition.events().size()), components},
+                                  [](int, int, int, int) { return 0; });
 }
 
 /// The same with whole numbers from -1000 to 1000.
 inline std::shared_ptr<MemImage> noise(const FrameAcquisition& acquisition, int pixelType = PixelFloat,
                                        int components = 1, unsigned seed = 1) {
-  const auto data = emptyData(acquisition, pixelType, components);
   std::mt19937 random(seed);
-  dispatchPixelType(pixelType, [&]<typename T>() {
-    T* samples = static_cast<T*>(data->data());
-    for (std::size_t i = 0; i < data->descriptor().elementCount(); ++i)
-      samples[i] = static_cast<T>(static_cast<int>(random() % 2001) - 1000);
-  });
-  return data;
+  return Kelvaris::Tests::imageOf(emptyData(acquisition, pixelType, components)->descriptor(),
+                                  [&](int, int, int, int) { return static_cast<int>(random() % 2001) - 1000; });
 }
 
 inline DataComponentList componentsOf(const FrameAcquisition& acquisition, const DataComponentList& others = {}) {

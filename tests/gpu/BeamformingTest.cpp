@@ -41,13 +41,9 @@ protected:
 
   /// Positions in steps of 0.25 and 0.4 mm.
   static SharedImage grid(int width, int height) {
-    auto positions = std::make_shared<TypedImage<float>>(width, height, 1, 2);
-    for (int y = 0; y < height; ++y)
-      for (int x = 0; x < width; ++x) {
-        positions->setValue(-1.0f + 0.25f * static_cast<float>(x), x, y, 0, 0);
-        positions->setValue(4.0f + 0.4f * static_cast<float>(y), x, y, 0, 1);
-      }
-    return SharedImage(positions);
+    return SharedImage(Kelvaris::Tests::imageOf({PixelFloat, width, height, 1, 2}, [](int x, int y, int, int channel) {
+      return channel == 0 ? -1.0 + 0.25 * x : 4.0 + 0.4 * y;
+    }));
   }
 };
 

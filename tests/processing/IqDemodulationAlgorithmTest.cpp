@@ -9,6 +9,7 @@
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
+#include "support/Samples.h"
 
 #include <gtest/gtest.h>
 
@@ -37,11 +38,8 @@ FrameAcquisition acquisition(double samplingFrequency = fs) {
   return FrameAcquisition(Transducer(), events);
 }
 
-std::shared_ptr<SharedImage> waves(int width, int height, int slices) {
-  auto pixels = std::make_shared<TypedImage<float>>(width, height, slices);
-  for (std::size_t i = 0; i < pixels->size(); ++i)
-    (*pixels)[i] = static_cast<float>(std::sin(0.37 * static_cast<double>(i * i % 1009)));
-  auto image = std::make_shared<SharedImage>(pixels);
+std::shared_ptr<SharedImage> ultrasound(const ImageDescriptor& descriptor) {
+  auto image = std::make_shared<SharedImage>(Tests::noiseImage(descriptor));
   image->setModality(Data::Ultrasound);
   return image;
 }
@@ -71,7 +69,7 @@ protected:
     return GPU::IqDemodulation().demodulate(*image, samplingFrequency, demodulationFrequency, factor, axis, 1.0, 101);
   }
 
-  std::shared_ptr<SharedImage> image = waves(9, 150, 2);
+  std::shared_ptr<SharedImage> image = ultrasound({PixelFloat, 9, 150, 2});
   DataComponentList components;
   IqDemodulationAlgorithm algorithm{nullptr};
 };
@@ -92,8 +90,8 @@ TEST_F(IqDemodulationAlgorithmTest, AcceptsOneChannelAndVolumeStreams) {
   SharedImageSet real, complex;
   for (SharedImageSet* images : {&real, &complex})
     images->setModality(Data::Ultrasound);
-  real.add(waves(3, 5, 1));
-  complex.add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(3, 5, 1, 2)));
+  real.add(ultrasound({PixelFloat, 3, 5}));
+  complex.add(ultrasound({PixelFloat, 3, 5, 1, 2}));
   ImageStream volumes("volumes"), flat("images");
   volumes.setKind(Data::VolumeStreamKind);
 
