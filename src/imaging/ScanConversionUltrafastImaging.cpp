@@ -246,7 +246,7 @@ std::shared_ptr<Mask> ScanConversionUltrafastImaging::createOutputMask(const Sha
   return std::make_shared<FanMask>(geometry);
 }
 
-bool ScanConversionUltrafastImaging::attachMask(std::shared_ptr<const Mask> mask) const {
+bool ScanConversionUltrafastImaging::attachMask(const std::shared_ptr<const Mask>& mask) const {
   const auto fail = [&](const char* message) {
     Log::error(kCategory, "{}", message);
     m_program->removeAbstractIncludeDefinition("mask");

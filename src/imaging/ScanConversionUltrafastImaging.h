@@ -55,7 +55,7 @@ public:
   std::shared_ptr<Mask> createOutputMask(const SharedImage& input, const FrameGeometry& geometry) const;
   /// Lets the program ask the mask (null: none) about pre-scan pixels. False, with a logged error, if it can't. Needs a
   /// current context, and throws GL::Error without one.
-  bool attachMask(std::shared_ptr<const Mask> mask) const;
+  bool attachMask(const std::shared_ptr<const Mask>& mask) const;
   /// Tells the program whether the images have one slice or several. Needs a current context once the program has run.
   void setShaderDefines(const ImageDescriptor& descriptor) const;
 

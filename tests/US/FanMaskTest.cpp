@@ -2,7 +2,6 @@
 
 #include "Lib/KelvarisFile.h"
 #include "Lib/MemImage.h"
-#include "US/CartesianImage.h"
 #include "US/GeometryCases.h"
 #include "support/ExpectedLog.h"
 #include "support/TemporaryFolder.h"
@@ -25,8 +24,19 @@ namespace {
 
 constexpr int kAcross = 150; ///< pixels of an image along the longer side, about
 
+/// Gives the geometry a Cartesian image that holds it with a margin of some pixels, and the offset that belongs to it.
+void setCartesianImage(FrameGeometry& geometry, double spacing) {
+  const Geometry::AlignedBox box = geometry.bounds();
+  const auto pixels = [&](int axis) { return static_cast<int>(std::ceil(box.extent()[axis] / spacing)) + 6; };
+  ImageDescriptor descriptor(PixelUInt8, pixels(0), pixels(1));
+  descriptor.setSpacing({spacing, spacing, 1.0});
+  geometry.setImgDesc(descriptor);
+  const Eigen::Vector2d centre = box.center();
+  geometry.setOffset({-centre.x(), -centre.y(), 0.0});
+}
+
 std::shared_ptr<const FanMask> fanMask(const Tests::GeometryCase& c) {
-  Tests::setCartesianImage(*c.geometry, c.geometry->bounds().extent().maxCoeff() / kAcross);
+  setCartesianImage(*c.geometry, c.geometry->bounds().extent().maxCoeff() / kAcross);
   return std::make_shared<FanMask>(*c.geometry);
 }
 
@@ -36,42 +46,8 @@ std::vector<unsigned char> evaluated(const FanMask& mask) {
   std::vector<unsigned char> valid(d.elementCount());
   for (int y = 0; y < d.height(); ++y) // in two pieces
     for (const auto& [x, count] : {std::pair{0, 7}, std::pair{7, d.width() - 7}})
-      mask.evaluate(image, x, y, 0, count, &valid[static_cast<std::size_t>(y * d.width() + x)]);
+      mask.evaluate(image, x, y, 0, count, &valid[image.index(x, y, 0, 0)]);
   return valid;
-}
-
-/// Which pixels the frame covers, by its plain formula alone: every cell of a fine grid of (u, v) is put into the
-/// image.
-std::vector<unsigned char> painted(const Tests::GeometryCase& c) {
-  const ImageDescriptor& d = c.geometry->imgDesc();
-  std::vector<unsigned char> covered(d.elementCount());
-  constexpr int fine = 8 * kAcross;
-  for (int i = 0; i <= fine; ++i)
-    for (int j = 0; j <= fine; ++j) {
-      const Eigen::Vector2d image =
-          c.position(static_cast<double>(i) / fine, static_cast<double>(j) / fine) + c.geometry->offset().head<2>();
-      const auto column = static_cast<int>(std::floor(image.x() / d.spacing().x() + 0.5 * d.width()));
-      const auto row = static_cast<int>(std::floor(image.y() / d.spacing().y() + 0.5 * d.height()));
-      covered.at(static_cast<std::size_t>(row * d.width() + column)) = 1;
-    }
-  return covered;
-}
-
-/// Pixels that differ and have no neighbour of the other kind in `expected`, that is, lie more than a pixel off its
-/// edge.
-int farFromTheEdge(const std::vector<unsigned char>& mask, const std::vector<unsigned char>& expected, int width) {
-  int count = 0;
-  const int height = static_cast<int>(expected.size()) / width;
-  const auto at = [&](int x, int y) { return expected[static_cast<std::size_t>(y * width + x)]; };
-  for (int y = 1; y + 1 < height; ++y)
-    for (int x = 1; x + 1 < width; ++x) {
-      bool edge = false;
-      for (int dy = -1; dy <= 1; ++dy)
-        for (int dx = -1; dx <= 1; ++dx)
-          edge |= at(x + dx, y + dy) != at(x, y);
-      count += !edge && mask[static_cast<std::size_t>(y * width + x)] != at(x, y);
-    }
-  return count;
 }
 
 class FanMaskOf : public testing::TestWithParam<Tests::GeometryCase> {};
@@ -82,12 +58,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, FanMaskOf,
                                          Tests::steeredCase(28.5, 60, 20, 120), Tests::sectorCase(45, 10, 150, 1),
                                          Tests::sectorCase(45, 10, 150, 0), Tests::sectorCase(60, 20, 100, 0.3)),
                          [](const auto& test) { return test.param.geometry->type() + std::to_string(test.index); });
-
-TEST_P(FanMaskOf, FollowsTheShapeOfTheFrame) {
-  const auto mask = fanMask(GetParam());
-  const int width = mask->geometry().imgDesc().width();
-  EXPECT_EQ(farFromTheEdge(evaluated(*mask), painted(GetParam()), width), 0);
-}
 
 #ifdef KELVARIS_HAVE_GL
 TEST_P(FanMaskOf, IsTheSameInAShaderButForTheVeryEdge) {
@@ -115,7 +85,6 @@ void main() {
   const auto pixels = std::static_pointer_cast<TypedImage<unsigned char>>(std::shared_ptr(output.download()));
   const std::vector<unsigned char> expected = evaluated(*mask);
   const std::vector<unsigned char> valid(pixels->pointer(), pixels->pointer() + pixels->size());
-  EXPECT_EQ(farFromTheEdge(valid, expected, pixels->width()), 0);
   int different = 0;
   for (std::size_t i = 0; i < valid.size(); ++i)
     different += valid[i] != expected[i];
@@ -162,7 +131,7 @@ TEST(FanMask, ComparesByGeometryAndImageAndNeedsAnImage) {
   auto moved = mask->geometry().clone();
   moved->setOffset({0.0, 0.1, 0.0});
   EXPECT_FALSE(*mask == FanMask(*moved));
-  Tests::setCartesianImage(*moved, 3.0);
+  setCartesianImage(*moved, 3.0);
   EXPECT_FALSE(*mask == FanMask(*moved));
 }
 

@@ -52,33 +52,32 @@ Comparison compare(const MemImage& prescan, const MemImage& output, const FrameP
   const Eigen::Vector2d first = pixelInFrame(output.descriptor(), position, 0, 0);
   const double s = output.descriptor().spacing().x();
   const int width = output.width(), height = output.height();
-  std::vector<std::optional<Eigen::Vector2d>> uv(static_cast<std::size_t>(width * height));
-  std::vector<char> undecided(uv.size()), valid(uv.size());
-  const auto at = [&](int x, int y) { return static_cast<std::size_t>(y * width + x); };
+  using Flags = Eigen::Array<bool, Eigen::Dynamic, Eigen::Dynamic>;
+  Eigen::ArrayXXd u(width, height), v(width, height);
+  Flags undecided = Flags::Zero(width, height), valid = Flags::Zero(width, height);
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x) {
-      auto& point = uv[at(x, y)];
-      point = inverse(first + s * Eigen::Vector2d(x, y));
-      if (point && !((point->array() >= 0).all() && (point->array() <= 1).all())) point.reset();
-      undecided[at(x, y)] = point && masked && isBetweenPixels(prescan, *point, 1e-3);
-      valid[at(x, y)] = point && sampleBilinear(prescan, *point, 0, 0, isValid).has_value();
+      const auto uv = inverse(first + s * Eigen::Vector2d(x, y));
+      if (!uv || !((uv->array() >= 0).all() && (uv->array() <= 1).all())) continue;
+      u(x, y) = uv->x();
+      v(x, y) = uv->y();
+      undecided(x, y) = masked && isBetweenPixels(prescan, *uv, 1e-3);
+      valid(x, y) = sampleBilinear(prescan, *uv, 0, 0, isValid).has_value();
     }
   Comparison result;
   for (int z = 0; z < output.slices(); ++z)
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x) {
-        if (undecided[at(x, y)]) continue;
-        const bool expected = valid[at(x, y)];
+        if (undecided(x, y)) continue;
+        const bool expected = valid(x, y);
         if (isMasked(x, y, z) == expected) {
           ++result.differentlyMasked;
-          bool border = false;
-          for (int j = std::max(y - 1, 0); j <= std::min(y + 1, height - 1); ++j)
-            for (int i = std::max(x - 1, 0); i <= std::min(x + 1, width - 1); ++i)
-              border |= static_cast<bool>(valid[at(i, j)]) != expected;
-          result.farFromBorder += !border;
+          const int left = std::max(x - 1, 0), top = std::max(y - 1, 0);
+          const auto around = valid.block(left, top, std::min(x + 2, width) - left, std::min(y + 2, height) - top);
+          result.farFromBorder += expected ? around.all() : !around.any();
         } else if (expected) {
           for (int c = 0; c < output.channels(); ++c) {
-            const auto value = stored(*sampleBilinear(prescan, *uv[at(x, y)], z, c, isValid));
+            const auto value = stored(*sampleBilinear(prescan, {u(x, y), v(x, y)}, z, c, isValid));
             if (!value) continue;
             ++result.pixels;
             result.largestError = std::max(result.largestError, std::abs(output.valueAsDouble(x, y, z, c) - *value));
@@ -216,10 +215,10 @@ TEST_P(ScanConversionTypes, AreRoundedAndMaskedAsTold) {
     std::mt19937 random(5);
     std::uniform_real_distribution<double> value(type.min, type.max);
     std::bernoulli_distribution bad(0.1);
-    std::vector<char> invalid(40 * 50);
-    for (char& i : invalid)
+    Eigen::Array<bool, 40, 50> invalid;
+    for (bool& i : invalid.reshaped())
       i = shape.masked && bad(random);
-    const auto isValid = [&](int x, int y) { return invalid[static_cast<std::size_t>(y * 40 + x)] == 0; };
+    const auto isValid = [&](int x, int y) { return !invalid(x, y); };
     const auto prescan =
         filled(prescanDescriptor(type.pixelType, 40, 50, c.geometry->depth(), shape.slices, shape.channels),
                [&](int x, int y, int, int channel) {
@@ -277,7 +276,7 @@ TEST_F(ScanConversion, RoundsHalvesAwayFromZeroAndLeavesOutInvalidPixels) {
   const struct {
     const char* what;
     int pixelType;
-    std::vector<double> pixels; ///< left and right of row 0, then of row 1, which is the nearest of all
+    double pixels[2][2]; ///< left and right of row 0, then of row 1, which is the nearest of all
     std::optional<double> mask;
     double expected;
   } cases[] = {
@@ -303,9 +302,8 @@ TEST_F(ScanConversion, RoundsHalvesAwayFromZeroAndLeavesOutInvalidPixels) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     geometry.setImgDesc(ImageDescriptor(c.pixelType, 1, 1));
-    const auto input = share(filled(ImageDescriptor(c.pixelType, 2, 2), [&](int x, int y, int, int) {
-      return c.pixels[static_cast<std::size_t>(2 * y + x)];
-    }));
+    const auto input =
+        share(filled(ImageDescriptor(c.pixelType, 2, 2), [&](int x, int y, int, int) { return c.pixels[y][x]; }));
     if (c.mask) input->setMask(std::make_shared<IntensityMask>(c.pixelType, *c.mask));
     const auto [image, components] = convert(*input, geometry);
     ASSERT_NE(image, nullptr);
