@@ -59,8 +59,8 @@ inline std::shared_ptr<MemImage> emptyData(const FrameAcquisition& acquisition, 
 
 /// The same with whole numbers from -1000 to 1000.
 inline std::shared_ptr<MemImage> noise(const FrameAcquisition& acquisition, int pixelType = PixelFloat,
-                                       int components = 1, unsigned seed = 1) {
-  std::mt19937 random(seed);
+                                       int components = 1) {
+  std::mt19937 random(1);
   return Kelvaris::Tests::imageOf(emptyData(acquisition, pixelType, components)->descriptor(),
                                   [&](int, int, int, int) { return static_cast<int>(random() % 2001) - 1000; });
 }
