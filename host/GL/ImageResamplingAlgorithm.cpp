@@ -179,13 +179,13 @@ template <typename T> void resample(const MemImage& input, const Mask* mask, int
 struct ImageResamplingAlgorithm::TextureProgram {
   std::unique_ptr<GL::ImageProgram> program;
 
-  std::shared_ptr<GlImage> resample(const GlImage& input, const ImageDescriptor& descriptor, int mode) {
+  std::shared_ptr<GlImage> resample(const GlImage& input, const ImageDescriptor& descriptor, bool isNearest) {
     const GL::ContextManager::ActivationGuard guard;
     auto output = std::make_shared<GlImage>(descriptor);
     if (!program)
       program = GL::ImageProgram::createFromText("ImageResampling", kText, "", GL::CompilationMode::Deferred);
     program->addDefine(input.descriptor().slices() > 1 ? "#define LAYERED" : "#undef LAYERED");
-    program->addDefine(mode == Nearest ? "#define NEAREST" : "#undef NEAREST");
+    program->addDefine(isNearest ? "#define NEAREST" : "#undef NEAREST");
     const GL::PixelStore store(descriptor.pixelType());
     program->addAbstractIncludeDefinition(store, "output");
     program->enable();
@@ -259,7 +259,7 @@ ImageResamplingAlgorithm::processImage(const SharedImage& image, const DataCompo
   const int pixelType = descriptor->pixelType();
   const bool texelIsExact = pixelType != PixelInt32 && pixelType != PixelUInt32 && pixelType != PixelDouble;
   if (image.hasForm(ImageForm::Gl) && texelIsExact && !image.mask()) {
-    output = m_program->resample(*image.sharedCustom<GlImage>(), *descriptor, chosenMode);
+    output = m_program->resample(*image.sharedCustom<GlImage>(), *descriptor, chosenMode == Nearest);
   } else {
     const auto input = image.mem();
     std::shared_ptr<MemImage> mem = MemImage::create(*descriptor);

@@ -35,16 +35,16 @@ std::unique_ptr<SharedImage> mixed(const SharedImage& image, const SharedImage& 
 void IqDemodulation::updateCachedSignals(int height, double samplingFrequency, double demodulationFrequency,
                                          double cutoffRatio, int filterLength) const {
   const auto fs = static_cast<float>(samplingFrequency), fd = static_cast<float>(demodulationFrequency);
-  CachedSignals signals{std::make_unique<GlConvolutionFilter>(nullptr, GlConvolutionFilter::ZeroBorder),
-                        std::make_unique<ImageResamplingAlgorithm>(nullptr, nullptr),
-                        nullptr,
-                        filterLength,
-                        samplingFrequency,
-                        demodulationFrequency,
-                        cutoffRatio};
+  CachedSignals signals;
+  signals.filterLength = filterLength;
+  signals.samplingFrequency = samplingFrequency;
+  signals.demodulationFrequency = demodulationFrequency;
+  signals.cutoffRatio = cutoffRatio;
+  signals.filter = std::make_unique<GlConvolutionFilter>(nullptr, GlConvolutionFilter::ZeroBorder);
   signals.filter->setKernel(Signal::createFirFilter(Signal::FilterType::Lowpass, fs, 0.0f,
                                                     static_cast<float>(demodulationFrequency * cutoffRatio),
                                                     filterLength, kFastTimeAxis));
+  signals.resampler = std::make_unique<ImageResamplingAlgorithm>(nullptr, nullptr);
   signals.resampler->setSequentialMode(true);
   signals.resampler->mode = ImageResamplingAlgorithm::Linear;
   signals.signal = std::make_unique<SharedImage>(std::make_shared<TypedImage<float>>(
