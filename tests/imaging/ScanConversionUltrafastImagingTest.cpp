@@ -276,7 +276,7 @@ TEST_F(ScanConversion, RoundsHalvesAwayFromZeroAndLeavesOutInvalidPixels) {
   const struct {
     const char* what;
     int pixelType;
-    double pixels[2][2]; ///< left and right of row 0, then of row 1, which is the nearest of all
+    double pixels[4]; ///< left and right of row 0, then of row 1, which is the nearest of all
     std::optional<double> mask;
     double expected;
   } cases[] = {
@@ -303,7 +303,7 @@ TEST_F(ScanConversion, RoundsHalvesAwayFromZeroAndLeavesOutInvalidPixels) {
     SCOPED_TRACE(c.what);
     geometry.setImgDesc(ImageDescriptor(c.pixelType, 1, 1));
     const auto input =
-        share(filled(ImageDescriptor(c.pixelType, 2, 2), [&](int x, int y, int, int) { return c.pixels[y][x]; }));
+        share(filled(ImageDescriptor(c.pixelType, 2, 2), [&](int x, int y, int, int) { return c.pixels[2 * y + x]; }));
     if (c.mask) input->setMask(std::make_shared<IntensityMask>(c.pixelType, *c.mask));
     const auto [image, components] = convert(*input, geometry);
     ASSERT_NE(image, nullptr);
