@@ -140,9 +140,15 @@ EnvelopeDetectionAlgorithm::processImage(const SharedImage& image, const DataCom
     return {};
   }
   const auto compressed = [&](const SharedImage& iq) -> std::pair<std::shared_ptr<SharedImage>, DataComponentList> {
-    auto decibels = LogCompressionAlgorithm::logCompression(iq, parameters);
-    decibels->setModality(image.modality());
-    return {std::move(decibels), decibelComponents(components, parameters.normalizeEnvelope ? PixelUInt8 : PixelFloat)};
+    try {
+      auto decibels = LogCompressionAlgorithm::logCompression(iq, parameters);
+      decibels->setModality(image.modality());
+      return {std::move(decibels),
+              decibelComponents(components, parameters.normalizeEnvelope ? PixelUInt8 : PixelFloat)};
+    } catch (const std::runtime_error& error) { // no pixels, or OpenGL
+      Log::error(kFrame.className, "{}", error.what());
+      return {};
+    }
   };
   if (image.descriptor().channels() == 2) return compressed(image);
 

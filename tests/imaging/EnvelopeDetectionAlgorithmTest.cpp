@@ -195,6 +195,9 @@ TEST(EnvelopeDetection, ReportsBadInputByANullImage) {
     EXPECT_TRUE(after.empty());
     EXPECT_EQ(log.messages(), (std::vector<std::string>{c.reason, name + "Filter did not produce an output"}));
   }
+  const Tests::ExpectedLog log;
+  EXPECT_EQ(process(SharedImage(ImageDescriptor(PixelFloat, 2, 3, 1, 2)), {}).first, nullptr) << "IQ without pixels";
+  EXPECT_TRUE(log.contains("has no pixels"));
 }
 
 TEST(EnvelopeDetection, HasItsParametersInOrder) {
