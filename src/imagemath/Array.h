@@ -43,7 +43,7 @@ public:
   int channels() const override;
 
   /// Evaluates the expression, by a shader, into the SharedImage that this leaf stands for. False, with the reason in
-  /// the log, if that isn't possible; the image is then as it was. Makes a context current for itself.
+  /// the log, if that isn't possible; main memory must do it then. Makes a context current for itself.
   bool assignGl(const GlExprInterface& expr) const;
 
   const void* image() const { return m_shared ? static_cast<const void*>(m_shared) : m_mem; }

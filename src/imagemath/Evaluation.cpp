@@ -70,10 +70,8 @@ bool shadersAreUsed() {
   return contexts.isAvailable() && !contexts.isSoftware();
 }
 
-MemTarget::MemTarget(SharedImage& image, bool asCopy) : m_image(image) {
-  const auto hasPixels = [&](ImageForm form) { return image.hasForm(form); };
-  // A texture without an image in memory may be an input of the expression.
-  m_isNew = asCopy || (!hasPixels(ImageForm::Mem) && !hasPixels(ImageForm::Gl) && !hasPixels(ImageForm::Device));
+MemTarget::MemTarget(SharedImage& image, bool asCopy)
+    : m_image(image), m_isNew(asCopy || !image.hasForm(ImageForm::Mem)) {
   m_mem = m_isNew ? std::shared_ptr<MemImage>(MemImage::create(image.descriptor())) : image.mem();
 }
 

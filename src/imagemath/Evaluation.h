@@ -27,7 +27,7 @@ bool shadersAreUsed();
 /// The memory of a SharedImage that is written as a whole.
 class MemTarget {
 public:
-  /// With `asCopy` the image keeps its pixels until finish().
+  /// With `asCopy`, or if they lie in another form, the image keeps its pixels until finish().
   MemTarget(SharedImage& image, bool asCopy);
   MemImage& mem() { return *m_mem; }
   void finish();

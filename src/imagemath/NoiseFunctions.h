@@ -8,15 +8,16 @@
 /// arithmetic and sums, differences and products of floats alone, which both languages round correctly (GLSL where
 /// `precise` keeps them apart), so both give the same bits.
 ///
-///   noiseHash            a PCG hash of 32 bits: one step of a linear congruential generator and an output permutation
-///                        (O'Neill, PCG: A Family of Simple Fast Space-Efficient Statistically Good Algorithms, 2014)
-///   logOfNormal          natural logarithm of a positive normal number, to 1e-7 relative
-///   rootOf               square root of 0 or a positive normal number, to 2e-7 relative
-///   cosineOf(x, turns)   cosine of x - turns * pi / 2 for x in [0, 2 pi], to 1e-7 absolute
-///   gaussianNoise        zero mean and unit variance, by the transform of Box and Muller; even and odd indices share a
-///   draw uniformNoise         the same moments, uniform
+/// - noiseHash: a PCG hash of 32 bits, one step of a linear congruential generator and an output permutation (O'Neill,
+///   PCG: A Family of Simple Fast Space-Efficient Statistically Good Algorithms for Random Number Generation, 2014).
+/// - logOfNormal: natural logarithm of a positive normal number, to 1e-7 relative.
+/// - rootOf: square root of 0 or a positive normal number, to 3e-7 relative.
+/// - cosineOf(x, turns): cosine of x - turns * pi / 2 for x in [0, 2 pi], to 1e-7 absolute.
+/// - gaussianNoise, uniformNoise: zero mean and unit variance. The Gaussian one is the transform of Box and Muller,
+/// whose
+///   two values are those of an even index and of the odd one behind it.
 ///
-/// The polynomials are least-maximum fits on the reduced ranges.
+/// The polynomials are fits of the least maximal error on the reduced ranges.
 
 namespace Kelvaris::ImageMath::internal {
 

@@ -4,8 +4,11 @@
 #include "GL/ContextManager.h"
 #include "Lib/IntensityMask.h"
 #include "Stream/StreamAlgorithmExecutor.h"
+#include "US/CartesianImage.h"
+#include "US/FanMask.h"
 #include "US/FrameGeometryLinear.h"
 #include "US/FrameGeometryMetadata.h"
+#include "US/GeometryCases.h"
 #include "support/ExpectedLog.h"
 #include "support/IntensityMaskOf.h"
 
@@ -198,6 +201,32 @@ TEST(LogCompressionTest, AMaskOfAnyKindDecidesWhatIsInvalid) {
   });
 }
 
+TEST(LogCompressionTest, AFanOfAScanConvertedImageStaysAFan) {
+  const auto fan = Tests::sectorCase(45, 20, 100, 0.3).geometry;
+  Tests::setCartesianImage(*fan, 0.5, PixelFloat);
+  auto pixels = std::make_shared<TypedImage<float>>(fan->imgDesc());
+  std::fill_n(pixels->pointer(), pixels->size(), 0.1f);
+  SharedImage image(pixels);
+  const auto mask = std::make_shared<FanMask>(*fan);
+  image.setMask(mask);
+  std::vector<double> expected;
+  std::vector<unsigned char> valid(static_cast<std::size_t>(pixels->width()));
+  for (int y = 0; y < pixels->height(); ++y) {
+    mask->evaluate(*pixels, 0, y, 0, pixels->width(), valid.data());
+    for (const unsigned char isValid : valid)
+      expected.push_back(isValid ? 153.0 : 0.0); // 1 + 254 * 30 / 50
+  }
+  onBothEvaluators([&](bool isShaded) {
+    const auto result = LogCompressionAlgorithm::logCompression(image, Parameters());
+    EXPECT_EQ(result->hasForm(ImageForm::Gl), isShaded);
+    const std::vector<double> values = valuesOf(*result);
+    std::size_t different = 0;
+    for (std::size_t i = 0; i < values.size(); ++i)
+      different += values[i] != expected[i];
+    EXPECT_LE(different, isShaded ? 20u : 0u) << "a shader may decide otherwise on the very edge";
+  });
+}
+
 TEST(LogCompressionTest, ReadsAndStoresThroughShiftAndScale) {
   ImageDescriptor descriptor(PixelInt16, 1, 1);
   descriptor.setScale(100.0);
@@ -229,11 +258,11 @@ TEST(LogCompressionTest, RefusesOtherChannelCountsOnce) {
   const LogCompressionAlgorithm algorithm(nullptr);
   const std::vector<std::string> message = {"4 LogCompressionAlgorithm: Expected 1 or 2 channels, got 3"};
   {
-    Tests::ExpectedLog log;
+    Kelvaris::Tests::ExpectedLog log;
     EXPECT_EQ(LogCompressionAlgorithm::logCompression(*image, Parameters()), nullptr);
     EXPECT_EQ(log.messages(), message);
   }
-  Tests::ExpectedLog log;
+  Kelvaris::Tests::ExpectedLog log;
   DataComponentList components;
   components.add<FrameGeometryMetadata>();
   const auto [result, resultComponents] = algorithm.processImage(*image, components);
@@ -316,7 +345,7 @@ TEST(LogCompressionTest, AFailedImageEndsTheRun) {
   images.add(makeImage<float>({1.0}));
   images.add(makeImage<float>({1.0, 2.0, 3.0}, 3));
   LogCompressionAlgorithm algorithm(&images);
-  Tests::ExpectedLog log;
+  Kelvaris::Tests::ExpectedLog log;
   algorithm.compute();
   EXPECT_EQ(algorithm.status(), Algorithm::Failure);
   EXPECT_TRUE(algorithm.takeOutput().empty());
