@@ -3,7 +3,10 @@
 #include "support/TemporaryFolder.h"
 
 #include <cstdlib>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -11,13 +14,15 @@
 
 namespace Kelvaris::Tests {
 
-ProgramResult runKelvaris(const std::vector<std::string>& arguments, const std::filesystem::path& folder,
+ProgramResult runKelvaris(const std::string& line, const std::filesystem::path& folder,
                           const std::function<void()>& prepare) {
   const TemporaryFolder captured;
   const std::string output = captured / "out", error = captured / "err";
+  std::istringstream words(line);
+  std::vector<std::string> arguments(std::istream_iterator<std::string>(words), {});
   std::vector<char*> argv = {const_cast<char*>(KELVARIS_PROGRAM)};
-  for (const std::string& argument : arguments)
-    argv.push_back(const_cast<char*>(argument.c_str()));
+  for (std::string& argument : arguments)
+    argv.push_back(argument.data());
   argv.push_back(nullptr);
 
   const pid_t child = fork();
@@ -27,7 +32,7 @@ ProgramResult runKelvaris(const std::vector<std::string>& arguments, const std::
     redirect("/dev/null", O_RDONLY, STDIN_FILENO);
     redirect(output.c_str(), O_WRONLY | O_CREAT, STDOUT_FILENO);
     redirect(error.c_str(), O_WRONLY | O_CREAT, STDERR_FILENO);
-    setenv("KELVARIS_PLUGIN_PATH", KELVARIS_TEST_PLUGIN, 1);
+    setenv("KELVARIS_PLUGIN_PATH", KELVARIS_PROGRAM_PLUGIN, 1);
     if (chdir(folder.c_str()) != 0) _exit(127);
     if (prepare) prepare();
     execv(argv[0], argv.data());

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace Kelvaris::Tests {
 
@@ -12,9 +11,10 @@ struct ProgramResult {
   std::string output, error;
 };
 
-/// Runs the built `kelvaris` in `folder` with nothing on its standard input and only the plugin of the tests.
-/// `prepare` runs in the child before the program.
-ProgramResult runKelvaris(const std::vector<std::string>& arguments, const std::filesystem::path& folder,
+/// Runs the built `kelvaris` in `folder` with nothing on its standard input and only the plugin
+/// KELVARIS_PROGRAM_PLUGIN. The line holds its arguments with blanks between. `prepare` runs in the child before the
+/// program.
+ProgramResult runKelvaris(const std::string& line, const std::filesystem::path& folder,
                           const std::function<void()>& prepare = {});
 
 } // namespace Kelvaris::Tests

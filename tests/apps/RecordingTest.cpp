@@ -108,9 +108,9 @@ TEST(Recording, PutsEverySampleInItsPlaceForEveryLayout) {
 TEST(Recording, CompletesHalfMatricesByReciprocity) {
   const double transmit[] = {1, 1, 1, 2, 2, 3}, receive[] = {1, 2, 3, 2, 3, 3};
   const auto full = acquisition(3, 3, 2);
+  RecordingOptions options;
   for (const double base : {0.0, 1.0})
     for (const bool timeFirst : {true, false}) {
-      RecordingOptions options;
       TracePairs& pairs = options.pairs.emplace();
       std::vector<double> samples(12);
       for (std::size_t i = 0; i < 6; ++i) {
@@ -128,51 +128,54 @@ TEST(Recording, CompletesHalfMatricesByReciprocity) {
           for (int t = 0; t < 2; ++t)
             EXPECT_EQ(at(recording, *image, 2 - element, t, e),
                       100 * (std::min(e, element) + 1) + 10 * (std::max(e, element) + 1) + t);
-
-      const auto broken = [&](auto&& change) {
-        RecordingOptions changed = options;
-        change(*changed.pairs);
-        return errorOf(doubles(timeFirst ? Extents{2, 6} : Extents{6, 2}, samples), full, changed);
-      };
-      EXPECT_CONTAINS(broken([](TracePairs& p) { p.receive[1] = p.receive[0]; }), "Two traces");
-      EXPECT_CONTAINS(broken([](TracePairs& p) { p.receive[1] = 7; }), "array has the elements");
-      EXPECT_CONTAINS(broken([](TracePairs& p) { p.receive[1] = 1.5; }), "1.5");
-      EXPECT_CONTAINS(broken([](TracePairs& p) { p.receive.pop_back(); }), "6 traces, but 6");
-      EXPECT_CONTAINS(broken([](TracePairs& p) { p.base = p.receive[0] == 0.0 ? 1 : 0; }), "elements");
     }
-  // Without the pair 0, 2: it is missing in both directions. And elements 1 to 2 of 3 leave open where they begin.
-  RecordingOptions options;
+
+  const struct {
+    TracePairs pairs;
+    const char* part;
+  } refusals[] = {
+      {{{0, 0, 0, 1, 1, 2}, {0, 0, 2, 1, 2, 2}, {}}, "Two traces"},
+      {{{0, 0, 0, 1, 1, 2}, {0, 7, 2, 1, 2, 2}, {}}, "array has the elements"},
+      {{{0, 0, 0, 1, 1, 2}, {0, 1.5, 2, 1, 2, 2}, {}}, "1.5"},
+      {{{0, 0, 0, 1, 1, 2}, {0, 1, 2, 1, 2}, {}}, "6 traces, but 6"},
+      {{{0, 0, 0, 1, 1, 2}, {0, 1, 2, 1, 2, 2}, 1}, "elements"},
+      {{{0, 0, 1, 1, 2}, {0, 1, 1, 2, 2}, {}}, "2 pairs"}, // without 0, 2: missing in both directions
+      {{{1, 1, 2}, {1, 2, 2}, {}}, "whether the first element is 0 or 1"},
+  };
   options.layout = {RecordingAxis::FastTime, RecordingAxis::Traces};
-  options.pairs = TracePairs{{0, 0, 1, 1, 2}, {0, 1, 1, 2, 2}, {}};
-  EXPECT_CONTAINS(errorOf(doubles({2, 5}, std::vector<double>(10)), full, options), "2 pairs");
-  options.pairs = TracePairs{{1, 1, 2}, {1, 2, 2}, {}};
-  EXPECT_CONTAINS(errorOf(doubles({2, 3}, std::vector<double>(6)), full, options),
-                  "whether the first element is 0 or 1");
+  for (const auto& r : refusals) {
+    options.pairs = r.pairs;
+    const std::size_t n = r.pairs.transmit.size();
+    EXPECT_CONTAINS(errorOf(doubles({2, n}, std::vector<double>(2 * n)), full, options), r.part);
+  }
 }
 
 TEST(Recording, SubtractsOffsetsAndChoosesTheType) {
-  const std::vector<std::uint8_t> codes = {128, 130, 120, 126};
-  const auto samples = [&] {
-    return std::make_unique<MemoryArray<std::uint8_t>>(SampleType::UInt8, Extents{2, 2}, true, codes);
+  const auto samples = [] {
+    return std::make_unique<MemoryArray<std::uint8_t>>(SampleType::UInt8, Extents{2, 2}, true,
+                                                       std::vector<std::uint8_t>{128, 130, 120, 126});
   };
   EXPECT_EQ(Recording::mean(*samples()), 126.0);
-  const auto image = [&](const RecordingOptions& options, int type) {
-    RecordingOptions all = options;
-    all.layout = {RecordingAxis::FastTime, RecordingAxis::Channels};
-    const Recording recording(samples(), acquisition(1, 2, 2), all);
-    EXPECT_EQ(recording.descriptor().pixelType(), type);
+  const struct {
+    double offset;
+    bool subtractTraceMeans;
+    int type;
+    std::vector<double> expected; ///< samples 0 and 1 of channel 0, then of channel 1
+  } cases[] = {{0.0, false, PixelInt16, {128, 130, 120, 126}},
+               {126.0, false, PixelInt16, {2, 4, -6, 0}},
+               {126.5, false, PixelFloat, {1.5, 3.5, -6.5, -0.5}},
+               {126.5, true, PixelFloat, {-1, 1, -3, 3}}};
+  for (const auto& c : cases) {
+    RecordingOptions options;
+    options.layout = {RecordingAxis::FastTime, RecordingAxis::Channels};
+    options.offset = c.offset;
+    options.subtractTraceMeans = c.subtractTraceMeans;
+    const Recording recording(samples(), acquisition(1, 2, 2), options);
+    EXPECT_EQ(recording.descriptor().pixelType(), c.type);
     const auto frame = recording.frame(0);
-    return std::vector<double>{at(recording, *frame, 0, 0, 0), at(recording, *frame, 0, 1, 0),
-                               at(recording, *frame, 1, 0, 0), at(recording, *frame, 1, 1, 0)};
-  };
-  RecordingOptions options;
-  EXPECT_EQ(image(options, PixelInt16), (std::vector<double>{128, 130, 120, 126}));
-  options.offset = 126;
-  EXPECT_EQ(image(options, PixelInt16), (std::vector<double>{2, 4, -6, 0}));
-  options.offset = 126.5;
-  EXPECT_EQ(image(options, PixelFloat), (std::vector<double>{1.5, 3.5, -6.5, -0.5}));
-  options.subtractTraceMeans = true;
-  EXPECT_EQ(image(options, PixelFloat), (std::vector<double>{-1, 1, -3, 3}));
+    for (int i = 0; i < 4; ++i)
+      EXPECT_EQ(at(recording, *frame, i / 2, i % 2, 0), c.expected[static_cast<std::size_t>(i)]);
+  }
 }
 
 TEST(Recording, RefusesWhatDoesNotFitInWords) {

@@ -64,8 +64,9 @@ template <typename T> static bool create(bool compatible, const DataList& data, 
 
 GainAlgorithm::GainAlgorithm(const SharedImageSet* input) : FloatAlgorithm(input) {
   mode.setAttribute("values", "Plain, Hamming Das, Debug: Other");
-  for (ParameterBase* parameter :
-       std::initializer_list<ParameterBase*>{&factor, &offset, &outputSize, &mode, &clip, &count, &label})
+  trouble.setAttribute("values", "None, Fail, Throw, Interrupt");
+  for (ParameterBase* parameter : std::initializer_list<ParameterBase*>{&factor, &offset, &outputSize, &mode, &clip,
+                                                                        &count, &label, &trouble, &at})
     registerParameter(parameter);
 }
 
@@ -74,6 +75,11 @@ bool GainAlgorithm::createCompatible(const DataList& data, Algorithm** algorithm
 }
 
 std::shared_ptr<SharedImage> GainAlgorithm::process(const SharedImage& image) {
+  if (m_seen++ == at) {
+    if (trouble == Trouble::Fail) return nullptr;
+    if (trouble == Trouble::Throw) throw std::runtime_error("the device is gone");
+    if (trouble == Trouble::Interrupt) std::raise(SIGINT); // as a user's Ctrl-C in the middle of the work
+  }
   auto pixels = std::static_pointer_cast<TypedImage<float>>(std::shared_ptr<MemImage>(image.mem()->clone()));
   for (std::size_t i = 0; i < pixels->size(); ++i)
     (*pixels)[i] = static_cast<float>(factor * (*pixels)[i] + offset.value().value_or(0.0));
@@ -97,34 +103,9 @@ std::shared_ptr<SharedImage> LevelsAlgorithm::process(const SharedImage& image) 
   return result;
 }
 
-TroubleAlgorithm::TroubleAlgorithm(const SharedImageSet* input) : FloatAlgorithm(input) {
-  kind.setAttribute("values", "Fail, Throw, Interrupt");
-  registerParameter(&kind);
-  registerParameter(&at);
-}
-
-bool TroubleAlgorithm::createCompatible(const DataList& data, Algorithm** algorithm) {
-  return create<TroubleAlgorithm>(accepts(data), data, algorithm);
-}
-
-std::shared_ptr<SharedImage> TroubleAlgorithm::process(const SharedImage& image) {
-  if (m_seen++ == at) {
-    switch (kind.value()) {
-    case Kind::Fail:
-      return nullptr;
-    case Kind::Throw:
-      throw std::runtime_error("the device is gone");
-    case Kind::Interrupt:
-      std::raise(SIGINT); // as a user's Ctrl-C in the middle of the work
-    }
-  }
-  return image.clone(1);
-}
-
 TestAlgorithmFactory::TestAlgorithmFactory() : AlgorithmFactory("Test") {
   registerAlgorithm<GainAlgorithm>("Gain", "Test;Gain");
   registerAlgorithm<LevelsAlgorithm>("Levels", "Test;Make Levels");
-  registerAlgorithm<TroubleAlgorithm>("Trouble", "Test;Advanced;Trouble");
 }
 
 std::shared_ptr<SharedImage> floatImage(int width, int height, float value) {

@@ -35,10 +35,12 @@ private:
   std::unique_ptr<SharedImageSet> m_output;
 };
 
-/// "Test.Gain": factor * sample + offset. Sets the property "gained" of the set.
+/// "Test.Gain": factor * sample + offset; makes trouble at one of the images if told so. Sets the property "gained" of
+/// the set.
 class GainAlgorithm : public FloatAlgorithm {
 public:
   enum class Mode { Plain, HammingDas, DebugOther };
+  enum class Trouble { None, Fail, Throw, Interrupt };
   explicit GainAlgorithm(const SharedImageSet* input);
   static bool createCompatible(const DataList& data, Algorithm** algorithm);
 
@@ -49,9 +51,14 @@ public:
   Parameter<bool> clip{"clip", false};
   Parameter<int> count{"count", 3};
   Parameter<std::string> label{"label", ""};
+  Parameter<Trouble> trouble{"trouble", Trouble::None};
+  Parameter<int> at{"at", 0};
 
 protected:
   std::shared_ptr<SharedImage> process(const SharedImage& image) override;
+
+private:
+  int m_seen = 0;
 };
 
 /// "Test.Levels": samples as 8-bit levels, NaN as 0, which the mask names.
@@ -62,23 +69,6 @@ public:
 
 protected:
   std::shared_ptr<SharedImage> process(const SharedImage& image) override;
-};
-
-/// "Test.Trouble": passes images on, but makes trouble at one of them.
-class TroubleAlgorithm : public FloatAlgorithm {
-public:
-  enum class Kind { Fail, Throw, Interrupt };
-  explicit TroubleAlgorithm(const SharedImageSet* input);
-  static bool createCompatible(const DataList& data, Algorithm** algorithm);
-
-  Parameter<Kind> kind{"kind", Kind::Fail};
-  Parameter<int> at{"at", 0};
-
-protected:
-  std::shared_ptr<SharedImage> process(const SharedImage& image) override;
-
-private:
-  int m_seen = 0;
 };
 
 class TestAlgorithmFactory : public AlgorithmFactory {
