@@ -19,8 +19,8 @@ namespace {
 class Gain : public Algorithm {
 public:
   Gain() {
-    for (ParameterBase* parameter : {static_cast<ParameterBase*>(&gain), static_cast<ParameterBase*>(&offset)})
-      registerParameter(parameter);
+    registerParameter(&gain);
+    registerParameter(&offset);
     gain.setAttribute("suffix", "dB");
   }
   static bool createCompatible(const DataList& data, Algorithm** a) {
@@ -41,12 +41,11 @@ public:
 };
 
 struct Factory : AlgorithmFactory {
-  explicit Factory(const std::string& name, bool twice = false) : AlgorithmFactory(name) {
+  explicit Factory(const std::string& name) : AlgorithmFactory(name) {
     Properties loud;
     loud.setParam("gain", 8.0);
     registerAlgorithm<Gain>("Gain", "Signal;Simple;Gain");
     registerAlgorithm<Gain>("Loud", "Signal;Loud Gain", Descriptor::Expert, loud);
-    if (twice) registerAlgorithm<Gain>("Gain", "Other");
   }
 };
 
@@ -57,45 +56,34 @@ struct Controllers : AlgorithmControllerFactory {
   }
 };
 
-TEST(AlgorithmFactoryTest, AnAliasNeedsAnAlgorithm) {
-  struct Misnamed : AlgorithmFactory {
-    Misnamed() : AlgorithmFactory("Test") { addAlias("Absent", "Other Name"); }
+TEST(AlgorithmFactoryTest, RefusesAliasesOfNothingAndSecondRegistrations) {
+  struct Misled : Factory {
+    Misled() : Factory("Test") {
+      registerAlgorithm<Gain>("Gain", "Other");
+      addAlias("Absent", "Other Name");
+    }
   };
-  Tests::ExpectedLog log;
-  EXPECT_TRUE(Misnamed().algorithmDescriptors().empty());
-  EXPECT_TRUE(log.contains("3 AlgorithmFactory: No algorithm Test.Absent to be given the name \"Other Name\""));
+  const Tests::ExpectedLog log;
+  const Misled factory;
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{
+                                "3 AlgorithmFactory: Algorithm already registered: Test.Gain",
+                                "3 AlgorithmFactory: No algorithm Test.Absent to be given the name \"Other Name\""}));
+  ASSERT_EQ(factory.algorithmDescriptors().size(), 2u);
+  EXPECT_EQ(factory.algorithmDescriptor("Test.Gain")->category, "Signal;Simple;Gain");
 }
 
-TEST(AlgorithmFactoryTest, DescribesTestsAndCreates) {
+TEST(AlgorithmFactoryTest, CreatesFromStoredSettings) {
   const Factory factory("Test");
   SharedImageSet images;
-  ASSERT_EQ(factory.algorithmDescriptors().size(), 2u);
-  EXPECT_EQ(factory.algorithmDescriptors()[1].id, "Test.Loud") << "in the order of registration";
-  EXPECT_EQ(factory.algorithmDescriptors()[1].attributes, 2);
-  EXPECT_EQ(factory.compatibleDescriptors({&images}).size(), 2u);
-  EXPECT_TRUE(factory.compatibleDescriptors({}).empty());
-  EXPECT_FALSE(factory.algorithmDescriptor("Gain")) << "ids are complete";
   EXPECT_EQ(factory.idOf(typeid(Gain)), "Test.Gain");
   EXPECT_EQ(factory.idOf(typeid(int)), "");
-
   const auto gain = factory.instantiateAlgorithm("Test.Gain", {&images});
   ASSERT_NE(gain, nullptr);
-  EXPECT_EQ(gain->factoryInfo().id, "Test.Gain");
-  EXPECT_EQ(gain->factoryInfo().displayName, "Gain");
   EXPECT_EQ(gain->factoryInfo().data, std::vector<const Data*>{&images});
   EXPECT_EQ(dynamic_cast<const Gain&>(*gain).configured, 0);
   const auto loud = factory.instantiateAlgorithm("Test.Loud", {&images});
-  EXPECT_EQ(dynamic_cast<const Gain&>(*loud).gain.value(), 8.0) << "configured from the stored settings";
+  EXPECT_EQ(dynamic_cast<const Gain&>(*loud).gain.value(), 8.0);
   EXPECT_EQ(factory.instantiateAlgorithm("Test.Gain", {}), nullptr);
-  EXPECT_EQ(factory.instantiateAlgorithm("Test.Other", {&images}), nullptr);
-}
-
-TEST(AlgorithmFactoryTest, ASecondRegistrationOfAnIdIsIgnoredWithAWarning) {
-  Tests::ExpectedLog log;
-  const Factory factory("Test", true);
-  EXPECT_EQ(log.messages(), std::vector<std::string>{"3 AlgorithmFactory: Algorithm already registered: Test.Gain"});
-  ASSERT_EQ(factory.algorithmDescriptors().size(), 2u);
-  EXPECT_EQ(factory.algorithmDescriptor("Test.Gain")->category, "Signal;Simple;Gain");
 }
 
 TEST(FactoryRegistryTest, FindsAlgorithmsAndControllersUntilTheirOwnerGoes) {
@@ -107,7 +95,7 @@ TEST(FactoryRegistryTest, FindsAlgorithmsAndControllersUntilTheirOwnerGoes) {
   EXPECT_EQ(registry.algorithmDescriptors().size(), 4u);
   EXPECT_EQ(registry.compatibleDescriptors({&images}).size(), 4u);
   EXPECT_TRUE(registry.compatibleDescriptors({}).empty());
-  EXPECT_EQ(registry.algorithmDescriptor("B.Gain", false)->id, "B.Gain");
+  EXPECT_TRUE(registry.algorithmDescriptor("B.Gain", false));
   EXPECT_EQ(registry.algorithmDescriptor("Loud Gain", true)->id, "A.Loud") << "the first of that name";
   EXPECT_FALSE(registry.algorithmDescriptor("Loud Gain", false));
 
@@ -127,10 +115,7 @@ TEST(FactoryRegistryTest, FindsAlgorithmsAndControllersUntilTheirOwnerGoes) {
 TEST(DefaultAlgorithmControllerTest, HoldsTheFormUntilItIsApplied) {
   Gain algorithm;
   DefaultAlgorithmController form(&algorithm, "", false, true);
-  EXPECT_TRUE(form.computesAtOnce());
-  EXPECT_FALSE(form.closesWhenDone());
   ASSERT_EQ(form.fields().size(), 2u);
-  EXPECT_EQ(form.fields()[0].key, "gain");
   EXPECT_EQ(form.fields()[0].text, "1");
   EXPECT_EQ(form.fields()[0].type, ParameterType::Double);
   EXPECT_EQ(form.fields()[0].attributes.at("suffix"), "dB");
@@ -141,7 +126,6 @@ TEST(DefaultAlgorithmControllerTest, HoldsTheFormUntilItIsApplied) {
   form.apply();
   EXPECT_EQ(algorithm.gain.value(), 2.5);
   EXPECT_TRUE(algorithm.offset.value()) << "only edited fields are handed over";
-  EXPECT_EQ(form.fields()[0].text, "2.5");
   EXPECT_EQ(form.fields()[1].text, "true");
 
   form.setText("gain", "9");

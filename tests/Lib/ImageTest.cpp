@@ -3,14 +3,13 @@
 #include "Lib/MemImage.h"
 #include "Lib/SharedImage.h"
 #include "Lib/SharedImageSet.h"
+#include "support/ErrorOf.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <cstdint>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -48,53 +47,38 @@ TEST(ImageDescriptorTest, KnowsWhatCanBeAnImage) {
     bool valid;
     const char* text;
   } cases[] = {{{PixelInt16, 3, 2, 4, 2}, true, "int16, 3 x 2 x 4, 2 channels"},
-               {{PixelHalf, 1, 1}, true, "half, 1 x 1 x 1, 1 channel"},
                {{5127, 1, 1}, false, "unknown type 5127, 1 x 1 x 1, 1 channel"},
-               {{PixelFloat, 0, 1}, false, "float, 0 x 1 x 1, 1 channel"},
-               {{PixelFloat, 1, -1}, false, "float, 1 x -1 x 1, 1 channel"},
+               {{PixelHalf, 1, -1}, false, "half, 1 x -1 x 1, 1 channel"},
                {{PixelFloat, 1, 1, 1, 0}, false, "float, 1 x 1 x 1, 0 channels"},
                {ImageDescriptor(), false, "unknown type 0, 0 x 0 x 0, 1 channel"}};
   for (const auto& c : cases) {
     EXPECT_EQ(c.descriptor.isValid(), c.valid) << c.text;
     EXPECT_EQ(c.descriptor.toString(), c.text);
+    EXPECT_EQ(Tests::errorOf<std::invalid_argument>([&] { MemImage::create(c.descriptor); }).empty(), c.valid);
   }
   EXPECT_EQ(ImageDescriptor(PixelHalf, 3, 2, 4, 2).byteSize(), 3u * 2 * 4 * 2 * 4) << "halves lie as floats";
   EXPECT_THROW(ImageDescriptor(PixelInt8, big, big, big).byteSize(), std::length_error);
-  EXPECT_THROW(ImageDescriptor(PixelDouble, big, big, 2).byteSize(), std::length_error);
   EXPECT_THROW(MemImage::create({PixelDouble, big, big, 2}), std::length_error);
-  EXPECT_THROW(MemImage::create({5127, 1, 1}), std::invalid_argument);
-  EXPECT_THROW(MemImage::create({PixelInt8, 1, -1}), std::invalid_argument);
 }
 
-TEST(ImageDescriptorTest, ComparesWithinATolerance) {
+TEST(ImageDescriptorTest, ComparesEveryFieldWithinATolerance) {
+  using Change = void (*)(ImageDescriptor&);
   const ImageDescriptor a(PixelInt16, 3, 2);
-  const struct {
-    const char* what;
-    void (*change)(ImageDescriptor&);
-    bool approx;
-  } cases[] = {
-      {"nothing", [](auto&) {}, true},
-      {"spacing a little", [](auto& d) { d.setSpacing(Eigen::Vector3d(1, 1 + 1e-12, 1)); }, true},
-      {"spacing", [](auto& d) { d.setSpacing(Eigen::Vector3d(1, 1.001, 1)); }, false},
-      {"type", [](auto& d) { d.setPixelType(PixelFloat); }, false},
-      {"channels", [](auto& d) { d.setChannels(2); }, false},
-      {"extent", [](auto& d) { d.setDimensions(Eigen::Vector3i(3, 2, 2)); }, false},
-      {"metric", [](auto& d) { d.setMetric(false); }, false},
-      {"shift", [](auto& d) { d.setShift(0.1); }, false},
-      {"scale", [](auto& d) { d.setScale(std::nan("")); }, false},
-  };
-  for (const auto& c : cases) {
+  const Change slight = [](auto& d) { d.setSpacing(Eigen::Vector3d(1, 1 + 1e-12, 1)); };
+  const Change changes[] = {slight,
+                            [](auto& d) { d.setSpacing(Eigen::Vector3d(1, 1.001, 1)); },
+                            [](auto& d) { d.setPixelType(PixelFloat); },
+                            [](auto& d) { d.setChannels(2); },
+                            [](auto& d) { d.setDimensions(Eigen::Vector3i(3, 2, 2)); },
+                            [](auto& d) { d.setMetric(false); },
+                            [](auto& d) { d.setShift(0.1); },
+                            [](auto& d) { d.setScale(std::nan("")); }};
+  for (const Change change : changes) {
     ImageDescriptor b = a;
-    c.change(b);
-    EXPECT_EQ(a.isApprox(b), c.approx) << c.what;
-    EXPECT_TRUE(b.isApprox(b)) << c.what << ": equal to itself, NaN and infinity included";
+    change(b);
+    EXPECT_EQ(a.isApprox(b), change == slight) << b.toString();
+    EXPECT_TRUE(b.isApprox(b)) << "equal to itself, NaN included";
   }
-}
-
-TEST(MemImageTest, OrdersComponentsThenWidthHeightSlices) {
-  const TypedImage<int> image(3, 2, 4, 2);
-  EXPECT_EQ(image.index(2, 1, 3, 1), ((3u * 2 + 1) * 3 + 2) * 2 + 1);
-  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(image.data()) % 64, 0u);
 }
 
 TEST(SharedImageTest, MakesFormsOnDemandAndDropsStaleOnes) {
@@ -120,7 +104,6 @@ TEST(SharedImageTest, MakesFormsOnDemandAndDropsStaleOnes) {
   DeviceImage::downloads = 0;
   EXPECT_EQ(image.mem()->valueAsDouble(0, 0, 0, 0), 5.0);
   EXPECT_EQ(image.temporaryMem(), image.mem());
-  image.mem();
   EXPECT_EQ(DeviceImage::downloads, 1);
 }
 
@@ -144,21 +127,20 @@ TEST(SharedImageTest, ClonesWithAndWithoutPixels) {
 }
 
 TEST(SharedImageSetTest, ItsKindFollowsItsImages) {
-  const struct {
-    std::vector<int> slices;
-    Data::Kind kind;
-  } cases[] = {{{}, Data::UnknownKind}, {{1}, Data::OneImage},   {{3}, Data::OneVolume},
-               {{1, 1}, Data::Images},  {{3, 3}, Data::Volumes}, {{1, 3}, Data::Volumes}};
-  for (const auto& c : cases) {
+  const std::pair<std::vector<int>, Data::Kind> cases[] = {{{}, Data::UnknownKind},
+                                                           {{1}, Data::OneImage},
+                                                           {{3}, Data::OneVolume},
+                                                           {{1, 1}, Data::Images},
+                                                           {{1, 3}, Data::Volumes}};
+  for (const auto& [slices, kind] : cases) {
     SharedImageSet set;
-    for (const int slices : c.slices)
-      set.add(std::make_shared<SharedImage>(pixel(1, slices)));
-    EXPECT_EQ(set.kind(), c.kind);
+    for (const int count : slices)
+      set.add(std::make_shared<SharedImage>(pixel(1, count)));
+    EXPECT_EQ(set.kind(), kind);
   }
 }
 
-class Label : public DataComponent<Label> {
-public:
+struct Label : DataComponent<Label> {
   explicit Label(std::string s = {}) : text(std::move(s)) {}
   std::string id() const override { return "Label"; }
   bool operator==(const Label& other) const { return text == other.text; }
@@ -183,16 +165,14 @@ TEST(SharedImageSetTest, ClonesItsStateAndSharesItsImages) {
     EXPECT_EQ(copy->modality(), Data::Ultrasound);
     EXPECT_EQ(copy->properties(), set.properties());
     EXPECT_EQ(copy->components().get<Label>()->text, "set");
-    EXPECT_EQ(copy->size(), option == 4 ? 1 : 0);
-    if (option == 4) {
-      EXPECT_EQ(copy->shared(0), set.shared(0));
-      EXPECT_EQ(copy->timestamp(0), 12.5);
-      EXPECT_EQ(copy->elementwiseComponents().components(0).get<Label>()->text, "first");
-    }
+    ASSERT_EQ(copy->size(), option == 4 ? 1 : 0);
+    if (option != 4) continue;
+    EXPECT_EQ(copy->shared(0), set.shared(0));
+    EXPECT_EQ(copy->timestamp(0), 12.5);
+    EXPECT_EQ(copy->elementwiseComponents().components(0).get<Label>()->text, "first");
   }
   EXPECT_THROW(set.clone(2), std::invalid_argument);
   EXPECT_THROW(set.get(1), std::out_of_range);
-  EXPECT_THROW(set.get(-1), std::out_of_range);
   EXPECT_THROW(set.setTimestamp(0.0, 1), std::out_of_range);
   EXPECT_THROW(set.elementwiseComponents().components(-1), std::out_of_range);
 }
@@ -212,25 +192,6 @@ TEST(DataComponentListTest, HoldsOneOfATypeAndCopiesDeeply) {
   list.add(copy);
   EXPECT_EQ(list.get<Label>()->text, "b");
   EXPECT_FALSE(list.get<Label>()->equals(*list.get<SpecialLabel>())) << "the exact type counts";
-  list.erase<Label>();
-  EXPECT_EQ(list.get<Label>(), nullptr);
-  EXPECT_NE(list.get<SpecialLabel>(), nullptr);
-}
-
-TEST(DataListTest, SelectsAndHandsOver) {
-  SharedImageSet ultrasound, other;
-  ultrasound.setModality(Data::Ultrasound);
-  ultrasound.add(std::make_shared<SharedImage>(pixel(1)));
-  const DataList list = {&ultrasound, &other};
-  EXPECT_EQ(list.getImages(Data::UnknownKind, Data::UnknownModality).size(), 2u);
-  EXPECT_EQ(list.getImages(Data::UnknownKind, Data::Ultrasound).size(), 1u);
-  EXPECT_EQ(list.getImages(Data::OneImage, Data::UnknownModality).size(), 1u);
-  EXPECT_TRUE(list.getImages(Data::Volumes, Data::Ultrasound).empty());
-
-  OwningDataList owned;
-  owned.add(std::make_unique<SharedImageSet>());
-  EXPECT_NE(owned.extract<SharedImageSet>(), nullptr);
-  EXPECT_EQ(owned.extract<SharedImageSet>(), nullptr);
 }
 
 } // namespace

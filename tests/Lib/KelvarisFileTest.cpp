@@ -1,6 +1,5 @@
 #include "Lib/KelvarisFile.h"
 
-#include "Lib/DataComponentFactory.h"
 #include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
 #include "Lib/IntensityMask.h"
@@ -20,15 +19,12 @@
 #include <limits>
 
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace Kelvaris {
 namespace {
 
 using Tests::errorOf;
 using Tests::ExpectedLog;
-using Tests::readFile;
 using Tests::TemporaryFolder;
 using Tests::writeFile;
 
@@ -36,89 +32,62 @@ std::shared_ptr<SharedImage> randomImage(const ImageDescriptor& descriptor, unsi
   return std::make_shared<SharedImage>(Tests::randomBytes(descriptor, seed));
 }
 
-/// A component that is registered, unlike those the files otherwise carry.
-class Probe : public DataComponent<Probe> {
-public:
-  std::string id() const override { return "Probe"; }
-  void configure(const Properties* properties) override { properties->param("depth", depth); }
-  void configuration(Properties* properties) const override { properties->setParam("depth", depth); }
-  bool operator==(const Probe& other) const { return depth == other.depth; }
-  double depth = 0.0;
-};
-
-class RegisteredProbe {
-public:
-  RegisteredProbe() {
-    for (const char* id : {"Probe", "OldProbe"})
-      DataComponentFactory::get().registerComponent(id, [] { return std::make_unique<Probe>(); });
-  }
-  ~RegisteredProbe() {
-    for (const char* id : {"Probe", "OldProbe"})
-      DataComponentFactory::get().unregisterComponent(id);
-  }
-};
-
-class PixelTypes : public testing::TestWithParam<int> {};
-
-TEST_P(PixelTypes, RoundTripBitForBit) {
+/// What comes back of `set` from a file.
+std::unique_ptr<SharedImageSet> roundTrip(const SharedImageSet& set) {
   const TemporaryFolder folder;
-  for (const Eigen::Vector4i& e : {Eigen::Vector4i(1, 1, 1, 1), Eigen::Vector4i(7, 5, 3, 2),
-                                   Eigen::Vector4i(64, 1, 90, 1), Eigen::Vector4i(700, 900, 2, 1)}) {
-    SharedImageSet set;
-    set.add(randomImage(ImageDescriptor(GetParam(), e[0], e[1], e[2], e[3])));
-    KelvarisFile::save(folder / "a.kvx", set);
-    const auto loaded = KelvarisFile::load(folder / "a.kvx");
-    ASSERT_EQ(loaded->size(), 1);
-    const auto original = set.get(0).mem(), copy = loaded->get(0).mem();
-    ASSERT_TRUE(copy->descriptor().isApprox(original->descriptor())) << copy->descriptor().toString();
-    EXPECT_TRUE(Tests::sameBytes(*copy, *original)) << copy->descriptor().toString();
-  }
+  KelvarisFile::save(folder / "a.kvx", set);
+  return KelvarisFile::load(folder / "a.kvx");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, PixelTypes,
-                         testing::Values(PixelInt8, PixelUInt8, PixelInt16, PixelUInt16, PixelInt32, PixelUInt32,
-                                         PixelFloat, PixelDouble, PixelHalf),
-                         [](const auto& param) { return ImageDescriptor::pixelTypeName(param.param); });
+TEST(KelvarisFile, EveryPixelTypeRoundTripsBitForBit) {
+  for (const int type :
+       {PixelInt8, PixelUInt8, PixelInt16, PixelUInt16, PixelInt32, PixelUInt32, PixelFloat, PixelDouble, PixelHalf})
+    for (const ImageDescriptor& descriptor : {ImageDescriptor(type, 7, 5, 3, 2), ImageDescriptor(type, 700, 900, 2)}) {
+      SharedImageSet set;
+      set.add(randomImage(descriptor));
+      const auto copy = roundTrip(set)->get(0).mem();
+      EXPECT_TRUE(copy->descriptor().isApprox(descriptor)) << descriptor.toString();
+      EXPECT_TRUE(Tests::sameBytes(*copy, *set.get(0).mem())) << descriptor.toString();
+    }
+}
 
 TEST(KelvarisFile, KeepsEverythingThatDescribesTheImages) {
-  const TemporaryFolder folder;
-  const RegisteredProbe registered;
+  UnknownDataComponent component("NobodyKnowsMe");
+  Properties inside;
+  inside.setParam("values", std::vector<double>{1.0 / 3.0, std::nan(""), -0.0});
+  inside.addSubProperties("event").setParam("name", "A & B <\"äµ\"> \t x");
+  inside.addSubProperties("event");
+  component.configure(&inside);
+
   SharedImageSet set;
   set.setModality(Data::Ultrasound);
-  set.properties().setParam("topDown", true);
-  set.properties().subProperties("scan").setParam("name", "A & B <\"äµ\"> \t x");
-  set.components().add<Probe>().depth = 0.1;
+  set.properties() = inside;
+  set.components().add(component.clone());
   for (int i = 0; i < 12; ++i) {
     ImageDescriptor descriptor(PixelFloat, 3, 2);
     descriptor.setSpacing({0.1 * i, std::numeric_limits<double>::infinity(), 1e-300});
     descriptor.setMetric(i % 2 == 0);
     descriptor.setShift(-1.5);
     descriptor.setScale(1.0 / 3.0);
-    auto image = randomImage(descriptor, static_cast<unsigned>(i));
-    image->setModality(Data::Ultrasound);
+    auto image = randomImage(descriptor);
     if (i % 3 == 0) image->setMask(std::make_shared<IntensityMask>(PixelFloat, std::nan("")));
     image->setMatrix(Eigen::Matrix4d::Identity() * (i + 0.1) +
                      Eigen::Matrix4d::Ones().triangularView<Eigen::Upper>().toDenseMatrix());
     set.add(image, 40.1 * i);
-    set.elementwiseComponents().components(i).add<Probe>().depth = i;
-    auto foreign = std::make_unique<UnknownDataComponent>("NobodyKnowsMe");
-    Properties inside;
-    inside.setParam("values", std::vector<double>{1.0 / 3.0, std::nan(""), -0.0});
-    inside.addSubProperties("event").setParam("number", i);
-    inside.addSubProperties("event");
-    foreign->configure(&inside);
-    set.elementwiseComponents().components(i).add(std::move(foreign));
+    inside.setParam("number", i);
+    component.configure(&inside);
+    set.elementwiseComponents().components(i).add(component.clone());
   }
-  KelvarisFile::save(folder / "a.kvx", set);
   // Twice, so that what was kept of an unknown component is seen to be enough for writing it again.
-  KelvarisFile::save(folder / "b.kvx", *KelvarisFile::load(folder / "a.kvx"));
-  const auto loaded = KelvarisFile::load(folder / "b.kvx");
+  const auto loaded = roundTrip(*roundTrip(set));
 
+  const auto sameComponent = [](const DataComponentList& a, const DataComponentList& b) {
+    return a.size() == 1 && b.size() == 1 && (*a.begin())->equals(**b.begin());
+  };
   EXPECT_EQ(loaded->kind(), Data::Images);
   EXPECT_EQ(loaded->modality(), Data::Ultrasound);
   EXPECT_TRUE(loaded->properties() == set.properties());
-  ASSERT_NE(loaded->components().get<Probe>(), nullptr);
-  EXPECT_EQ(loaded->components().get<Probe>()->depth, 0.1);
+  EXPECT_TRUE(sameComponent(loaded->components(), set.components()));
   ASSERT_EQ(loaded->size(), set.size());
   for (int i = 0; i < set.size(); ++i) {
     const SharedImage &a = set.get(i), &b = loaded->get(i);
@@ -127,71 +96,58 @@ TEST(KelvarisFile, KeepsEverythingThatDescribesTheImages) {
     EXPECT_EQ(b.modality(), Data::Ultrasound) << i;
     EXPECT_EQ(loaded->timestamp(i), set.timestamp(i)) << i;
     ASSERT_EQ(b.mask() != nullptr, a.mask() != nullptr) << i;
-    if (b.mask()) {
-      EXPECT_TRUE(std::isnan(intensityMask(b).value()) && intensityMask(b).pixelType() == PixelFloat) << i;
-    }
-    const auto &componentsA = set.elementwiseComponents().components(i),
-               &componentsB = loaded->elementwiseComponents().components(i);
-    ASSERT_EQ(componentsB.size(), 2U) << i;
-    EXPECT_TRUE(std::equal(componentsA.begin(), componentsA.end(), componentsB.begin(),
-                           [](const auto& x, const auto& y) { return x->equals(*y); }))
+    EXPECT_TRUE(!b.mask() || std::isnan(intensityMask(b).value())) << i;
+    EXPECT_TRUE(sameComponent(loaded->elementwiseComponents().components(i), set.elementwiseComponents().components(i)))
         << i;
   }
 }
 
-/// Marks the columns from `first` on as valid.
+/// What is done to a file through HDF5 itself.
+using Change = std::function<void(hid_t file, hid_t image)>;
+
+void withImage(const std::filesystem::path& path, const Change& change) {
+  const Hdf5::Handle file(H5Fopen(path.c_str(), H5F_ACC_RDWR, H5P_DEFAULT), H5Fclose);
+  const Hdf5::Handle image(H5Dopen2(file, "/images/00000", H5P_DEFAULT), H5Dclose);
+  change(file, image);
+}
+
+/// One that stores the column from which on pixels are valid.
 class ColumnMask : public Mask {
 public:
-  explicit ColumnMask(int first, std::string name = "ColumnMask") : m_first(first), m_name(std::move(name)) {}
+  explicit ColumnMask(int first, std::string name = "ColumnMask") : m_name(std::move(name)) {
+    m_configuration.setParam("first", first);
+  }
   int deviceStrategy() const override { return 0; }
-  void evaluate(const MemImage&, int x, int, int, int count, unsigned char* valid) const override {
-    for (int i = 0; i < count; ++i)
-      valid[i] = x + i >= m_first;
-  }
+  void evaluate(const MemImage&, int, int, int, int, unsigned char*) const override {}
   std::string id() const override { return m_name; }
-  Properties configuration() const override {
-    Properties properties;
-    properties.setParam("first", m_first);
-    return properties;
-  }
+  Properties configuration() const override { return m_configuration; }
 
 private:
-  int m_first;
   std::string m_name;
-};
-
-class RegisteredMask {
-public:
-  RegisteredMask() {
-    MaskFactory::get().registerMask("ColumnMask", [](const Properties& p, const ImageDescriptor& d) {
-      int first = -1;
-      if (!p.param("first", first)) return std::shared_ptr<const Mask>();
-      if (first < 0 || first > d.width()) throw std::invalid_argument("no column " + std::to_string(first));
-      return std::shared_ptr<const Mask>(std::make_shared<ColumnMask>(first));
-    });
-  }
-  ~RegisteredMask() { MaskFactory::get().unregisterMask("ColumnMask"); }
+  Properties m_configuration;
 };
 
 TEST(KelvarisFile, RegisteredMasksComeBackAndOthersAreErrorsThatCostTheMaskOnly) {
+  MaskFactory::get().registerMask("ColumnMask", [](const Properties& p, const ImageDescriptor& d) {
+    int first = -1;
+    if (!p.param("first", first)) return std::shared_ptr<const Mask>();
+    if (first > d.width()) throw std::invalid_argument("no column " + std::to_string(first));
+    return std::shared_ptr<const Mask>(std::make_shared<ColumnMask>(first));
+  });
   const TemporaryFolder folder;
-  const RegisteredMask registered;
-  struct Case {
-    std::string name;
+  const struct {
+    const char* name;
     int first;
-    std::string content; ///< of the attribute, instead of what was written
+    const char* content; ///< of the attribute, instead of what was written
     std::string log;     ///< empty: the mask comes back
-  };
-  const std::vector<Case> table = {{"ColumnMask", 2, "", ""},
-                                   {"ColumnMask", 9, "", "no column 9"},
-                                   {"OtherMask", 2, "", "no kind of mask \"OtherMask\""},
-                                   {"", 2, "", "can't be stored"},
-                                   {"ColumnMask", 2, "<mask id='ColumnMask'/>", "The ColumnMask can't be made"},
-                                   {"ColumnMask", 2, "<mask id='ColumnMask'><b/></mask>", "<b>"},
-                                   {"ColumnMask", 2, "<mask/>", "no kind of mask \"\""},
-                                   {"ColumnMask", 2, "<components/>", "<components>"},
-                                   {"ColumnMask", 2, "2", "Broken XML"}};
-  for (const Case& c : table) {
+  } table[] = {{"ColumnMask", 2, nullptr, ""},
+               {"ColumnMask", 9, nullptr, "no column 9"},
+               {"OtherMask", 2, nullptr, "no kind of mask \"OtherMask\""},
+               {"", 2, nullptr, "can't be stored"},
+               {"ColumnMask", 2, "<mask id='ColumnMask'/>", "The ColumnMask can't be made"},
+               {"ColumnMask", 2, "<components/>", "<components>"},
+               {"ColumnMask", 2, "2", "Broken XML"}};
+  for (const auto& c : table) {
     const ExpectedLog log;
     const auto path = folder / "a.kvx";
     SharedImageSet set;
@@ -199,34 +155,15 @@ TEST(KelvarisFile, RegisteredMasksComeBackAndOthersAreErrorsThatCostTheMaskOnly)
     written->setMask(std::make_shared<ColumnMask>(c.first, c.name));
     set.add(written);
     KelvarisFile::save(path, set);
-    if (!c.content.empty()) {
-      const Hdf5::Handle file(H5Fopen(path.c_str(), H5F_ACC_RDWR, H5P_DEFAULT), H5Fclose);
-      const Hdf5::Handle image(H5Dopen2(file, "/images/00000", H5P_DEFAULT), H5Dclose);
-      H5Adelete(image, "maskShape");
-      Hdf5::writeText(image, "maskShape", c.content);
-    }
+    if (c.content) withImage(path, [&](hid_t, hid_t image) { Hdf5::writeText(image, "maskShape", c.content); });
     const auto loaded = KelvarisFile::load(path);
-    EXPECT_EQ(std::memcmp(loaded->get(0).mem()->data(), set.get(0).mem()->data(), 20), 0) << c.log;
-    EXPECT_EQ(loaded->get(0).mask() != nullptr, c.log.empty()) << c.log;
-    EXPECT_EQ(KelvarisFile::Reader(path).mask(0) != nullptr, c.log.empty()) << c.log;
-    if (c.log.empty()) {
-      unsigned char valid[5];
-      loaded->get(0).mask()->evaluate(*loaded->get(0).mem(), 0, 0, 0, 5, valid);
-      EXPECT_EQ(std::vector<int>(valid, valid + 5), (std::vector<int>{0, 0, 1, 1, 1}));
-    } else {
-      EXPECT_TRUE(log.contains(c.log)) << c.log;
-      EXPECT_TRUE(log.contains("a.kvx, image 0")) << c.log;
-    }
+    EXPECT_TRUE(Tests::sameBytes(*loaded->get(0).mem(), *written->mem())) << c.log;
+    ASSERT_EQ(loaded->get(0).mask() != nullptr, c.log.empty()) << c.log;
+    EXPECT_TRUE(c.log.empty() || log.contains(c.log)) << c.log;
+    EXPECT_EQ(log.contains("a.kvx, image 0"), !c.log.empty()) << c.log;
+    EXPECT_TRUE(!c.log.empty() || loaded->get(0).mask()->configuration() == written->mask()->configuration());
   }
-}
-
-TEST(KelvarisFile, SecondIdOpensAsTheRegisteredClassAndIsWrittenUnderItsOwnId) {
-  const RegisteredProbe registered;
-  const auto components = DataComponentsIO::fromXml(
-      R"(<components><component id="OldProbe"><param key="depth">3</param></component></components>)");
-  ASSERT_TRUE(components);
-  ASSERT_NE(components->get<Probe>(), nullptr);
-  EXPECT_CONTAINS(DataComponentsIO::toXml(*components), R"(<component id="Probe">)");
+  MaskFactory::get().unregisterMask("ColumnMask");
 }
 
 TEST(KelvarisFile, BrokenComponentXmlIsRefused) {
@@ -234,7 +171,7 @@ TEST(KelvarisFile, BrokenComponentXmlIsRefused) {
   for (int i = 0; i < 100000; ++i)
     tooDeep += "<properties key='x'>";
   for (const char* xml : {"<components>", "<properties/>", "<components><part id='a'/></components>",
-                          "<components><component/></components>", "<components><component id=''/></components>",
+                          "<components><component id=''/></components>",
                           "<components><component id='a'><b/></component></components>", tooDeep.c_str()}) {
     const ExpectedLog log;
     EXPECT_FALSE(DataComponentsIO::fromXml(xml)) << std::string(xml).substr(0, 80);
@@ -256,48 +193,24 @@ TEST(KelvarisFile, WriterLeavesNothingBehindUntilItFinishes) {
   EXPECT_EQ(KelvarisFile::load(folder / "a.kvx")->size(), 0);
 }
 
-TEST(KelvarisFile, UnwritablePlacesAreNamed) {
-  const TemporaryFolder folder;
-  std::filesystem::create_directory(folder / "folder");
-  const std::pair<std::filesystem::path, const char*> table[] = {{folder / "no/such/a.kvx", "there is no folder"},
-                                                                 {folder / "folder", "not a regular file"},
-                                                                 {"/dev/full", "not a regular file"}};
-  for (const auto& [path, reason] : table) {
-    const std::string error = errorOf([&] { KelvarisFile::Writer writer(path); });
-    EXPECT_CONTAINS(error, path.string());
-    EXPECT_CONTAINS(error, reason);
-  }
-}
-
-/// Runs `action` in a child that may write files of at most `bytes`; the exit status is what `action` returns.
-int withFileSizeLimit(rlim_t bytes, const std::function<int()>& action) {
-  const pid_t child = fork();
-  if (child == 0) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{bytes, bytes};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    _exit(action());
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
 TEST(KelvarisFile, FullDiskIsAnErrorAndLeavesNothing) {
   const TemporaryFolder folder;
   writeFile(folder / "a.kvx", "what was there before");
   SharedImageSet set;
   for (unsigned i = 0; i < 3; ++i)
     set.add(randomImage(ImageDescriptor(PixelInt16, 200, 200), i));
-  for (const rlim_t bytes : {0, 10, 900, 5000, 70000, 100000, 160000, 200000, 235000}) {
-    const int status = withFileSizeLimit(bytes, [&] {
-      const std::string error = errorOf([&] { KelvarisFile::save(folder / "a.kvx", set); });
-      return error.empty() ? 0 : error.find("File too large") != std::string::npos ? 1 : 2;
-    });
-    EXPECT_EQ(status, 1) << bytes;
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit whole{};
+  getrlimit(RLIMIT_FSIZE, &whole);
+  for (const rlim_t bytes : {0, 10, 900, 5000, 70000, 160000, 235000}) {
+    const rlimit limit{bytes, whole.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const std::string error = errorOf([&] { KelvarisFile::save(folder / "a.kvx", set); });
+    setrlimit(RLIMIT_FSIZE, &whole);
+    EXPECT_CONTAINS(error, "File too large") << bytes;
     EXPECT_EQ(folder.names(), std::vector<std::string>{"a.kvx"}) << bytes;
   }
-  EXPECT_EQ(readFile(folder / "a.kvx"), "what was there before");
+  EXPECT_EQ(Tests::readFile(folder / "a.kvx"), "what was there before");
 }
 
 /// A valid small file.
@@ -309,7 +222,7 @@ std::string smallFile(const TemporaryFolder& folder) {
     set.elementwiseComponents().components(static_cast<int>(i)).add<UnknownDataComponent>("Anything");
   }
   KelvarisFile::save(folder / "small.kvx", set);
-  return readFile(folder / "small.kvx");
+  return Tests::readFile(folder / "small.kvx");
 }
 
 TEST(KelvarisFile, EveryTruncationIsAnError) {
@@ -322,26 +235,35 @@ TEST(KelvarisFile, EveryTruncationIsAnError) {
   }
 }
 
-TEST(KelvarisFile, ForeignFilesAreErrors) {
+TEST(KelvarisFile, PlacesThatCanNotBeReadOrWrittenAreNamed) {
   const TemporaryFolder folder;
   writeFile(folder / "text.kvx", "This is not an image.");
-  const std::pair<std::filesystem::path, const char*> table[] = {
-      {folder / "text.kvx", "not an HDF5 file"}, {folder.path(), "not a regular file"}, {folder / "none", "no file"}};
-  for (const auto& [path, reason] : table)
-    EXPECT_CONTAINS(errorOf([&, file = path] { KelvarisFile::Reader reader(file); }), reason);
+  const auto read = [](const std::filesystem::path& path) { KelvarisFile::Reader reader(path); };
+  const auto write = [](const std::filesystem::path& path) { KelvarisFile::Writer writer(path); };
+  const struct {
+    std::function<void(const std::filesystem::path&)> action;
+    std::filesystem::path path;
+    const char* reason;
+  } table[] = {{read, folder / "text.kvx", "not an HDF5 file"},
+               {read, folder.path(), "not a regular file"},
+               {read, folder / "none", "no file"},
+               {write, folder / "no/such/a.kvx", "there is no folder"},
+               {write, folder.path(), "not a regular file"},
+               {write, "/dev/full", "not a regular file"}};
+  for (const auto& c : table) {
+    const std::string error = errorOf([&] { c.action(c.path); });
+    EXPECT_CONTAINS(error, c.path.string());
+    EXPECT_CONTAINS(error, c.reason);
+  }
 }
 
-/// What a case does to a valid file through HDF5 itself.
-using Change = std::function<void(hid_t file, hid_t image)>;
-using Extent = std::vector<hsize_t>;
-
 /// Another array in the place of image 0.
-Change image(hid_t type, const Extent& extent, const Extent& chunk = {}) {
+Change image(hid_t type, const std::vector<hsize_t>& extent, const std::vector<hsize_t>& chunk = {}) {
   return [=](hid_t file, hid_t) {
     H5Ldelete(file, "/images/00000", H5P_DEFAULT);
     const Hdf5::Handle layout(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
     if (!chunk.empty()) H5Pset_chunk(layout, static_cast<int>(chunk.size()), chunk.data());
-    const Extent unlimited(extent.size(), H5S_UNLIMITED);
+    const std::vector<hsize_t> unlimited(extent.size(), H5S_UNLIMITED);
     const Hdf5::Handle space(
         H5Screate_simple(static_cast<int>(extent.size()), extent.data(), chunk.empty() ? nullptr : unlimited.data()),
         H5Sclose);
@@ -362,23 +284,16 @@ TEST(KelvarisFile, TamperedFilesAreErrors) {
     const char* error;
   } table[] = {
       {"foreign format", [](hid_t f, hid_t) { Hdf5::writeText(f, "format", "photos"); }, "not a file of images"},
-      {"no format", [](hid_t f, hid_t) { H5Adelete(f, "format"); }, "not a file of images"},
       {"format of another type", [](hid_t f, hid_t) { Hdf5::writeInteger(f, "format", 1); }, "not a text"},
       {"later version", [](hid_t f, hid_t) { Hdf5::writeInteger(f, "version", 2); }, "version 2"},
-      {"no version", [](hid_t f, hid_t) { H5Adelete(f, "version"); }, "\"version\" is missing"},
       {"properties", [](hid_t f, hid_t) { Hdf5::writeText(f, "properties", "<properties><param>"); }, "\"properties\""},
-      {"no images", [](hid_t f, hid_t) { H5Ldelete(f, "images", H5P_DEFAULT); }, "/images"},
       {"no image 0", [](hid_t f, hid_t) { H5Ldelete(f, "/images/00000", H5P_DEFAULT); }, "/images/00000"},
-      {"broken components", [](hid_t, hid_t i) { Hdf5::writeText(i, "components", "<components"); }, "\"components\""},
       {"pixel type that does not fit", [](hid_t, hid_t i) { Hdf5::writeInteger(i, "pixelType", PixelInt16); }, "5122"},
-      {"unknown pixel type", [](hid_t, hid_t i) { Hdf5::writeInteger(i, "pixelType", -7); }, "-7"},
       {"matrix of nine", [&](hid_t, hid_t i) { Hdf5::writeDoubles(i, "matrix", nine); }, "holds 9 values, expected 16"},
       {"shift as text", [](hid_t, hid_t i) { Hdf5::writeText(i, "shift", "1"); }, "no numbers"},
       {"rank 2", image(bytes, {5, 9}), "2 dimensions"},
-      {"rank 0", image(bytes, {}), "0 dimensions"},
       {"nothing in it", image(bytes, {1, 0, 9, 1}), "extent is 0"},
       {"64-bit integers", image(H5T_NATIVE_LLONG, {1, 5, 9, 1}), "elements"},
-      {"a text", image(H5T_C_S1, {1, 5, 9, 1}), "elements"},
       {"terabytes", image(floats, {1000, 30000, 30000, 1}, {1, 10, 10, 1}), "the file holds 0"},
       {"beyond the address space", image(floats, {INT_MAX, INT_MAX, INT_MAX, 1}, {1, 9, 9, 1}), "exceeds the address"},
       {"extent over int", image(floats, {1, 1, 4294967297, 1}, {1, 1, 10, 1}), "4294967297"},
@@ -386,11 +301,7 @@ TEST(KelvarisFile, TamperedFilesAreErrors) {
   };
   for (const auto& c : table) {
     writeFile(folder / "t.kvx", whole);
-    {
-      const Hdf5::Handle file(H5Fopen((folder / "t.kvx").c_str(), H5F_ACC_RDWR, H5P_DEFAULT), H5Fclose);
-      const Hdf5::Handle image(H5Dopen2(file, "/images/00000", H5P_DEFAULT), H5Dclose);
-      c.change(file, image);
-    }
+    withImage(folder / "t.kvx", c.change);
     const ExpectedLog log;
     const std::string error = errorOf([&] { KelvarisFile::load(folder / "t.kvx"); });
     EXPECT_CONTAINS(error, c.error) << c.what;
@@ -407,26 +318,26 @@ void addAttribute(hid_t object, const char* name, hid_t type, hid_t memoryType, 
 
 TEST(KelvarisFile, OptionalAttributesMayBeMissingAndTypesMayBeWider) {
   const TemporaryFolder folder;
-  const auto path = folder / "script.kvx";
-  {
-    const Hdf5::Handle file(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT), H5Fclose);
+  smallFile(folder);
+  withImage(folder / "small.kvx", [](hid_t file, hid_t) {
+    for (const char* name : {"format", "version", "modality", "kind", "properties"})
+      H5Adelete(file, name);
+    H5Ldelete(file, "/images/00001", H5P_DEFAULT);
     const Hdf5::Handle fixed(H5Tcopy(H5T_C_S1), H5Tclose);
     H5Tset_size(fixed, 20);
     H5Tset_strpad(fixed, H5T_STR_SPACEPAD);
     const long long version = 1;
     addAttribute(file, "format", fixed, fixed, "kelvaris-images     ");
     addAttribute(file, "version", H5T_STD_I64BE, H5T_NATIVE_LLONG, &version);
-    const Hdf5::Handle images(H5Gcreate2(file, "images", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT), H5Gclose);
-    const hsize_t extent[] = {1, 1, 3, 1};
-    const Hdf5::Handle space(H5Screate_simple(4, extent, nullptr), H5Sclose);
-    const Hdf5::Handle image(H5Dcreate2(images, "00000", H5T_STD_I16BE, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
-                             H5Dclose);
+    image(H5T_STD_I16BE, {1, 1, 3, 1})(file, H5I_INVALID_HID);
+  });
+  withImage(folder / "small.kvx", [](hid_t, hid_t image) {
     const short samples[] = {-32768, 2, 513};
     H5Dwrite(image, H5T_NATIVE_SHORT, H5S_ALL, H5S_ALL, H5P_DEFAULT, samples);
     const int mask = -32768;
     addAttribute(image, "mask", H5T_STD_I32LE, H5T_NATIVE_INT, &mask);
-  }
-  const auto loaded = KelvarisFile::load(path);
+  });
+  const auto loaded = KelvarisFile::load(folder / "small.kvx");
   ASSERT_EQ(loaded->size(), 1);
   EXPECT_EQ(loaded->modality(), Data::UnknownModality);
   EXPECT_TRUE(loaded->get(0).descriptor().isApprox(ImageDescriptor(PixelInt16, 3, 1)));

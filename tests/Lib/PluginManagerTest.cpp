@@ -46,6 +46,17 @@ protected:
     return Tests::errorOf<PluginError>([&] { PluginManager::get().load(file); });
   }
 
+  /// True if the library is in the process and what it registers is known; false if it left nothing behind.
+  static bool isActive() {
+    const auto present = PluginAutoRegistrationGuard::presentIds();
+    const bool parts[] = {isInProcess(kPlugin), std::count(present.begin(), present.end(), "Test.Plugin") > 0,
+                          FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false).has_value(),
+                          DataComponentFactory::get().create("Test.Mark") != nullptr};
+    for (const bool part : parts)
+      EXPECT_EQ(part, parts[0]);
+    return parts[0];
+  }
+
   const std::string m_good = Tests::readFile(kPlugin);
   const Tests::TemporaryFolder m_folder;
 };
@@ -65,27 +76,15 @@ TEST_F(PluginManagerTest, LoadsRegistersAndReallyUnloads) {
   EXPECT_EQ(&manager.load(kPlugin), &plugin) << "a second load gives the same object";
   ASSERT_EQ(manager.entries().size(), 1u);
   EXPECT_EQ(manager.entries()[0].state, PluginManager::Loaded);
-  EXPECT_EQ(manager.entries()[0].id, "Test.Plugin");
-  EXPECT_TRUE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
-  EXPECT_NE(DataComponentFactory::get().create("Test.Mark"), nullptr);
-
   for (int round = 0; round < 2; ++round) {
+    EXPECT_TRUE(isActive());
     manager.unload("Test.Plugin");
-    EXPECT_FALSE(isInProcess(kPlugin));
-    EXPECT_FALSE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
-    EXPECT_EQ(DataComponentFactory::get().create("Test.Mark"), nullptr);
-    const auto present = PluginAutoRegistrationGuard::presentIds();
-    EXPECT_EQ(std::count(present.begin(), present.end(), "Test.Plugin"), 0);
+    EXPECT_FALSE(isActive());
     EXPECT_THROW(manager.unload("Test.Plugin"), PluginError);
     manager.load(kPlugin);
-    EXPECT_TRUE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
   }
-}
-
-TEST_F(PluginManagerTest, SaysWhenALibraryStaysInTheProcess) {
-  PluginManager::get().load(kPlugin);
   void* held = dlopen(kPlugin.c_str(), RTLD_NOW);
-  EXPECT_THROW(PluginManager::get().unload("Test.Plugin"), PluginError);
+  EXPECT_THROW(manager.unload("Test.Plugin"), PluginError) << "it stays in the process";
   dlclose(held);
 }
 
@@ -107,16 +106,10 @@ TEST_F(PluginManagerTest, RefusesFilesBeforeTheirCodeRuns) {
       {"flags.so",
        replaced(good, "GLIBCXX_DEBUG:_GLIBCXX_DEBUG", "GLIBCXX_DEBUG:1@@@@@@@@@@@@@"),
        {"GLIBCXX_DEBUG:1@", "this host has \"GLIBCXX_DEBUG:_GLIBCXX_DEBUG\""}},
-      {"v1.so",
-       replaced(good, "PLUGIN_V2_MAGIC", "PLUGIN_V1_MAGIC"),
-       {"PLUGIN_V1_MAGIC", "expected", "PLUGIN_V2_MAGIC"}},
       {"nofields.so", replaced(good, "|hostversion=", "|hostversion:"), {"expected", "hostversion="}},
       {"noexport.so",
        replaced(good, "kelvarisCreatePlugin", "kelvarisDestroyPlugi"),
        {"does not export kelvarisCreatePlugin"}},
-      {"nodescriptor.so",
-       replaced(good, "kelvarisPluginDescriptor", "kelvarisPluginDescripxxx"),
-       {"does not export kelvarisPluginDescriptor"}},
   };
   for (const auto& c : cases) {
     const fs::path file = write(c.name, c.bytes);
@@ -141,9 +134,7 @@ TEST_F(PluginManagerTest, RefusesPluginsThatCanNotRunAndLeavesNothingBehind) {
   for (const auto& c : cases) {
     setenv("TEST_PLUGIN", c.mode, 1);
     EXPECT_CONTAINS(refusal(kPlugin), c.message);
-    EXPECT_FALSE(isInProcess(kPlugin));
-    EXPECT_FALSE(FactoryRegistry::get().algorithmDescriptor("Test.Nothing", false));
-    EXPECT_EQ(DataComponentFactory::get().create("Test.Mark"), nullptr);
+    EXPECT_FALSE(isActive());
   }
   unsetenv("TEST_PLUGIN");
   EXPECT_EQ(refusal(kPlugin), "");

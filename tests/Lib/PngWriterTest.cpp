@@ -2,13 +2,13 @@
 
 #include "Lib/IntensityMask.h"
 #include "support/PngPicture.h"
+#include "support/Samples.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <cmath>
-#include <functional>
 
 namespace Kelvaris {
 namespace {
@@ -59,13 +59,12 @@ public:
 };
 
 TEST(PngWriter, MaskedPixelsAreTransparentOrOfTheGivenColour) {
-  struct Case {
+  const struct {
     int channels;
     bool colored;
     int colorType;
     std::vector<unsigned char> samples; ///< of 2 x 2 pixels
-  };
-  const std::vector<Case> table = {
+  } table[] = {
       {1, false, PNG_COLOR_TYPE_GRAY_ALPHA, {0, 0, 1, 255, 2, 255, 3, 0}},
       {1, true, PNG_COLOR_TYPE_RGB, {90, 80, 70, 1, 1, 1, 2, 2, 2, 90, 80, 70}},
       {3, false, PNG_COLOR_TYPE_RGB_ALPHA, {0, 1, 2, 0, 3, 4, 5, 255, 6, 7, 8, 255, 9, 10, 11, 0}},
@@ -73,7 +72,7 @@ TEST(PngWriter, MaskedPixelsAreTransparentOrOfTheGivenColour) {
       {4, false, PNG_COLOR_TYPE_RGB_ALPHA, {0, 1, 2, 0, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0}},
       {4, true, PNG_COLOR_TYPE_RGB_ALPHA, {90, 80, 70, 255, 4, 5, 6, 7, 8, 9, 10, 11, 90, 80, 70, 255}},
   };
-  for (const Case& c : table) {
+  for (const auto& c : table) {
     Options options{.squarePixels = false};
     if (c.colored) options.maskColor = {90, 80, 70};
     const auto image = ramp(2, 2, 1, c.channels);
@@ -86,46 +85,43 @@ TEST(PngWriter, MaskedPixelsAreTransparentOrOfTheGivenColour) {
 }
 
 /// An image of 8-bit pixels with the value of `f` at their centres (mm from the image's centre, rounded).
-std::shared_ptr<SharedImage> sampled(int width, int height, const Eigen::Vector2d& spacing,
-                                     const std::function<double(double, double)>& f) {
-  auto pixels = std::make_shared<TypedImage<unsigned char>>(width, height);
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x)
-      pixels->setValue(static_cast<unsigned char>(std::lround(
-                           f((x + 0.5 - 0.5 * width) * spacing.x(), (y + 0.5 - 0.5 * height) * spacing.y()))),
-                       x, y);
-  pixels->setSpacing({spacing.x(), spacing.y(), 1.0});
-  return std::make_shared<SharedImage>(pixels);
+template <typename F>
+std::shared_ptr<SharedImage> sampled(int width, int height, const Eigen::Vector2d& spacing, const F& f) {
+  ImageDescriptor descriptor(PixelUInt8, width, height);
+  descriptor.setSpacing({spacing.x(), spacing.y(), 1.0});
+  return std::make_shared<SharedImage>(Tests::imageOf(descriptor, [&](int x, int y, int, int) {
+    return std::lround(f((x + 0.5 - 0.5 * width) * spacing.x(), (y + 0.5 - 0.5 * height) * spacing.y()));
+  }));
 }
 
 TEST(PngWriter, SquarePixelsShowTheSameAtTheSamePlaces) {
   const auto plane = [](double x, double y) { return 100.0 + 10.0 * x + 8.0 * y; };
-  struct Case {
+  const struct {
     int width, height;
     Eigen::Vector2d spacing;
     int writtenWidth, writtenHeight;
-  };
-  const std::vector<Case> table = {
-      {20, 10, {0.25, 1.0}, 20, 40}, {10, 20, {1.0, 0.25}, 40, 20}, {12, 9, {0.5, 0.7}, 12, 13}, // 12.6 rows
-      {8, 8, {0.5, 0.5}, 8, 8},      {8, 8, {0.5, 0.51}, 8, 8},     {1, 6, {3.0, 0.5}, 6, 6},
-  };
-  for (const Case& c : table) {
+  } table[] = {{20, 10, {0.25, 1.0}, 20, 40},
+               {12, 9, {0.7, 0.5}, 17, 9}, // 16.8 columns
+               {8, 8, {0.5, 0.51}, 8, 8},
+               {1, 6, {3.0, 0.5}, 6, 6}};
+  for (const auto& c : table) {
     const double side = c.spacing.minCoeff();
     const PngPicture picture = written(*sampled(c.width, c.height, c.spacing, plane));
     ASSERT_EQ(picture.width, c.writtenWidth) << c.spacing.transpose();
     ASSERT_EQ(picture.height, c.writtenHeight) << c.spacing.transpose();
     EXPECT_EQ(picture.densityX, static_cast<png_uint_32>(std::lround(1000.0 / side)));
+    // Beyond the outermost pixel centres the values stay.
+    const auto place = [&](int i, int squares, int pixels, double spacing) {
+      const double most = 0.5 * (pixels - 1) * spacing;
+      return std::clamp((i + 0.5 - 0.5 * squares) * side, -most, most);
+    };
     for (int j = 0; j < picture.height; ++j)
-      for (int i = 0; i < picture.width; ++i) {
-        // Beyond the outermost pixel centres the values stay.
-        const auto held = [](double place, double length, double spacing) {
-          const double most = 0.5 * (length - spacing);
-          return std::clamp(place, -most, most);
-        };
-        const double x = held((i + 0.5 - 0.5 * picture.width) * side, c.width * c.spacing.x(), c.spacing.x());
-        const double y = held((j + 0.5 - 0.5 * picture.height) * side, c.height * c.spacing.y(), c.spacing.y());
-        EXPECT_NEAR(picture.at(i, j), plane(x, y), 1.0 + 1e-9) << c.spacing.transpose() << " at " << i << ", " << j;
-      }
+      for (int i = 0; i < picture.width; ++i)
+        EXPECT_NEAR(
+            picture.at(i, j),
+            plane(place(i, picture.width, c.width, c.spacing.x()), place(j, picture.height, c.height, c.spacing.y())),
+            1.0 + 1e-9)
+            << c.spacing.transpose() << " at " << i << ", " << j;
   }
 }
 
@@ -135,25 +131,24 @@ TEST(PngWriter, SquarePixelsKeepMaskedAndValidApart) {
   image->setMask(std::make_shared<IntensityMask>(PixelUInt8, 0.0));
   const PngPicture picture = written(*image);
   ASSERT_EQ(picture.width, 16);
-  for (int j = 0; j < 3; ++j)
-    for (int i = 0; i < 16; ++i) {
-      const bool valid = i >= 4 && i < 12;
-      EXPECT_EQ(picture.at(i, j, 1), valid ? 255 : 0) << i;
-      if (valid) {
-        EXPECT_NEAR(picture.at(i, j), std::clamp(200.0 + 0.5 * (i - 7.5), 199.0, 201.0), 0.51) << i;
-      }
-    }
+  for (int i = 0; i < 16; ++i) {
+    const bool valid = i >= 4 && i < 12;
+    EXPECT_EQ(picture.at(i, 1, 1), valid ? 255 : 0) << i;
+    EXPECT_NEAR(picture.at(i, 1), valid ? std::clamp(200.0 + 0.5 * (i - 7.5), 199.0, 201.0) : 0.0, 0.51) << i;
+  }
 }
 
 TEST(PngWriter, NoPhysicalSizeWhereThereIsNone) {
-  for (const double spacing : {0.0, -1.0, std::nan(""), 1e9, 1e-9, std::numeric_limits<double>::infinity()}) {
-    auto pixels = std::make_shared<TypedImage<unsigned char>>(2, 2);
-    pixels->setSpacing({1.0, spacing, 1.0});
-    EXPECT_FALSE(written(SharedImage(pixels)).hasDensity) << spacing;
-  }
   ImageDescriptor descriptor(PixelUInt8, 2, 2);
+  const auto hasDensity = [&] { return written(SharedImage(MemImage::create(descriptor))).hasDensity; };
+  EXPECT_TRUE(hasDensity());
+  for (const double spacing : {0.0, -1.0, std::nan(""), 1e9, 1e-9}) {
+    descriptor.setSpacing({1.0, spacing, 1.0});
+    EXPECT_FALSE(hasDensity()) << spacing;
+  }
+  descriptor.setSpacing({1.0, 1.0, 1.0});
   descriptor.setMetric(false);
-  EXPECT_FALSE(written(SharedImage(std::make_shared<TypedImage<unsigned char>>(descriptor))).hasDensity);
+  EXPECT_FALSE(hasDensity());
 }
 
 TEST(PngWriter, RefusesWhatIsNoPicture) {

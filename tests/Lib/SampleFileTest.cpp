@@ -81,26 +81,18 @@ std::vector<double> box(const SampleArray& array, const Extents& start, const Ex
   });
 }
 
-/// 0, 1, 2 ... lie in storage order, so a sample's value is its linear index.
+/// 0, 1, 2 ... lie in storage order.
 void expectBoxes(const SampleArray& array) {
   const Extents& shape = array.shape();
   ASSERT_EQ(shape.size(), 3u);
-  const auto linear = [&](std::size_t a, std::size_t b, std::size_t c) {
-    return static_cast<double>(array.firstIndexFastest() ? a + shape[0] * (b + shape[1] * c)
-                                                         : (a * shape[1] + b) * shape[2] + c);
-  };
-  for (const auto& [start, count] : std::vector<std::pair<Extents, Extents>>{{{0, 0, 0}, shape},
-                                                                             {{1, 0, 0}, {1, shape[1], shape[2]}},
-                                                                             {{0, 1, 0}, {shape[0], 2, 1}},
-                                                                             {{1, 1, 1}, {1, 2, 1}}}) {
+  const std::size_t middle = 1, fast = array.firstIndexFastest() ? 0 : 2, slow = 2 - fast;
+  for (const auto& [start, count] : std::vector<std::pair<Extents, Extents>>{
+           {{0, 0, 0}, shape}, {{0, 1, 0}, {shape[0], 2, 1}}, {{1, 1, 1}, {1, 2, 1}}}) {
     std::vector<double> expected;
-    for (std::size_t i = 0; i < count[0] * count[1] * count[2]; ++i) {
-      const bool first = array.firstIndexFastest();
-      const std::size_t fast = first ? i % count[0] : i % count[2];
-      const std::size_t middle = (i / (first ? count[0] : count[2])) % count[1];
-      const std::size_t slow = i / (first ? count[0] : count[2]) / count[1];
-      expected.push_back(linear(start[0] + (first ? fast : slow), start[1] + middle, start[2] + (first ? slow : fast)));
-    }
+    for (std::size_t i = start[slow]; i < start[slow] + count[slow]; ++i)
+      for (std::size_t j = start[middle]; j < start[middle] + count[middle]; ++j)
+        for (std::size_t k = start[fast]; k < start[fast] + count[fast]; ++k)
+          expected.push_back(static_cast<double>((i * shape[middle] + j) * shape[fast] + k));
     EXPECT_EQ(box(array, start, count), expected) << shapeText(start) << " " << shapeText(count);
   }
   EXPECT_THROW(array.read({0, 0, 1}, shape), std::out_of_range);
@@ -118,18 +110,15 @@ TEST_F(SampleFileTest, ReadsBoxesOfEveryFormat) {
   const struct {
     fs::path path;
     std::string variable;
-    Extents shape;
     bool firstFastest;
-  } cases[] = {
-      {writeHdf5(), "", {2, 3, 4}, false},
-      {m_folder / "recording.h5", "/scan/rf", {2, 3, 4}, false},
-      {write("c.npy", numpy(numpyHead, raw)), "", {2, 3, 4}, false},
-      {write("f.npy", numpy(numpyFortran, bigEndian)), "array", {4, 3, 2}, true},
-  };
+  } cases[] = {{writeHdf5(), "", false},
+               {m_folder / "recording.h5", "/scan/rf", false},
+               {write("c.npy", numpy(numpyHead, raw)), "", false},
+               {write("f.npy", numpy(numpyFortran, bigEndian)), "array", true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.path);
     const auto array = SampleFile::open(c.path)->array(c.variable);
-    EXPECT_EQ(array->shape(), c.shape);
+    EXPECT_EQ(array->shape(), (c.firstFastest ? Extents{4, 3, 2} : Extents{2, 3, 4}));
     EXPECT_EQ(array->type(), SampleType::Int16);
     EXPECT_EQ(array->firstIndexFastest(), c.firstFastest);
     expectBoxes(*array);
@@ -176,6 +165,7 @@ TEST_F(SampleFileTest, RefusesBrokenAndForeignFilesInWords) {
   };
   const fs::path text =
       write("text.txt", "Not a recording, but longer than any header that is looked at. " + std::string(200, 'x'));
+  const Extents tooLarge = {7, 5};
   const std::pair<std::string, const char*> cases[] = {
       {errorOfOpening("/nowhere/x.mat"), "There is no file /nowhere/x.mat"},
       {errorOfOpening(text), "raw binary samples need their shape and type"},
@@ -185,17 +175,14 @@ TEST_F(SampleFileTest, RefusesBrokenAndForeignFilesInWords) {
       {errorOfNumpy("<c8", "(2, 3)"), "'<c8'"},
       {errorOfOpening(write("head.npy", numpy("{'descr'", ""))), "NumPy header"},
       {errorOfOpening(cut(writeHdf5(), 1500)), "recording.h5"},
-      {errorOf([&] {
-         openRawSamples(text, SampleType::Int16, Extents{7, 5}, false);
-       }),
-       "take 70"},
+      {errorOf([&] { openRawSamples(text, SampleType::Int16, tooLarge, false); }), "take 70"},
       {errorOf([&] { sampleTypeFromName("int17"); }), "\"int17\" is no sample type; there are int8"},
   };
   for (const auto& [message, part] : cases)
     EXPECT_CONTAINS(message, part);
 
   for (const auto compression : {MAT_COMPRESSION_NONE, MAT_COMPRESSION_ZLIB})
-    for (const std::uintmax_t bytes : {230, 170, 130, 128})
+    for (const std::uintmax_t bytes : {230, 170, 128})
       EXPECT_CONTAINS(errorOfOpening(cut(writeMatlab(MAT_FT_MAT5, compression), bytes), "rf"), "recording.mat");
 }
 

@@ -23,8 +23,7 @@ std::string mode() {
   return value ? value : "";
 }
 
-class Nothing : public Algorithm {
-public:
+struct Nothing : Algorithm {
   static bool createCompatible(const DataList&, Algorithm** a) {
     if (a) *a = std::make_unique<Nothing>().release();
     return true;
@@ -42,8 +41,7 @@ struct TestFactory : AlgorithmFactory {
   TestFactory() : AlgorithmFactory("Test") { registerAlgorithm<Nothing>("Nothing", "Test;Nothing"); }
 };
 
-class TestPlugin : public KelvarisLibPlugin {
-public:
+struct TestPlugin : KelvarisLibPlugin {
   std::string author() const override { return "tests"; }
   std::string description() const override { return "for tests"; }
   std::vector<std::string> dependencies() const override {
