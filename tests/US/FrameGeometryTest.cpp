@@ -67,18 +67,15 @@ TEST_P(FrameGeometryOfEveryKind, IsStoredToTheLastBit) {
   const std::unique_ptr<FrameGeometry> read = readFrameGeometry(stored);
   ASSERT_TRUE(read);
   EXPECT_TRUE(geometry->isApprox(*read, 0.0));
-  Properties again;
-  read->configuration(&again);
-  EXPECT_EQ(stored, again);
 
   for (const auto& [key, text] : stored.params()) {
     if (key == "type" || key == "longRadius") continue;
-    // The long radius of a sector is the sum of the short one and the depth.
-    const bool movesLongRadius = stored.hasParam("longRadius") && (key == "depth" || key == "shortRadius");
     Properties other = stored;
-    for (const char* changed : {key.c_str(), movesLongRadius ? "longRadius" : nullptr}) {
+    // The long radius of a sector is the sum of the short one and the depth.
+    const bool movesLongRadius = key == "depth" || key == "shortRadius";
+    for (const std::string& changed : {key, std::string(movesLongRadius ? "longRadius" : key)}) {
       double value = 0.0;
-      if (changed && stored.param(changed, value)) other.setParam(changed, value + 0.01);
+      if (stored.param(changed, value)) other.setParam(changed, value + 0.01);
     }
     const std::unique_ptr<FrameGeometry> moved = readFrameGeometry(other);
     ASSERT_TRUE(moved) << key;
@@ -114,35 +111,8 @@ TEST(FrameGeometry, SectorRadiiAndDepthMoveTogether) {
 }
 
 TEST(FrameGeometry, WithoutAnAnswerThePointIsNaN) {
-  const auto linear = Tests::linearCase(38, 0, 40).geometry;
-  const auto flatBottom = Tests::sectorCase(100, 10, 30, 0).geometry;
-  const auto steered = Tests::steeredCase(30, 60, 60, 50).geometry;
-  const struct {
-    const char* what;
-    std::shared_ptr<FrameGeometry> geometry;
-    FrameGeometry::Direction direction;
-    Eigen::Vector2d point;
-  } cases[] = {
-      {"NaN in", linear, kToPhysical, {kNaN, 0.5}},
-      {"NaN in, back", linear, kToNormalized, {0.5, kNaN}},
-      {"infinite", linear, kToPhysical, {0.5, kInf}},
-      {"no width", Tests::linearCase(0, 0, 40).geometry, kToNormalized, {0, 1}},
-      {"no depth", Tests::linearCase(38, 0, 0).geometry, kToNormalized, {0, 1}},
-      {"no opening", Tests::convexCase(0, 60, 40).geometry, kToNormalized, {0, 1}},
-      {"infinite opening", Tests::convexCase(kInf, 0, 40).geometry, kToPhysical, {0.3, 0.5}},
-      {"NaN radius", Tests::sectorCase(15, kNaN, 40, 1).geometry, kToPhysical, {0.3, 0.5}},
-      {"flat bottom beyond the level", flatBottom, kToPhysical, {0, 0.5}},
-      {"a point above the apex of a flat bottom", flatBottom, kToNormalized, {1, -20}},
-      {"no line through the apex", steered, kToNormalized, {0, -60}},
-      {"lines along the array", Tests::steeredCase(30, 60, 120, 50).geometry, kToNormalized, {0, 10}},
-      {"new linear", std::make_shared<FrameGeometryLinear>(), kToNormalized, {0, 0}},
-      {"new sector", std::make_shared<FrameGeometrySector>(), kToNormalized, {0, 0}},
-      {"new convex", std::make_shared<FrameGeometryConvex>(), kToNormalized, {0, 0}},
-      {"new steered", std::make_shared<FrameGeometryConvexSteered>(), kToNormalized, {0, 0}},
-  };
-  for (const auto& c : cases)
-    EXPECT_TRUE(c.geometry->convertPoint(c.point, c.direction).array().isNaN().all()) << c.what;
-
+  for (const auto& [c, direction, point] : Tests::undefinedPoints())
+    EXPECT_TRUE(c.geometry->convertPoint(point, direction).array().isNaN().all()) << c.name << point.transpose();
   EXPECT_TRUE(Tests::convexCase(kInf, 0, 40).geometry->bounds().isEmpty());
   EXPECT_TRUE(Tests::linearCase(kNaN, 0, 40).geometry->bounds().isEmpty());
 }
@@ -152,7 +122,6 @@ TEST(FrameGeometry, ComparesKindOffsetAndOnRequestImages) {
   EXPECT_FALSE(convex->isApprox(*Tests::steeredCase(30, 60, 0, 40).geometry, 1e9));
   EXPECT_TRUE(Tests::convexCase(kNaN, 60, 40).geometry->isApprox(*Tests::convexCase(kNaN, 60, 40).geometry, 0.001));
   EXPECT_FALSE(Tests::convexCase(kNaN, 60, 40).geometry->isApprox(*convex, 0.001));
-  EXPECT_TRUE(Tests::convexCase(kInf, 60, 40).geometry->isApprox(*Tests::convexCase(kInf, 60, 40).geometry, 0.001));
   EXPECT_FALSE(convex->isApprox(FrameGeometryConvex(CoordinateSystem::Pixel), 1e9));
 
   const std::unique_ptr<FrameGeometry> copy = convex->clone();
@@ -164,17 +133,6 @@ TEST(FrameGeometry, ComparesKindOffsetAndOnRequestImages) {
   EXPECT_FALSE(convex->isApprox(*copy, 0.001));
 }
 
-TEST(FrameGeometry, OffsetAndCoordinateSystemAreStoredWhereTheyMatter) {
-  FrameGeometryLinear geometry(CoordinateSystem::Pixel);
-  geometry.setOffset({1, -20.5, 0});
-  Properties stored;
-  geometry.configuration(&stored);
-  const std::unique_ptr<FrameGeometry> read = readFrameGeometry(stored);
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->offset(), geometry.offset());
-  EXPECT_EQ(read->coordinateSystem(), CoordinateSystem::Pixel);
-}
-
 TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
   const struct {
     const char* key;
@@ -184,7 +142,6 @@ TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
       {"type", "FrameGeometryConvex", "of type \"FrameGeometryConvex\" can't be read into a FrameGeometrySector"},
       {"depth", nullptr, "needs a number under \"depth\""},
       {"shortRadius", nullptr, "needs a number under \"shortRadius\""},
-      {"openingAngle", "wide", "needs a number under \"openingAngle\""},
       {"bottomCurvature", "round", "needs a number under \"bottomCurvature\""},
       {"longRadius", "200", "longRadius less its shortRadius"},
       {"offset", "1 2", "its \"offset\" can't be read"},
@@ -234,7 +191,9 @@ TEST(FrameGeometry, ConvertsBetweenPixelsAndMillimetres) {
       EXPECT_LT((point - expected).norm(), 1e-10 * expected.norm());
     }
     EXPECT_TRUE(pixels->convertTo(CoordinateSystem::Image)->isApprox(*c.geometry, 1e-10, true));
-    EXPECT_TRUE(pixels->convertTo(CoordinateSystem::Pixel)->isApprox(*pixels, 0.0, true));
+    Properties stored;
+    pixels->configuration(&stored);
+    EXPECT_TRUE(readFrameGeometry(stored)->isApprox(*pixels, 0.0)) << "with offset and coordinate system";
   }
 }
 

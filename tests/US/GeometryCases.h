@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <numbers>
 #include <ostream>
@@ -93,6 +94,36 @@ inline std::vector<GeometryCase> geometryCases() {
           sectorCase(15, 71.1, 91.1, 1),  sectorCase(1.1, 990, 1040, 1), sectorCase(45, 0, 150, 1),
           sectorCase(45, 0, 150, 0),      sectorCase(60, 20, 100, 0.3),  sectorCase(15, 71.1, 91.1, 0.75),
           sectorCase(55, 15, 80, 1.4),    sectorCase(110, 15, 80, 1)};
+}
+
+/// A point that has no other in a geometry.
+struct UndefinedPoint {
+  GeometryCase geometry;
+  FrameGeometry::Direction direction;
+  Eigen::Vector2d point;
+};
+
+inline std::vector<UndefinedPoint> undefinedPoints() {
+  constexpr auto toPhysical = FrameGeometry::NormalizedToPhysical;
+  constexpr auto toNormalized = FrameGeometry::PhysicalToNormalized;
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  return {{linearCase(38, 0, 40), toPhysical, {nan, 0.5}},
+          {linearCase(38, 0, 40), toPhysical, {0.5, infinity}},
+          {linearCase(38, 0, 40), toNormalized, {0.5, nan}},
+          {linearCase(0, 0, 40), toNormalized, {0, 1}},
+          {linearCase(38, 0, 0), toNormalized, {0, 1}},
+          {convexCase(0, 60, 40), toNormalized, {0, 1}},
+          {convexCase(infinity, 0, 40), toPhysical, {0.3, 0.5}},
+          {sectorCase(15, nan, 40, 1), toPhysical, {0.3, 0.5}},
+          {sectorCase(0, 0, 0, 1), toNormalized, {0, 0}},
+          {steeredCase(0, 0, 0, 0), toNormalized, {0, 0}},
+          // A line of sight above the level of the flat bottom, and a point above the apex.
+          {sectorCase(100, 10, 30, 0), toPhysical, {0, 0.5}},
+          {sectorCase(100, 10, 30, 0), toNormalized, {1, -20}},
+          // No line goes through the apex, or all go along the array.
+          {steeredCase(30, 60, 60, 50), toNormalized, {0, -60}},
+          {steeredCase(30, 60, 120, 50), toNormalized, {0, 10}}};
 }
 
 } // namespace Kelvaris::US::Tests
