@@ -3,12 +3,14 @@
 #include "GL/Check.h"
 #include "GL/GlImage.h"
 #include "RequireGL.h"
+#include "support/ErrorOf.h"
 
 #include <epoxy/egl.h>
 #include <epoxy/gl.h>
 #include <gtest/gtest.h>
 
 #include <latch>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,57 +20,36 @@ namespace {
 
 using Guard = GL::ContextManager::ActivationGuard;
 
-std::unique_ptr<TypedImage<float>> rampImage(int width, int height, float first) {
-  auto image = std::make_unique<TypedImage<float>>(width, height);
-  for (std::size_t i = 0; i < image->size(); ++i)
-    (*image)[i] = first + static_cast<float>(i);
-  return image;
+std::unique_ptr<GlImage> texture(float first) {
+  TypedImage<float> image(64, 32);
+  std::iota(image.pointer(), image.pointer() + image.size(), first);
+  return std::make_unique<GlImage>(image);
 }
 
-TEST(ContextManager, GuardsNestAndEnd) {
-  KELVARIS_REQUIRE_GL();
-  EXPECT_FALSE(GL::ContextManager::hasCurrent());
-  {
-    const Guard outer;
-    EXPECT_TRUE(GL::ContextManager::hasCurrent());
-    { const Guard inner; }
-    EXPECT_TRUE(GL::ContextManager::hasCurrent());
-  }
-  EXPECT_FALSE(GL::ContextManager::hasCurrent());
-}
-
-TEST(ContextManager, EveryThreadHasItsOwnCurrentContext) {
+TEST(ContextManager, ThreadsHaveContextsOfTheirOwnAndShareTextures) {
   KELVARIS_REQUIRE_GL();
   constexpr int count = 4;
   std::latch allInside(count);
+  std::vector<std::unique_ptr<GlImage>> images(count);
   std::vector<std::thread> threads;
-  for (int i = 0; i < count; ++i)
-    threads.emplace_back([&] {
+  for (std::size_t i = 0; i < count; ++i)
+    threads.emplace_back([&, i] {
       const Guard guard;
       allInside.arrive_and_wait();
       EXPECT_TRUE(GL::ContextManager::hasCurrent());
+      images[i] = texture(1000.0f * static_cast<float>(i));
     });
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_FALSE(GL::ContextManager::hasCurrent());
-}
-
-TEST(ContextManager, TexturesAreSharedBetweenThreads) {
-  KELVARIS_REQUIRE_GL();
-  constexpr int count = 4;
-  std::vector<std::unique_ptr<GlImage>> images(count);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < count; ++i)
-    threads.emplace_back([&, i] {
-      images[static_cast<std::size_t>(i)] = std::make_unique<GlImage>(*rampImage(64, 32, static_cast<float>(1000 * i)));
-    });
-  for (std::thread& thread : threads)
-    thread.join();
-  const Guard guard;
-  for (int i = 0; i < count; ++i) {
-    const auto back = images[static_cast<std::size_t>(i)]->download();
-    EXPECT_EQ(back->valueAsDouble(63, 31, 0, 0), 1000 * i + 64 * 32 - 1);
+  {
+    const Guard outer;
+    for (std::size_t i = 0; i < count; ++i) {
+      EXPECT_EQ(images[i]->download()->valueAsDouble(63, 31, 0, 0), 1000.0 * static_cast<double>(i) + 64 * 32 - 1);
+      EXPECT_TRUE(GL::ContextManager::hasCurrent()) << "the guard inside has ended";
+    }
   }
+  EXPECT_FALSE(GL::ContextManager::hasCurrent());
 }
 
 TEST(ContextManager, PutsBackAContextOfSomebodyElse) {
@@ -90,7 +71,7 @@ TEST(ContextManager, PutsBackAContextOfSomebodyElse) {
   ASSERT_NE(foreign, EGL_NO_CONTEXT);
   ASSERT_TRUE(eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, foreign));
   EXPECT_FALSE(GL::ContextManager::hasCurrent());
-  EXPECT_EQ(GlImage(*rampImage(3, 1, 5.0f)).download()->valueAsDouble(2, 0, 0, 0), 7.0);
+  EXPECT_EQ(texture(5.0f)->download()->valueAsDouble(2, 0, 0, 0), 7.0);
   EXPECT_EQ(eglQueryAPI(), static_cast<EGLenum>(EGL_OPENGL_ES_API));
   EXPECT_EQ(eglGetCurrentContext(), foreign);
   eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
@@ -99,25 +80,16 @@ TEST(ContextManager, PutsBackAContextOfSomebodyElse) {
 
 TEST(CheckedCall, NamesCallErrorFileAndLine) {
   KELVARIS_REQUIRE_GL();
-  const Guard guard;
-  int line = 0;
-  try {
-    line = __LINE__ + 1;
-    KELVARIS_GL_CHECKED(glEnable(0xBAD));
-    FAIL() << "no error";
-  } catch (const GL::Error& error) {
-    EXPECT_EQ(error.what(), __FILE__ ":" + std::to_string(line) + ": glEnable(0xBAD): GL_INVALID_ENUM");
-  }
-}
-
-TEST(ContextManager, AnErrorLeftBehindIsNotTheNextCalls) {
-  KELVARIS_REQUIRE_GL();
   {
     const Guard guard;
+    const int line = __LINE__ + 1;
+    const auto bad = [] { KELVARIS_GL_CHECKED(glEnable(0xBAD)); };
+    EXPECT_EQ(Tests::errorOf<GL::Error>(bad),
+              __FILE__ ":" + std::to_string(line) + ": glEnable(0xBAD): GL_INVALID_ENUM");
     glEnable(0xBAD);
   }
   const Guard guard;
-  EXPECT_NO_THROW(KELVARIS_GL_CHECKED(glFlush()));
+  EXPECT_NO_THROW(KELVARIS_GL_CHECKED(glFlush())) << "an error left behind is not the next call's";
 }
 
 } // namespace

@@ -37,14 +37,8 @@ TEST(GlConvolutionFilter, AgreesWithTheSumInDoublePrecision) {
       {"traces of a baseband image", PixelFloat, PixelInt16, {7, 60, 1}, 2, 11, 1, Filter::ZeroBorder},
       {"along the rows", PixelFloat, PixelFloat, {60, 5, 1}, 1, 11, 0, Filter::ZeroBorder},
       {"along the slices", PixelFloat, PixelFloat, {3, 4, 17}, 4, 7, 2, Filter::ZeroBorder},
-      {"traces of a volume", PixelFloat, PixelFloat, {3, 40, 5}, 3, 7, 1, Filter::ZeroBorder},
-      {"kernel longer than the line", PixelFloat, PixelFloat, {2, 9, 1}, 1, 31, 1, Filter::ZeroBorder},
-      {"the same with edges", PixelFloat, PixelFloat, {2, 9, 1}, 1, 31, 1, Filter::EdgeBorder},
+      {"kernel longer than the line", PixelFloat, PixelFloat, {2, 9, 5}, 3, 31, 1, Filter::ZeroBorder},
       {"an even number of taps", PixelFloat, PixelFloat, {4, 20, 1}, 1, 6, 1, Filter::EdgeBorder},
-      {"a single tap", PixelFloat, PixelFloat, {4, 20, 2}, 2, 1, 0, Filter::ZeroBorder},
-      {"int8", PixelInt8, PixelInt8, {5, 30, 1}, 1, 9, 1, Filter::ZeroBorder},
-      {"uint8", PixelUInt8, PixelUInt8, {5, 30, 1}, 3, 9, 1, Filter::ZeroBorder},
-      {"uint16", PixelUInt16, PixelUInt16, {5, 30, 1}, 1, 9, 0, Filter::EdgeBorder},
       {"int32", PixelInt32, PixelInt32, {5, 30, 2}, 2, 9, 1, Filter::ZeroBorder},
       {"uint32", PixelUInt32, PixelUInt32, {5, 30, 1}, 1, 9, 1, Filter::ZeroBorder},
       {"half", PixelHalf, PixelHalf, {5, 30, 1}, 1, 9, 1, Filter::ZeroBorder},
@@ -94,7 +88,6 @@ TEST(GlConvolutionFilter, SaysWhatIsWrong) {
   EXPECT_CONTAINS(error([&] { Filter(&taps, 2); }), "Unknown border 2");
   EXPECT_CONTAINS(error([&] { filter.apply(image, image); }), "needs a kernel first");
   EXPECT_CONTAINS(error([&] { filter.setKernel(TypedImage<float>(3, 3)); }), "float, 3 x 3 x 1, 1 channel can't");
-  EXPECT_CONTAINS(error([&] { filter.setKernel(TypedImage<float>(3, 1, 1, 2)); }), "2 channels can't filter");
   EXPECT_CONTAINS(error([&] { filter.setKernel(TypedImage<float>(0, 1)); }), "0 x 1 x 1");
   filter.setKernel(taps);
   EXPECT_CONTAINS(error([&] { filter.apply(image, image); }), "the texture that it reads");

@@ -50,23 +50,18 @@ TEST(ImageResampling, BothPathsAgreeWithInterpolationInDoublePrecisionAndKeepThe
     Eigen::Vector3i expected;
   } cases[] = {
       {"half the pixels", {4, 12, 1}, {0.5, 0.1, 1}, {0.5, 0.2, 1}, {4, 6, 1}},
-      {"a third, of an odd number", {3, 10, 1}, {1, 1, 1}, {1, 3, 1}, {3, 3, 1}},
       {"half of an odd number goes up", {3, 7, 1}, {1, 0.1, 1}, {1, 0.2, 1}, {3, 4, 1}},
       {"more pixels, a ratio that isn't whole", {5, 9, 1}, {0.3, 0.9, 1}, {0.25, 0.31, 1}, {6, 26, 1}},
       {"all axes of a volume", {6, 5, 4}, {0.5, 1, 2}, {0.75, 0.4, 1.5}, {4, 13, 5}},
       {"a volume becomes one slice", {3, 4, 6}, {1, 1, 2}, {1, 1, 100}, {3, 4, 1}},
-      {"one slice becomes a volume", {3, 4, 1}, {1, 1, 2}, {1, 1, 0.5}, {3, 4, 4}},
       {"never less than a pixel", {3, 4, 1}, {1, 1, 1}, {50, 50, 50}, {1, 1, 1}},
   };
-  Resampling algorithm(nullptr, nullptr);
   for (const auto& c : cases)
     for (const int pixelType : {PixelInt8, PixelUInt8, PixelInt16, PixelUInt16, PixelInt32, PixelFloat, PixelHalf})
       for (const int mode : {Resampling::Linear, Resampling::Nearest})
         for (const auto& image : forms(Tests::noiseImage(described(pixelType, c.extent, c.spacing, 3)))) {
           SCOPED_TRACE(c.what);
-          algorithm.setTargetSpacing(c.target);
-          algorithm.mode = mode;
-          const auto output = algorithm.processImage(*image, {}).first;
+          const auto output = resample(*image, c.target, mode);
           ASSERT_NE(output, nullptr);
           EXPECT_EQ(output->hasForm(ImageForm::Gl), image->hasForm(ImageForm::Gl) && pixelType != PixelInt32);
           const ImageDescriptor& d = output->descriptor();
