@@ -26,7 +26,7 @@ TEST(FrameGeometryMetadata, OwnsItsGeometry) {
   EXPECT_EQ(copy.frameGeometry()->depth(), 40);
   EXPECT_FALSE(clone->equals(metadata));
 
-  metadata.setFrameGeometry(std::unique_ptr<FrameGeometry>());
+  metadata = FrameGeometryMetadata();
   EXPECT_NE(metadata, copy);
   metadata = copy;
   EXPECT_EQ(metadata, copy);
