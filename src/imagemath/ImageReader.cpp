@@ -15,7 +15,7 @@ void copySamples(const T* samples, std::ptrdiff_t stride, int count, V* values, 
       values[i] = convert(samples[i]);
   else if (stride == 2)
     for (int i = 0; i < count; ++i)
-      values[i] = convert(samples[2 * i]);
+      values[i] = convert(samples[std::ptrdiff_t{2} * i]);
   else
     for (int i = 0; i < count; ++i)
       values[i] = convert(samples[i * stride]);

@@ -72,7 +72,8 @@ float rootOf(float x) {
   return root;
 }
 float cosineOf(float x, uint turns) {
-  int quarter = int(x * 0.63661975f + 0.5f);
+  precise float nearest = x * 0.63661975f + 0.5f;
+  int quarter = int(nearest);
   precise float reduced = (x - float(quarter) * 1.5703125f) - float(quarter) * 4.838268e-4f;
   precise float square = reduced * reduced;
   precise float cosine = (square * 2.443845e-05f - 0.0013887368f) * square + 0.041666646f;
