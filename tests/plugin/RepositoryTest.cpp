@@ -2,12 +2,10 @@
 
 #include "resources/EmbeddedResources.h"
 #include "support/ExpectedLog.h"
+#include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <thread>
 
@@ -15,11 +13,6 @@ namespace Kelvaris {
 namespace {
 
 namespace MonoCypher = Cryptography::MonoCypher;
-
-std::string sourceFile(std::string_view name) {
-  std::ifstream stream(std::string(KELVARIS_RESOURCE_FOLDER "/").append(name), std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(stream), {});
-}
 
 TEST(Repository, ServesTheTextsOfItsFolder) {
   const Repository_KelvarisUSImgFormationPlugin repository;
@@ -30,7 +23,7 @@ TEST(Repository, ServesTheTextsOfItsFolder) {
     const auto first = repository.query(entry.name);
     const auto second = repository.query(entry.name);
     ASSERT_TRUE(first && second) << entry.name;
-    EXPECT_EQ(first->text(), sourceFile(entry.name));
+    EXPECT_EQ(first->text(), Tests::readFile(std::filesystem::path(KELVARIS_RESOURCE_FOLDER) / entry.name));
     EXPECT_EQ(*first, *second);
     EXPECT_NE(first->data(), second->data());
     const std::string_view stored(entry.stored.data(), entry.stored.size());
