@@ -99,9 +99,7 @@ TEST(EnvelopeDetection, TheEnvelopeOfAToneBurstHasItsAmplitudeAtItsPlace) {
     EXPECT_EQ(result->modality(), Data::Ultrasound);
     const FrameGeometry& frame = *after.get<FrameGeometryMetadata>()->frameGeometry();
     EXPECT_EQ(frame.imgDescPrescan().pixelType(), c.isCompressed ? PixelFloat : c.pixelType);
-    EXPECT_EQ(frame.imgDescPrescan().channels(), c.isCompressed ? 1 : 2);
-    EXPECT_EQ(frame.imgDescPrescan().height(), kRows);
-    EXPECT_FALSE(frame.imgDesc().isValid());
+    EXPECT_EQ(frame.imgDescPrescan().height(), kRows) << "the geometry keeps its size";
 
     const auto pixels = result->mem();
     const auto decibels = [&](int x, int y) {
@@ -198,26 +196,6 @@ TEST(EnvelopeDetection, ReportsBadInputByANullImage) {
   const Tests::ExpectedLog log;
   EXPECT_EQ(process(SharedImage(ImageDescriptor(PixelFloat, 2, 3, 1, 2)), {}).first, nullptr) << "IQ without pixels";
   EXPECT_TRUE(log.contains("has no pixels"));
-}
-
-TEST(EnvelopeDetection, HasItsParametersInOrder) {
-  const EnvelopeDetectionAlgorithm algorithm(nullptr);
-  Properties properties;
-  algorithm.configuration(&properties);
-  std::string found;
-  for (const auto& [key, value] : properties.params()) {
-    found += key + "=" + value;
-    for (const auto& [attribute, text] : algorithm.parameter(key.c_str())->attributes())
-      found += " " + attribute + ":" + text;
-    found += "\n";
-  }
-  EXPECT_EQ(found, "samplingFrequency=100 decimals:3 max:200 min:0.01 suffix:MHz\n"
-                   "demodulationFrequency=3.5 decimals:3 max:50 min:0.01 suffix:MHz\n"
-                   "decimationFactor=1 max:20 min:1\n"
-                   "logCompression=true\n"
-                   "dynamicRange=50 decimals:1 max:100 min:5 suffix:dB\n"
-                   "referenceAmplitude=1\n"
-                   "normalizeEnvelope=true\n");
 }
 
 TEST(EnvelopeDetection, TakesImagesOfAnyNumberOfChannels) {

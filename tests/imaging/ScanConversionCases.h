@@ -6,6 +6,7 @@
 #include "US/UltrasoundMetadata.h"
 #include "imaging/ScanConversionUltrafastImaging.h"
 #include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
+#include "support/Samples.h"
 
 #include <gtest/gtest.h>
 
@@ -40,19 +41,7 @@ inline const FrameGeometry& geometryOf(const DataComponentList& components) {
   return *components.get<FrameGeometryMetadata>()->frameGeometry();
 }
 
-/// Every sample by `value(column, row, slice, channel)`.
-template <typename F> std::shared_ptr<MemImage> filled(const ImageDescriptor& descriptor, F&& value) {
-  std::shared_ptr<MemImage> image = MemImage::create(descriptor);
-  dispatchPixelType(descriptor.pixelType(), [&]<typename T>() {
-    auto* sample = static_cast<T*>(image->data());
-    for (int z = 0; z < descriptor.slices(); ++z)
-      for (int y = 0; y < descriptor.height(); ++y)
-        for (int x = 0; x < descriptor.width(); ++x)
-          for (int c = 0; c < descriptor.channels(); ++c)
-            *sample++ = static_cast<T>(value(x, y, z, c));
-  });
-  return image;
-}
+using Kelvaris::Tests::imageOf;
 
 /// With the plugin's shaders at hand.
 class ScanConversion : public testing::Test {

@@ -28,12 +28,7 @@ bool resetPeak() {
   return (references << "5" << std::flush).good();
 }
 
-class ScanConversionMemory : public ScanConversion, public testing::WithParamInterface<int> {};
-
-INSTANTIATE_TEST_SUITE_P(Types, ScanConversionMemory, testing::Values(PixelUInt8, PixelFloat),
-                         [](const auto& test) { return ImageDescriptor::pixelTypeName(test.param); });
-
-TEST_P(ScanConversionMemory, OfASetIsAFewFramesBesideInputAndOutput) {
+TEST_F(ScanConversion, OfASetTakesAFewFramesBesideInputAndOutput) {
   KELVARIS_REQUIRE_GL();
   SharedImageSet set;
   set.setModality(Data::Ultrasound);
@@ -41,7 +36,8 @@ TEST_P(ScanConversionMemory, OfASetIsAFewFramesBesideInputAndOutput) {
   const auto fill = [&](int images) {
     set.removeImages();
     for (int i = 0; i < images; ++i)
-      set.add(share(filled(prescanDescriptor(GetParam(), 300, 320, 120), [](int x, int, int, int) { return x % 99; })));
+      set.add(
+          share(imageOf(prescanDescriptor(PixelUInt8, 300, 320, 120), [](int x, int, int, int) { return x % 99; })));
   };
   ScanConversionUltrafastImaging algorithm(&set);
   fill(2); // the driver's own memory

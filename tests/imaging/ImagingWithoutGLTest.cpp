@@ -1,0 +1,61 @@
+#include "imaging/ScanConversionCases.h"
+
+#include "GL/ContextManager.h"
+#include "US/GeometryCases.h"
+#include "imaging/EnvelopeDetectionAlgorithm.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace Kelvaris::US {
+namespace {
+
+using namespace Tests;
+using Kelvaris::Tests::ExpectedLog;
+
+class WithoutGL : public ScanConversion {
+protected:
+  void SetUp() override {
+    // The vendor-neutral EGL library takes its drivers from these folders, and finds none.
+    setenv("__EGL_VENDOR_LIBRARY_DIRS", "/nonexistent", 1);
+    setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent/none.json", 1);
+    if (GL::ContextManager::get().isAvailable())
+      GTEST_SKIP() << "this EGL library doesn't look for drivers in a folder";
+    images.setModality(Data::Ultrasound);
+  }
+  SharedImageSet images;
+};
+
+TEST_F(WithoutGL, ScanConversionFailsWithTheReason) {
+  const std::string reason =
+      "4 ScanConversionUltrafastImaging: Scan conversion failed: " + GL::ContextManager::get().unavailableReason();
+  images.components() = componentsOf(*linearCase(30, 0, 40).geometry);
+  images.add(share(imageOf(prescanDescriptor(PixelUInt8, 4, 5, 40), [](int, int, int, int) { return 1; })));
+  ScanConversionUltrafastImaging algorithm(&images);
+  const ExpectedLog log;
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Failure);
+  EXPECT_TRUE(algorithm.takeOutput().empty());
+  EXPECT_EQ(convert(images.get(0), geometryOf(images.components())).first, nullptr);
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{reason, reason}));
+}
+
+TEST_F(WithoutGL, EnvelopesOfIqImagesWorkAndThoseOfRealOnesSayWhyNot) {
+  images.add(share(imageOf(ImageDescriptor(PixelFloat, 1, 1, 1, 2), [](int, int, int, int c) { return 3 + c; })));
+  EnvelopeDetectionAlgorithm algorithm(&images);
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Success);
+  EXPECT_EQ(algorithm.takeOutput().extract<SharedImageSet>()->get(0).mem()->valueAsDouble(0, 0, 0, 0), 255.0);
+
+  images.add(share(imageOf(ImageDescriptor(PixelFloat, 4, 50), [](int, int, int, int) { return 0; })));
+  const ExpectedLog log;
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Failure);
+  EXPECT_TRUE(
+      log.contains("4 EnvelopeDetectionAlgorithm: Real samples can't be demodulated: OpenGL isn't available: "));
+}
+
+} // namespace
+} // namespace Kelvaris::US
