@@ -15,8 +15,7 @@ namespace Kelvaris {
 namespace {
 
 /// Hands images through; refuses those that are 2 pixels wide, fails on those of 9.
-class PassOn : public Algorithm, public SequentialImageProcessor {
-public:
+struct PassOn : Algorithm, SequentialImageProcessor {
   static bool createCompatible(const DataList& data, Algorithm** a) {
     if (data.getImages(Data::UnknownKind, Data::Ultrasound).empty()) return false;
     if (a) *a = std::make_unique<PassOn>().release();
@@ -32,8 +31,7 @@ public:
   }
 };
 
-class Whole : public Algorithm {
-public:
+struct Whole : Algorithm {
   static bool createCompatible(const DataList&, Algorithm** a) {
     if (a) *a = std::make_unique<Whole>().release();
     return true;
@@ -43,8 +41,7 @@ public:
 };
 
 /// A menu entry that takes streams alone.
-class ForStreams : public Whole {
-public:
+struct ForStreams : Whole {
   static bool createCompatible(const DataList&, Algorithm**) { return false; }
 };
 
@@ -86,36 +83,27 @@ private:
   boost::signals2::scoped_connection m_connection;
 };
 
-TEST_F(StreamAlgorithmExecutorTest, WorksOnEveryImageOrTheFirst) {
+TEST_F(StreamAlgorithmExecutorTest, WorksOnTheFirstImageOrOnEveryOneThatCanBeProcessed) {
   StreamAlgorithmExecutor executor(input, std::make_unique<PassOn>());
   EXPECT_TRUE(dynamic_cast<const PassOn&>(*executor.streamAlgorithm()).isSequentialMode());
   EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
   listenTo(executor);
   emit({1, 2, 3});
   executor.mode = StreamAlgorithmExecutor::EveryImage;
-  emit({1, 2, 3});
+  const Tests::ExpectedLog log;
+  emit({1, 2, 9, 3});
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 StreamAlgorithmExecutor: An image of the stream \"probe\" is "
+                                                     "dropped: no device memory"});
   emit({2}); // nothing comes of it
   emit({});
   input.dataSignal.emitSignal(std::make_shared<StreamData>());
   ASSERT_EQ(received.size(), 2u);
   EXPECT_EQ(received[0]->images()->size(), 1);
-  ASSERT_EQ(received[1]->images()->size(), 2) << "without the refused one";
+  ASSERT_EQ(received[1]->images()->size(), 2) << "without the refused and the failed one";
   EXPECT_EQ(received[1]->images()->timestamp(1), 103.0);
   EXPECT_EQ(received[1]->images()->modality(), Data::Ultrasound);
   EXPECT_EQ(received[1]->timestampArrival(), 5.0);
   EXPECT_EQ(received[1]->timestampDevice(), 4.0);
-}
-
-TEST_F(StreamAlgorithmExecutorTest, AnExceptionDropsItsImageAndNoOther) {
-  StreamAlgorithmExecutor executor(input, std::make_unique<PassOn>());
-  executor.mode = StreamAlgorithmExecutor::EveryImage;
-  listenTo(executor);
-  Tests::ExpectedLog log;
-  EXPECT_NO_THROW(emit({1, 9, 3}));
-  ASSERT_EQ(received.size(), 1u);
-  EXPECT_EQ(received[0]->images()->timestamp(1), 103.0);
-  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 StreamAlgorithmExecutor: An image of the stream \"probe\" is "
-                                                     "dropped: no device memory"});
 }
 
 TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {
@@ -148,12 +136,6 @@ TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmOfThatNameThatTakesTheIma
 
 TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithm) {
   StreamAlgorithmExecutor executor(input, nullptr);
-  {
-    Tests::ExpectedLog log;
-    executor.compute();
-    EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
-    EXPECT_TRUE(log.contains("Neither an algorithm nor the name of one is given"));
-  }
   const struct {
     const char* name;
     Data::Modality modality;
@@ -170,6 +152,10 @@ TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithm) {
     EXPECT_TRUE(log.contains(c.message)) << log.messages()[0];
     EXPECT_EQ(executor.streamAlgorithmName(), "");
   }
+  const Tests::ExpectedLog log;
+  executor.compute();
+  EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
+  EXPECT_TRUE(log.contains("Neither an algorithm nor the name of one is given"));
 }
 
 TEST_F(StreamAlgorithmExecutorTest, TheOutputMayGoBeforeOrAfterTheExecutor) {
@@ -178,7 +164,6 @@ TEST_F(StreamAlgorithmExecutorTest, TheOutputMayGoBeforeOrAfterTheExecutor) {
   OwningDataList output = executor->takeOutput();
   ASSERT_EQ(output.size(), 1u);
   EXPECT_TRUE(executor->takeOutput().empty());
-  EXPECT_EQ(executor->stream(), output[0]);
   emit({1});
   EXPECT_EQ(received.size(), 1u);
   output.extract<ImageStream>();

@@ -3,6 +3,7 @@
 #include "imagemath/ImageMath.h"
 
 #include "GL/ContextManager.h"
+#include "support/Samples.h"
 
 #include <gtest/gtest.h>
 
@@ -44,17 +45,14 @@ protected:
     const auto pixels = evaluate<float>(expr)->mem();
     const double tolerance = usesShaders() ? 1e-5 : 1e-7;
     int wrong = 0;
-    for (int z = 0; z < pixels->slices(); ++z)
-      for (int y = 0; y < pixels->height(); ++y)
-        for (int x = 0; x < pixels->width(); ++x)
-          for (int c = 0; c < pixels->channels(); ++c) {
-            const double value = pixels->valueAsDouble(x, y, z, c), wanted = expected(x, y, z, c);
-            const bool same = value == wanted || (std::isnan(value) && std::isnan(wanted)) ||
-                              std::abs(value - wanted) <= tolerance * std::abs(wanted);
-            if (!same && ++wrong <= 3)
-              ADD_FAILURE() << what << " at " << x << ", " << y << ", " << z << ", channel " << c << ": " << value
-                            << ", expected " << wanted;
-          }
+    Tests::forEachSample(pixels->descriptor(), [&](int x, int y, int z, int c) {
+      const double value = pixels->valueAsDouble(x, y, z, c), wanted = expected(x, y, z, c);
+      const bool same = value == wanted || (std::isnan(value) && std::isnan(wanted)) ||
+                        std::abs(value - wanted) <= tolerance * std::abs(wanted);
+      if (!same && ++wrong <= 3)
+        ADD_FAILURE() << what << " at " << x << ", " << y << ", " << z << ", channel " << c << ": " << value
+                      << ", expected " << wanted;
+    });
     EXPECT_EQ(wrong, 0) << what;
   }
 

@@ -1,6 +1,7 @@
 #include "BothEvaluators.h"
 
 #include "Lib/IntensityMask.h"
+#include "support/ErrorOf.h"
 
 #include <atomic>
 #include <mutex>
@@ -16,7 +17,6 @@ class Witness : public ExprBaseTpl<Witness> {
 public:
   struct Record {
     std::mutex mutex;
-    std::set<std::thread::id> threads;
     std::map<int, std::set<std::thread::id>> threadsOfSlice;
     long long pixels = 0;
   };
@@ -35,7 +35,6 @@ public:
     Evaluator(const Witness& node, const internal::EvaluationContext&) : m_record(*node.m_record) {}
     void load(const internal::Block& block, int) {
       const std::scoped_lock lock(m_record.mutex);
-      m_record.threads.insert(std::this_thread::get_id());
       m_record.threadsOfSlice[block.slice].insert(std::this_thread::get_id());
       m_record.pixels += block.count;
     }
@@ -54,15 +53,17 @@ private:
 TEST(Evaluation, UsesAllThreadsFromNineSlicesOn) {
   const int before = omp_get_max_threads();
   omp_set_num_threads(3);
-  for (const int slices : {1, 8, 9, 20}) {
+  for (const int slices : {8, 9}) {
     Witness::Record record;
     Witness(ImageDescriptor(PixelFloat, 40, 30, slices), record).evaluateIntoImage<float>(false);
-    EXPECT_EQ(record.threads.size(), slices < 9 ? 1u : 3u) << slices;
     EXPECT_EQ(record.pixels, 40 * 30 * slices);
     EXPECT_EQ(record.threadsOfSlice.size(), static_cast<std::size_t>(slices));
-    for (const auto& [slice, threads] : record.threadsOfSlice)
+    std::set<std::thread::id> all;
+    for (const auto& [slice, threads] : record.threadsOfSlice) {
       EXPECT_EQ(threads.size(), 1u) << "slice " << slice;
-    EXPECT_TRUE(record.threads.contains(std::this_thread::get_id()));
+      all.insert(threads.begin(), threads.end());
+    }
+    EXPECT_EQ(all.size(), slices < 9 ? 1u : 3u) << slices;
   }
   omp_set_num_threads(before);
 }
@@ -152,30 +153,23 @@ TEST(Expression, RefusesBadShapesInWords) {
   const auto two = image(3, 2), three = image(3, 3), wide = image(4, 2),
              empty = std::make_unique<SharedImage>(ImageDescriptor(PixelFloat, 3, 2, 1, 2));
   const Array<const SharedImage> x(*two), y(*three), w(*wide), e(*empty);
-  const auto messageOf = [](const auto& call) -> std::string {
-    try {
-      call();
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "nothing was thrown";
-  };
   const auto evaluated = [](const auto& expr) { return [&] { expr.template evaluateIntoImage<float>(false); }; };
   Array<SharedImage> target(*two);
   const struct {
     std::string message, expected;
   } cases[] = {
-      {messageOf([&] { makeMaskLeaf(x); }), "No mask provided!"},
-      {messageOf([&] { makeMaskLeaf(x, nullptr); }), "No mask provided!"},
-      {messageOf(evaluated(x + y)), "Images of 2 and 3 channels can't be combined"},
-      {messageOf(evaluated(x + w)), "An image of float, 3 x 2 x 1, 2 channels can't be read pixel by pixel"},
-      {messageOf([&] { target = y * 2; }), "An expression of 3 channels can't be assigned to an image of float, 3 x 2"},
-      {messageOf([&] { BroadcastChannels(x, 2); }), "An expression of 2 channels can't be repeated to 2 channels"},
-      {messageOf(evaluated(e + 1)), "has no pixels"},
-      {messageOf(evaluated(Scalar<float>(1) + 1)), "An expression of numbers alone"},
+      {Tests::errorOf([&] { makeMaskLeaf(x); }), "No mask provided!"},
+      {Tests::errorOf([&] { makeMaskLeaf(x, nullptr); }), "No mask provided!"},
+      {Tests::errorOf(evaluated(x + y)), "Images of 2 and 3 channels can't be combined"},
+      {Tests::errorOf(evaluated(x + w)), "An image of float, 3 x 2 x 1, 2 channels can't be read pixel by pixel"},
+      {Tests::errorOf([&] { target = y * 2; }),
+       "An expression of 3 channels can't be assigned to an image of float, 3 x 2"},
+      {Tests::errorOf([&] { BroadcastChannels(x, 2); }), "An expression of 2 channels can't be repeated to 2 channels"},
+      {Tests::errorOf(evaluated(e + 1)), "has no pixels"},
+      {Tests::errorOf(evaluated(Scalar<float>(1) + 1)), "An expression of numbers alone"},
   };
   for (const auto& c : cases)
-    EXPECT_NE(c.message.find(c.expected), std::string::npos) << c.message;
+    EXPECT_CONTAINS(c.message, c.expected);
 }
 
 TEST(Expression, ShapesCombine) {

@@ -28,11 +28,9 @@ TEST_P(MappedArray, MovesPermutesAndWraps) {
     Eigen::Vector3i offset, axes;
     bool hasBorder;
   } cases[] = {
-      {"in place", {0, 0, 0}, {0, 1, 2}, false},
       {"moved, edge", {3, -2, 1}, {0, 1, 2}, false},
       {"moved, border", {3, -2, 1}, {0, 1, 2}, true},
       {"moved out of it, edge", {900, 0, -900}, {0, 1, 2}, false},
-      {"moved out of it, border", {0, 900, 0}, {0, 1, 2}, true},
       {"transposed", {0, 0, 0}, {1, 0, 2}, false},
       {"slices along rows", {0, 1, 0}, {2, 1, 0}, true},
       {"turned round", {-1, 2, 1}, {2, 0, 1}, true},
@@ -52,23 +50,13 @@ TEST_P(MappedArray, MovesPermutesAndWraps) {
     Array<SharedImage, float> target(result);
     target = DeviceStrategyWrapper(zero + moved, usesShaders() ? 2 : 0);
     EXPECT_EQ(result.hasForm(ImageForm::Gl), usesShaders());
-    int wrong = 0;
-    for (int z = 0; z < 5; ++z)
-      for (int y = 0; y < 8; ++y)
-        for (int x = 0; x < 9; ++x)
-          for (int channel = 0; channel < 2; ++channel) {
-            const int sum[] = {x + c.offset[0], y + c.offset[1], z + c.offset[2]}, extent[] = {11, 6, 4};
-            int at[3];
-            bool outside = false;
-            for (int k = 0; k < 3; ++k) {
-              at[k] = std::clamp(sum[c.axes[k]], 0, extent[k] - 1);
-              outside = outside || at[k] != sum[c.axes[k]];
-            }
-            const double sample =
-                outside && c.hasBorder ? border[channel] : samples->value(at[0], at[1], at[2], channel);
-            wrong += result.mem()->valueAsDouble(x, y, z, channel) != sample / 2;
-          }
-    EXPECT_EQ(wrong, 0) << c.name;
+    const double error = Tests::worstError(*result.mem(), [&](int x, int y, int z, int channel) {
+      const Eigen::Vector3i place = Eigen::Vector3i(x, y, z) + c.offset;
+      const Eigen::Vector3i source(place[c.axes[0]], place[c.axes[1]], place[c.axes[2]]);
+      const Eigen::Vector3i at = source.cwiseMax(0).cwiseMin(Eigen::Vector3i(10, 5, 3));
+      return (c.hasBorder && at != source ? border[channel] : samples->value(at[0], at[1], at[2], channel)) / 2.0;
+    });
+    EXPECT_EQ(error, 0.0) << c.name;
   }
 }
 
@@ -95,10 +83,6 @@ TEST_P(MappedArray, MasksMoveAlong) {
 TEST(Array, RefusesWhatItDoesNotKnow) {
   const SharedImage image(ImageDescriptor(PixelFloat, 2, 2));
   Array<const SharedImage, float, true> array(image);
-  EXPECT_EQ(array.name(), "uninitialized");
-  EXPECT_EQ(array.magFilter(), 9728u);
-  EXPECT_EQ(array.wrap(), 33071u);
-  EXPECT_NO_THROW(array.setMagFilter(9729));
   EXPECT_THROW(array.setMagFilter(9987), std::invalid_argument);
   EXPECT_THROW(array.setWrap(10497), std::invalid_argument);
   EXPECT_THROW((Array<const SharedImage, float, true>(image, {0, 0, 0}, {0, 0, 1})), std::invalid_argument);

@@ -100,28 +100,21 @@ TEST_P(Operations, ImagesThatNoTextureHoldsAreEvaluatedInMainMemory) {
         });
 }
 
-template <typename T> class PixelTypes : public ::testing::Test {};
-using Types = ::testing::Types<signed char, unsigned char, short, unsigned short, int, unsigned int, float, double>;
-TYPED_TEST_SUITE(PixelTypes, Types);
-
 /// In main memory and, where the types allow it and there is OpenGL, by a shader.
-TYPED_TEST(PixelTypes, AreReadAndStoredThroughScaleAndShift) {
-  using T = TypeParam;
-  using Limits = std::numeric_limits<T>;
+TEST(PixelTypes, AreReadAndStoredThroughScaleAndShift) {
   std::mt19937 random(5);
-  const bool small = sizeof(T) <= 2 || std::is_same_v<T, float>;
   std::optional<GL::ContextManager::ActivationGuard> guard;
   if (GL::ContextManager::get().isAvailable()) guard.emplace();
-  for (const double scale : {1.0, 0.25, 3.0})
-    for (const double shift : {0.0, -1.5})
+  const auto checkType = [&]<typename T>() {
+    const bool small = sizeof(T) <= 2 || std::is_same_v<T, float>;
+    const auto kept = [](double value) { return Tests::stored(value, pixelTypeOf<T>()); };
+    std::uniform_real_distribution uniform(kept(-30000.0), kept(30000.0));
+    for (const auto& [scale, shift] : {std::pair{1.0, 0.0}, {0.25, -1.5}, {3.0, -1.5}})
       for (const int slices : {1, 3}) {
         ImageDescriptor descriptor(pixelTypeOf<T>(), 23, 31, slices);
         descriptor.setScale(scale);
         descriptor.setShift(shift);
-        const auto samples = imageOf<T>(descriptor, [&](std::size_t) {
-          const double top = std::is_integral_v<T> && sizeof(T) < 4 ? static_cast<double>(Limits::max()) : 30000.0;
-          return std::uniform_real_distribution(Limits::is_signed ? -top : 0.0, top)(random);
-        });
+        const auto samples = imageOf<T>(descriptor, [&](std::size_t) { return uniform(random); });
         const SharedImage image(samples);
         const Array<const SharedImage> x(image);
         const auto shaded = (x * 1.5 + 2).template evaluateIntoImage<T>(false);
@@ -129,44 +122,33 @@ TYPED_TEST(PixelTypes, AreReadAndStoredThroughScaleAndShift) {
         EXPECT_EQ(shaded->hasForm(ImageForm::Gl), small && guard);
         EXPECT_FALSE(plain->hasForm(ImageForm::Gl));
         EXPECT_EQ(plain->descriptor().scale(), scale);
-        for (std::size_t i = 0; i < samples->size(); ++i) {
-          const double real = (static_cast<double>((*samples)[i]) / scale - shift) * 1.5 + 2;
-          double stored = (real + shift) * scale;
-          if (std::is_integral_v<T>)
-            stored = std::clamp(std::round(stored), static_cast<double>(Limits::lowest()),
-                                static_cast<double>(Limits::max()));
-          const auto value = [&](const SharedImage& of) { return static_cast<const T*>(of.mem()->data())[i]; };
-          ASSERT_EQ(value(*plain), static_cast<T>(stored)) << i;
-          ASSERT_NEAR(value(*shaded), stored, std::is_integral_v<T> ? 1.0 : 1e-5 * std::max(1.0, std::abs(stored)))
-              << i;
-        }
+        const auto expected = [&, scale = scale, shift = shift](int i, int j, int k, int) {
+          const double real = (static_cast<double>(samples->value(i, j, k)) / scale - shift) * 1.5 + 2;
+          return kept(static_cast<T>(kept((real + shift) * scale)));
+        };
+        EXPECT_EQ(Tests::worstError(*plain->mem(), expected), 0.0) << descriptor.toString();
+        EXPECT_LE(Tests::worstError(*shaded->mem(), expected), std::is_integral_v<T> ? 1.0 : 0.05)
+            << descriptor.toString();
       }
+  };
+  for (const int type :
+       {PixelInt8, PixelUInt8, PixelInt16, PixelUInt16, PixelInt32, PixelUInt32, PixelFloat, PixelDouble})
+    dispatchPixelType(type, checkType);
 }
 
 TEST_P(Operations, IntegersAreRoundedHalfAwayFromZeroAndHeldWithinTheType) {
   const float values[] = {0.5f,  -0.5f,  1.4999999f, 2.5f,      -2.5f,      0.49999997f, 126.5f,   254.5f,
                           1e20f, -1e20f, kNan,       kInfinity, -kInfinity, -0.4f,       32767.4f, 65535.5f};
-  const auto samples = imageOf<float>(ImageDescriptor(PixelFloat, static_cast<int>(std::size(values)), 1),
-                                      [&](std::size_t i) { return values[i]; });
-  const SharedImage image(samples);
-  const auto checkType = [&]<typename T>() {
-    using Limits = std::numeric_limits<T>;
-    const auto result = evaluate<T>(Array<const SharedImage>(image))->mem();
-    for (std::size_t i = 0; i < samples->size(); ++i) {
-      const double v = values[i];
-      const double expected = std::isnan(v) ? 0.0
-                                            : std::clamp(std::round(v), static_cast<double>(Limits::lowest()),
-                                                         static_cast<double>(Limits::max()));
-      EXPECT_EQ(result->valueAsDouble(static_cast<int>(i), 0, 0, 0), expected) << v << " as " << typeid(T).name();
-    }
-  };
-  checkType.template operator()<signed char>();
-  checkType.template operator()<unsigned char>();
-  checkType.template operator()<short>();
-  checkType.template operator()<unsigned short>();
-  if (usesShaders()) return;
-  checkType.template operator()<int>();
-  checkType.template operator()<unsigned int>();
+  const SharedImage image(imageOf<float>(ImageDescriptor(PixelFloat, static_cast<int>(std::size(values)), 1),
+                                         [&](std::size_t i) { return values[i]; }));
+  for (const int type : {PixelInt8, PixelUInt8, PixelInt16, PixelUInt16, PixelInt32, PixelUInt32})
+    dispatchPixelType(type, [&]<typename T>() {
+      if (usesShaders() && sizeof(T) == 4) return;
+      const auto expected = [&](int i, int, int, int) {
+        return std::isnan(values[i]) ? 0.0 : Tests::stored(values[i], type);
+      };
+      EXPECT_EQ(Tests::worstError(*evaluate<T>(Array<const SharedImage>(image))->mem(), expected), 0.0) << type;
+    });
 }
 
 TEST(Precision, NumbersKeepTheirOwnTypeInMainMemory) {
@@ -204,15 +186,13 @@ TEST_P(Operations, ATargetMayOccurInItsOwnExpression) {
     const Array<const SharedImage, float, true> left(image, {1, 0, 0});
     target = DeviceStrategyWrapper(left * 1.0f, strategy);
   });
-  for (int y = 0; y < before->height(); ++y)
-    for (int x = 0; x < before->width(); ++x)
-      for (int c = 0; c < 2; ++c) {
-        const float sum = std::abs(before->value(x, y, 1, 0)) * 2 + std::abs(before->value(x, y, 1, 1)) * 2;
-        const double share = before->value(x, y, 1, c) * 2 / sum, value = scaled->valueAsDouble(x, y, 1, c);
-        EXPECT_TRUE((std::isnan(share) && std::isnan(value)) || std::abs(share - value) <= 1e-6) << share << value;
-        const float neighbour = before->value(std::min(x + 1, before->width() - 1), y, 1, c);
-        EXPECT_TRUE(moved->valueAsDouble(x, y, 1, c) == neighbour || std::isnan(neighbour));
-      }
+  Tests::forEachSample(before->descriptor(), [&](int x, int y, int z, int c) {
+    const float sum = std::abs(before->value(x, y, z, 0)) * 2 + std::abs(before->value(x, y, z, 1)) * 2;
+    const double share = before->value(x, y, z, c) * 2 / sum, value = scaled->valueAsDouble(x, y, z, c);
+    EXPECT_TRUE((std::isnan(share) && std::isnan(value)) || std::abs(share - value) <= 1e-6) << share << value;
+    const float neighbour = before->value(std::min(x + 1, before->width() - 1), y, z, c);
+    EXPECT_TRUE(moved->valueAsDouble(x, y, z, c) == neighbour || std::isnan(neighbour));
+  });
 }
 
 } // namespace

@@ -13,20 +13,14 @@ namespace {
 using internal::GlNames;
 using internal::ProgramCache;
 
-template <typename Expr> std::string textOf(const Expr& expr) {
+/// The uniforms of a formula and the text of the formula.
+template <typename Expr> std::pair<std::string, std::string> shaderOf(const Expr& expr) {
   const auto gl = expr.glExpr();
   GlNames names;
   gl->tagAndAssignNames("u_", names);
-  return gl->evalString(false);
-}
-
-template <typename Expr> std::string uniformsOf(const Expr& expr) {
-  const auto gl = expr.glExpr();
-  GlNames names;
-  gl->tagAndAssignNames("p_", names);
-  std::string list;
-  gl->getUniformDefinitionList(list);
-  return list;
+  std::string uniforms;
+  gl->getUniformDefinitionList(uniforms);
+  return {uniforms, gl->evalString(false)};
 }
 
 TEST(ShaderText, IsThatOfTheOperations) {
@@ -36,19 +30,20 @@ TEST(ShaderText, IsThatOfTheOperations) {
   const struct {
     std::string text, expected;
   } cases[] = {
-      {textOf(x + 2), "(" + a + ")+(" + s + ")"},
-      {textOf(x * 2), "(" + a + ")*(" + s + ")"},
-      {textOf(x / 2), "(" + a + ")/(" + s + ")"},
-      {textOf(max(x, 2)), "max((" + a + "), (" + s + "))"},
-      {textOf(min(x, 2)), "min((" + a + "), (" + s + "))"},
-      {textOf(x > 2), "greaterThan((" + a + "), (" + s + "))"},
-      {textOf(abs(x)), "abs(" + a + ")"},
-      {textOf(sqrt(x)), "sqrt(" + a + ")"},
-      {textOf(log(x)), "log(" + a + ")"},
-      {textOf(pow2(x)), "(" + a + ")*(" + a + ")"},
-      {textOf(x.clamp(1, 2)), "min((max((" + a + "), (u_scalarint0))), (u_scalarint1))"},
-      {textOf(ChannelReduction<ImgOps::add>(iq)), "((fetch(u_array0, pixel).rg).r)+((fetch(u_array0, pixel).rg).g)"},
-      {textOf(BroadcastChannels(x, 3)), "vec3(" + a + ")"},
+      {shaderOf(x + 2).second, "(" + a + ")+(" + s + ")"},
+      {shaderOf(x * 2).second, "(" + a + ")*(" + s + ")"},
+      {shaderOf(x / 2).second, "(" + a + ")/(" + s + ")"},
+      {shaderOf(max(x, 2)).second, "max((" + a + "), (" + s + "))"},
+      {shaderOf(min(x, 2)).second, "min((" + a + "), (" + s + "))"},
+      {shaderOf(x > 2).second, "greaterThan((" + a + "), (" + s + "))"},
+      {shaderOf(abs(x)).second, "abs(" + a + ")"},
+      {shaderOf(sqrt(x)).second, "sqrt(" + a + ")"},
+      {shaderOf(log(x)).second, "log(" + a + ")"},
+      {shaderOf(pow2(x)).second, "(" + a + ")*(" + a + ")"},
+      {shaderOf(x.clamp(1, 2)).second, "min((max((" + a + "), (u_scalarint0))), (u_scalarint1))"},
+      {shaderOf(ChannelReduction<ImgOps::add>(iq)).second,
+       "((fetch(u_array0, pixel).rg).r)+((fetch(u_array0, pixel).rg).g)"},
+      {shaderOf(BroadcastChannels(x, 3)).second, "vec3(" + a + ")"},
   };
   for (const auto& c : cases)
     EXPECT_EQ(c.text, c.expected);
@@ -61,12 +56,12 @@ TEST(ShaderText, EqualLeavesShareAUniformAndNumbersAreFloats) {
   const SharedImage first(ImageDescriptor(PixelFloat, 2, 2)), second(ImageDescriptor(PixelUInt8, 2, 2, 3));
   const Array<const SharedImage> x(first), again(first), y(second);
   const Array<const SharedImage, void, true> moved(first, {1, 0, 0});
-  EXPECT_EQ(uniformsOf((x + 2) * (again + 2)), "uniform sampler2D p_array0;\nuniform float p_scalarint0;\n");
-  EXPECT_EQ(uniformsOf(y * 2 + 2.0f + 2.0 + 3), "uniform sampler2DArray p_array0;\nuniform float p_scalarint0;\n"
-                                                "uniform float p_scalarfloat0;\nuniform float p_scalardouble0;\n"
-                                                "uniform float p_scalarint1;\n");
-  const std::string both = uniformsOf(x + moved);
-  EXPECT_NE(both.find("uniform sampler2D p_array1;\n"), std::string::npos) << "the same image, read elsewhere\n"
+  EXPECT_EQ(shaderOf((x + 2) * (again + 2)).first, "uniform sampler2D u_array0;\nuniform float u_scalarint0;\n");
+  EXPECT_EQ(shaderOf(y * 2 + 2.0f + 2.0 + 3).first, "uniform sampler2DArray u_array0;\nuniform float u_scalarint0;\n"
+                                                    "uniform float u_scalarfloat0;\nuniform float u_scalardouble0;\n"
+                                                    "uniform float u_scalarint1;\n");
+  const std::string both = shaderOf(x + moved).first;
+  EXPECT_NE(both.find("uniform sampler2D u_array1;\n"), std::string::npos) << "the same image, read elsewhere\n"
                                                                            << both;
 }
 
