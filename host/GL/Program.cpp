@@ -100,6 +100,11 @@ void memoryBarrier(unsigned barriers) {
   KELVARIS_GL_CHECKED(glMemoryBarrier(barriers));
 }
 
+void finish() {
+  requireContext();
+  KELVARIS_GL_CHECKED(glFinish());
+}
+
 std::optional<std::string> Program::resourceText(const std::string& resource) {
   const std::optional<ByteBuffer> text = Resource::query(resource);
   if (text) return std::string(text->text());

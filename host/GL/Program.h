@@ -28,6 +28,8 @@ inline constexpr unsigned kAllBarriers = 0xFFFFFFFF; ///< GL_ALL_BARRIER_BITS
 
 /// Orders what shaders write before the uses that `barriers` name, in the calling thread's context.
 void memoryBarrier(unsigned barriers);
+/// Waits until all work issued in the calling thread's context is complete and visible to every other context.
+void finish();
 
 /// How a sampler reads between texel centres and outside of the texture.
 struct Sampling {

@@ -141,7 +141,10 @@ public:
     }
     return *this;
   }
-  Array& operator=(const Array& other) requires(!std::is_const_v<Image>) { return operator=<Array>(other); }
+  Array& operator=(const Array& other) requires(!std::is_const_v<Image>) {
+    if (this == &other) return *this;
+    return operator=<Array>(other);
+  }
 
   ImageDescriptor imgDesc() const override { return m_image->descriptor(); }
   int numImgs() const override { return 1; }

@@ -202,6 +202,7 @@ bool evaluateGl(const GlExprInterface& expr, SharedImage& target, bool raw) {
       program->setUniform("u_targetHighest", range.highest);
       program->compute(*texture);
     }
+    GL::finish(); // the next to use the program, or the image, may do so in another context
     if (isNew)
       target.assign(texture);
     else
