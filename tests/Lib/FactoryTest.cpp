@@ -76,7 +76,6 @@ TEST(AlgorithmFactoryTest, CreatesFromStoredSettings) {
   const Factory factory("Test");
   SharedImageSet images;
   EXPECT_EQ(factory.idOf(typeid(Gain)), "Test.Gain");
-  EXPECT_EQ(factory.idOf(typeid(int)), "");
   const auto gain = factory.instantiateAlgorithm("Test.Gain", {&images});
   ASSERT_NE(gain, nullptr);
   EXPECT_EQ(gain->factoryInfo().data, std::vector<const Data*>{&images});
@@ -92,10 +91,8 @@ TEST(FactoryRegistryTest, FindsAlgorithmsAndControllersUntilTheirOwnerGoes) {
   registry.add(std::make_unique<Factory>("A"), nullptr, &owner);
   registry.add(std::make_unique<Factory>("B"), std::make_unique<Controllers>(), &other);
   SharedImageSet images;
-  EXPECT_EQ(registry.algorithmDescriptors().size(), 4u);
   EXPECT_EQ(registry.compatibleDescriptors({&images}).size(), 4u);
   EXPECT_TRUE(registry.compatibleDescriptors({}).empty());
-  EXPECT_TRUE(registry.algorithmDescriptor("B.Gain", false));
   EXPECT_EQ(registry.algorithmDescriptor("Loud Gain", true)->id, "A.Loud") << "the first of that name";
   EXPECT_FALSE(registry.algorithmDescriptor("Loud Gain", false));
 
