@@ -161,13 +161,10 @@ TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
     EXPECT_TRUE(geometry->isApprox(*sector, 0.0)) << c.key;
   }
 
-  Properties sparse = good;
-  sparse.removeParam("bottomCurvature");
-  const std::unique_ptr<FrameGeometry> geometry = sector->clone();
-  geometry->configure(nullptr);
-  EXPECT_TRUE(geometry->isApprox(*sector, 0.0));
-  geometry->configure(&sparse);
-  EXPECT_TRUE(geometry->isApprox(*Tests::sectorCase(20, 60, 100, 1).geometry, 0.0));
+  good.removeParam("bottomCurvature"); // may be missing
+  sector->configure(nullptr);
+  sector->configure(&good);
+  EXPECT_TRUE(sector->isApprox(*Tests::sectorCase(20, 60, 100, 1).geometry, 0.0));
 }
 
 TEST(FrameGeometry, ConvertsBetweenPixelsAndMillimetres) {
@@ -202,8 +199,7 @@ TEST(FrameGeometry, PixelsOfNoOrUnequalSizeCannotBeConverted) {
     Eigen::Vector3d spacing;
     const char* message;
   } cases[] = {{{0.2, 0.3, 1.0}, "in pixels of 0.2 x 0.3 mm; pixels must be as wide as high"},
-               {{0.2, 0.0, 1.0}, "by the spacing 0.2 x 0 x 1 of an image of uint8, 100 x 120 x 1"},
-               {{0.2, NAN, 1.0}, "by the spacing 0.2 x nan x 1"}};
+               {{0.2, NAN, 1.0}, "by the spacing 0.2 x nan x 1 of an image of uint8, 100 x 120 x 1"}};
   for (const auto& c : cases) {
     descriptor.setSpacing(c.spacing);
     convex->setImgDesc(descriptor);
