@@ -64,45 +64,42 @@ std::string errorOf(std::unique_ptr<SampleArray> samples, const AcquisitionSumma
 }
 
 TEST(Recording, PutsEverySampleInItsPlaceForEveryLayout) {
-  // Extents of channels, time, events in the file, frames.
+  // Of channels, time, events in the file, frames. Each frame holds twice the acquisition's events: 8 images.
   const std::size_t extents[4] = {3, 5, 2, 4};
-  std::vector<RecordingAxis> layout = {RecordingAxis::Channels, RecordingAxis::FastTime, RecordingAxis::SlowTime,
-                                       RecordingAxis::Frames};
+  const auto code = [](std::size_t channel, std::size_t time, std::size_t event, std::size_t frame) {
+    return static_cast<std::int16_t>(channel + 3 * time + 15 * event + 30 * frame);
+  };
+  RecordingOptions options;
+  options.layout = {RecordingAxis::Channels, RecordingAxis::FastTime, RecordingAxis::SlowTime, RecordingAxis::Frames};
   do
     for (const bool firstFastest : {true, false}) {
-      Extents shape, strides(4);
-      for (const RecordingAxis axis : layout)
+      Extents shape;
+      for (const RecordingAxis axis : options.layout)
         shape.push_back(extents[static_cast<std::size_t>(axis)]);
-      for (std::size_t i = 0, stride = 1; i < 4; ++i) {
-        const std::size_t index = firstFastest ? i : 3 - i;
-        strides[static_cast<std::size_t>(layout[index])] = stride;
-        stride *= shape[index];
+      std::vector<RecordingAxis> fastestFirst = options.layout;
+      if (!firstFastest) std::reverse(fastestFirst.begin(), fastestFirst.end());
+      std::vector<std::int16_t> values;
+      for (std::size_t i = 0; i < 120; ++i) {
+        std::size_t index[4], rest = i;
+        for (const RecordingAxis axis : fastestFirst) {
+          index[static_cast<std::size_t>(axis)] = rest % extents[static_cast<std::size_t>(axis)];
+          rest /= extents[static_cast<std::size_t>(axis)];
+        }
+        values.push_back(code(index[0], index[1], index[2], index[3]));
       }
-      std::vector<std::int16_t> values(120);
-      for (std::size_t i = 0; i < values.size(); ++i)
-        values[i] = static_cast<std::int16_t>(i);
-      // Each of the 4 frames holds 2 events, twice the acquisition's: 8 images.
-      RecordingOptions options;
-      options.layout = layout;
       const Recording recording(
           std::make_unique<MemoryArray<std::int16_t>>(SampleType::Int16, shape, firstFastest, values),
           acquisition(1, 3, 5), options);
       ASSERT_EQ(recording.size(), 8);
-      EXPECT_EQ(recording.descriptor().pixelType(), PixelInt16);
-      for (int frame = 0; frame < 8; ++frame) {
-        const auto image = recording.frame(frame);
+      for (std::size_t frame = 0; frame < 8; ++frame) {
+        const auto image = recording.frame(static_cast<int>(frame));
         for (int c = 0; c < 3; ++c)
-          for (int t = 0; t < 5; ++t) {
-            const std::size_t index[4] = {static_cast<std::size_t>(c), static_cast<std::size_t>(t),
-                                          static_cast<std::size_t>(frame % 2), static_cast<std::size_t>(frame / 2)};
-            std::size_t linear = 0;
-            for (std::size_t i = 0; i < 4; ++i)
-              linear += index[i] * strides[i];
-            ASSERT_EQ(at(recording, *image, c, t, 0), static_cast<double>(linear));
-          }
+          for (int t = 0; t < 5; ++t)
+            ASSERT_EQ(at(recording, *image, c, t, 0),
+                      code(static_cast<std::size_t>(c), static_cast<std::size_t>(t), frame % 2, frame / 2));
       }
     }
-  while (std::next_permutation(layout.begin(), layout.end()));
+  while (std::next_permutation(options.layout.begin(), options.layout.end()));
 }
 
 TEST(Recording, CompletesHalfMatricesByReciprocity) {

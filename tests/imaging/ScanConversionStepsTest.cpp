@@ -24,7 +24,7 @@ using Kelvaris::Tests::ExpectedLog;
 
 std::shared_ptr<SharedImage> ramp(int pixelType = PixelUInt8, int slices = 1, int channels = 1) {
   return share(imageOf(prescanDescriptor(pixelType, 8, 11, 40, slices, channels),
-                       [](int x, int y, int z, int c) { return 1 + x + 3 * y + 5 * z + 7 * c; }));
+                       [](int x, int y, int z, int c) { return x + 3 * y + 5 * z + 7 * c; }));
 }
 
 struct Text : GL::AbstractInclude {
