@@ -34,7 +34,7 @@ protected:
 TEST(Step, ReadsIdAndValues) {
   const std::vector<std::pair<std::string, Step>> table = {
       {"Test.Gain", {"Test.Gain", {}}},
-      {" Gain : factor = -2.5e6 , clip=true ", {"Gain", {{"factor", "-2.5e6"}, {"clip", "true"}}}},
+      {" Gain : factor = -2.5e6 , levels=true ", {"Gain", {{"factor", "-2.5e6"}, {"levels", "true"}}}},
       {"Gain:outputSize=512x256,factor=1", {"Gain", {{"outputSize", "512x256"}, {"factor", "1"}}}},
       {"Gain:outputSize=[512,256],factor=1", {"Gain", {{"outputSize", "512 256"}, {"factor", "1"}}}},
       {"Gain:label=\"a, [b\",factor=1", {"Gain", {{"label", "a, [b"}, {"factor", "1"}}}},
@@ -114,10 +114,10 @@ TEST(Step, SettingsAreWhatTheParametersRead) {
     const Properties settings = settingsFor(parseStep(step), gain);
     gain.configure(&settings);
   };
-  configured("Gain:factor=2.5,offset=3,clip=1,count=+7");
+  configured("Gain:factor=2.5,offset=3,levels=1,count=+7");
   EXPECT_EQ(gain.factor.value(), 2.5);
   EXPECT_EQ(gain.offset.value(), 3.0);
-  EXPECT_TRUE(gain.clip.value());
+  EXPECT_TRUE(gain.levels.value());
   EXPECT_EQ(gain.count.value(), 7);
   configured("Gain:offset=,label=' x '");
   EXPECT_EQ(gain.offset.value(), std::nullopt);
@@ -142,7 +142,7 @@ TEST(Step, BadSettingsNameWhatThereIs) {
                               {"Gain:factor=two", "\"two\" is no value of a parameter of Gain: factor = 1 (a number)"},
                               {"Gain:factor=", "(a number)"},
                               {"Gain:count=99999999999", "a whole number"},
-                              {"Gain:clip=yes", "true or false"},
+                              {"Gain:levels=yes", "true or false"},
                               {"Gain:outputSize=5x5x5", "two whole numbers"},
                               {"Gain:mode=3", "one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\""},
                               {"Gain:mode=Hanning", "one of 0 \"Plain\""}};

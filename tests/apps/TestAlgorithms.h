@@ -18,59 +18,36 @@ struct Record {
   void see(const std::shared_ptr<const SharedImage>& image);
 };
 
-/// An algorithm on float images of one channel, image by image.
-class FloatAlgorithm : public Algorithm {
-public:
-  explicit FloatAlgorithm(const SharedImageSet* input);
-  void compute() override;
-  OwningDataList takeOutput() override;
-
-protected:
-  static bool accepts(const DataList& data);
-  /// Null to fail.
-  virtual std::shared_ptr<SharedImage> process(const SharedImage& image) = 0;
-
-private:
-  const SharedImageSet* m_input;
-  std::unique_ptr<SharedImageSet> m_output;
-};
-
-/// "Test.Gain": factor * sample + offset; makes trouble at one of the images if told so. Sets the property "gained" of
-/// the set.
-class GainAlgorithm : public FloatAlgorithm {
+/// On ultrasound images of floats, image by image: factor * sample + offset, or 8-bit levels with the invalid 0 for
+/// NaN. Makes trouble at one of the images if told so. Sets the property "gained" of the set.
+class GainAlgorithm : public Algorithm {
 public:
   enum class Mode { Plain, HammingDas, DebugOther };
   enum class Trouble { None, Fail, Throw, Interrupt };
   explicit GainAlgorithm(const SharedImageSet* input);
   static bool createCompatible(const DataList& data, Algorithm** algorithm);
+  void compute() override;
+  OwningDataList takeOutput() override;
 
   Parameter<double> factor{"factor", 1.0};
   Parameter<std::optional<double>> offset{"offset", std::nullopt};
   Parameter<Eigen::Vector2i> outputSize{"outputSize", Eigen::Vector2i(512, 512)};
   Parameter<Mode> mode{"mode", Mode::Plain};
-  Parameter<bool> clip{"clip", false};
+  Parameter<bool> levels{"levels", false};
   Parameter<int> count{"count", 3};
   Parameter<std::string> label{"label", ""};
   Parameter<Trouble> trouble{"trouble", Trouble::None};
   Parameter<int> at{"at", 0};
 
-protected:
-  std::shared_ptr<SharedImage> process(const SharedImage& image) override;
-
 private:
+  std::shared_ptr<SharedImage> process(const SharedImage& image);
+
+  const SharedImageSet* m_input;
+  std::unique_ptr<SharedImageSet> m_output;
   int m_seen = 0;
 };
 
-/// "Test.Levels": samples as 8-bit levels, NaN as 0, which the mask names.
-class LevelsAlgorithm : public FloatAlgorithm {
-public:
-  using FloatAlgorithm::FloatAlgorithm;
-  static bool createCompatible(const DataList& data, Algorithm** algorithm);
-
-protected:
-  std::shared_ptr<SharedImage> process(const SharedImage& image) override;
-};
-
+/// Has "Test.Gain", and "Test.Levels" that makes levels.
 class TestAlgorithmFactory : public AlgorithmFactory {
 public:
   TestAlgorithmFactory();

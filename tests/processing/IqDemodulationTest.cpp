@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <complex>
 #include <numbers>
@@ -122,17 +123,15 @@ TEST(IqDemodulation, KeepsItsSignalsAsLongAsNothingChanges) {
        base,
        true},
   };
-  const void *filter = nullptr, *resampler = nullptr, *signal = nullptr;
+  std::array<const void*, 3> before = {};
   for (const auto& step : steps) {
     demodulated(demodulation, SharedImage(Tests::noiseImage(step.image)), step.settings);
     const auto& cached = *demodulation.cachedSignals();
-    EXPECT_EQ(cached.filter.get() != filter, step.isNew) << step.what;
-    EXPECT_EQ(cached.resampler.get() != resampler, step.isNew) << step.what;
-    EXPECT_EQ(cached.signal.get() != signal, step.isNew) << step.what;
+    const std::array<const void*, 3> now = {cached.filter.get(), cached.resampler.get(), cached.signal.get()};
+    for (std::size_t i = 0; i < 3; ++i)
+      EXPECT_EQ(now[i] != before[i], step.isNew) << step.what << ", object " << i;
     EXPECT_EQ(cached.signal->descriptor().dimensions(), Eigen::Vector3i(1, step.image.height(), 1));
-    filter = cached.filter.get();
-    resampler = cached.resampler.get();
-    signal = cached.signal.get();
+    before = now;
   }
 }
 
