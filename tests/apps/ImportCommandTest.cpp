@@ -56,7 +56,6 @@ TEST_F(ImportCommand, SaysWhatIsWrongAndLeavesNothing) {
   } cases[] = {
       {"--acquisition a.xml", "raw binary samples need their shape and type"},
       {"--shape 4,6 --acquisition a.xml", "both --shape and --type"},
-      {"--shape 4,6 --type uint8 --acquisition a.xml", "Layouts that fit: channels,fastTime"},
       {"--shape 6,4 --type uint8 --layout depth,channels --acquisition a.xml", "\"depth\" is no axis"},
       {"--shape 6,4 --type uint8 --acquisition broken.xml", "broken.xml"},
       {"--shape 6,4 --type uint8 --acquisition nowhere.xml", "nowhere.xml can't be read"},
