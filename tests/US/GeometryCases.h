@@ -87,13 +87,13 @@ inline GeometryCase sectorCase(double opening, double shortRadius, double longRa
 
 /// Ordinary frames, narrow and wide ones, flat ones of a large radius.
 inline std::vector<GeometryCase> geometryCases() {
-  return {linearCase(38.1, 0, 40),        linearCase(38.1, 15, 40),      linearCase(10, -30, 100),
-          convexCase(28.5, 60, 120),      convexCase(100, 10, 30),       convexCase(149, 5, 20),
-          convexCase(1, 1000, 40),        convexCase(45, 0, 100),        steeredCase(28.5, 60, 0, 120),
-          steeredCase(28.5, 60, 20, 120), steeredCase(80, 10, -35, 50),  steeredCase(1.1, 1000, 10, 40),
-          sectorCase(15, 71.1, 91.1, 1),  sectorCase(1.1, 990, 1040, 1), sectorCase(45, 0, 150, 1),
-          sectorCase(45, 0, 150, 0),      sectorCase(60, 20, 100, 0.3),  sectorCase(15, 71.1, 91.1, 0.75),
-          sectorCase(55, 15, 80, 1.4),    sectorCase(110, 15, 80, 1)};
+  return {linearCase(38.1, 0, 40),       linearCase(38.1, 15, 40),      linearCase(10, -30, 100),
+          convexCase(28.5, 60, 120),     convexCase(100, 10, 30),       convexCase(149, 5, 20),
+          convexCase(1, 1000, 40),       convexCase(45, 0, 100),        steeredCase(28.5, 60, 0, 120),
+          steeredCase(15, 60, -20, 120), steeredCase(80, 10, -35, 50),  steeredCase(1.1, 1000, 10, 40),
+          sectorCase(15, 71.1, 91.1, 1), sectorCase(1.1, 990, 1040, 1), sectorCase(45, 0, 150, 1),
+          sectorCase(45, 0, 150, 0),     sectorCase(60, 20, 100, 0.3),  sectorCase(15, 71.1, 91.1, 0.75),
+          sectorCase(55, 15, 80, 1.4),   sectorCase(110, 15, 80, 1)};
 }
 
 /// A point that has no other in a geometry.
