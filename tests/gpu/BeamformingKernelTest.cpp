@@ -43,8 +43,8 @@ bool isNan(std::complex<double> v) {
 
 struct Comparison {
   double relativeL2 = 0;
-  double largest = 0; ///< largest difference of a component
-  int compared = 0, doubtful = 0, wrongValidity = 0, wrongUnwritten = 0;
+  double largest = 0;                        ///< largest difference of a component
+  int compared = 0, doubtful = 0, wrong = 0; ///< pixels; wrong: valid, invalid or left alone where they must not be
 };
 
 /// Compares kernel pixels with the reference, leaving doubtful ones aside.
@@ -56,13 +56,11 @@ template <typename T> Comparison compare(const std::vector<T>& pixels, const std
     std::complex<double> r = reference[i].value;
     if (!isComplex<T>) r = r.real();
     if (!reference[i].isWritten) {
-      c.wrongUnwritten += v.real() != 77.0;
+      c.wrong += v.real() != 77.0;
     } else if (reference[i].isDoubtful) {
       ++c.doubtful;
-    } else if (!reference[i].isValid) {
-      c.wrongValidity += !isNan(v);
-    } else if (isNan(v)) {
-      ++c.wrongValidity;
+    } else if (isNan(v) || !reference[i].isValid) {
+      c.wrong += isNan(v) == reference[i].isValid;
     } else {
       ++c.compared;
       difference += std::norm(v - r);
@@ -102,9 +100,8 @@ template <typename T> void expectAgreement(ArrayShape shape, Wave wave, int type
                              type, static_cast<int>(variant)));
     const auto pixels = runKernel<T>(scene, variant);
     const Comparison toDouble = compare(pixels, exact), toSingle = compare(pixels, single);
-    EXPECT_EQ(toDouble.wrongValidity, 0);
-    EXPECT_EQ(toDouble.wrongUnwritten, 0);
-    EXPECT_EQ(toSingle.wrongValidity, 0);
+    EXPECT_EQ(toDouble.wrong, 0);
+    EXPECT_EQ(toSingle.wrong, 0);
     EXPECT_GT(toDouble.compared, 50);
     EXPECT_LT(toDouble.doubtful, toDouble.compared / 10);
     if (isDebug)
@@ -140,7 +137,7 @@ TYPED_TEST(BeamformingKernel, LargeImagesAreThoseOfSinglePixels) {
     for (const CpuVariant variant : variants()) {
       scene.axes = axisOrders[order];
       const Comparison c = compare(runKernel<TypeParam>(scene, variant), single);
-      EXPECT_EQ(c.wrongValidity, 0);
+      EXPECT_EQ(c.wrong, 0);
       EXPECT_GT(c.compared, 1000);
       EXPECT_LE(c.largest, isShort<TypeParam> ? 1.0 : 1e-2);
     }
@@ -190,9 +187,6 @@ Change aperture(int first, int last) {
     s.events[0].apertureLast = last;
   };
 }
-Change startTime(float seconds) {
-  return [=](BeamformingScene& s) { s.events[0].startTime = seconds; };
-}
 Change both(const Change& first, const Change& second) {
   return [=](BeamformingScene& s) {
     first(s);
@@ -200,20 +194,17 @@ Change both(const Change& first, const Change& second) {
   };
 }
 
-// Hamming and Tukey sums over n elements of value 100.
+// Sums over n elements of value 100.
 double hamming(int n) {
   double sum = 0;
   for (int i = 0; i < n; ++i)
-    sum += 100 * (0.54 - 0.46 * std::cos(2 * M_PI * i / n));
+    sum += 54 - 46 * std::cos(2 * M_PI * i / n);
   return sum;
 }
 double tukey(int n) {
-  const double taper = n / 4.0;
   double sum = 0;
-  for (int i = 0; i < n; ++i) {
-    const double fromEdge = std::min<double>(i, n - i);
-    sum += 100 * (fromEdge < taper ? (1 - std::cos(M_PI * fromEdge / taper)) / 2 : 1);
-  }
+  for (int i = 0; i < n; ++i)
+    sum += 50 - 50 * std::cos(M_PI * std::min(1.0, std::min(i, n - i) * 4.0 / n));
   return sum;
 }
 
@@ -248,15 +239,11 @@ TEST_F(BeamformingPixel, EdgeCases) {
        both(fNumber(1), pixelAt(1.05f, 1.2f)),
        {300, hamming(3), tukey(3), 3, 5, 7}},
       {"a negative width of one element or more leaves nothing", fNumber(-0.5f), {nan, nan, nan, nan, nan, nan}},
-      {"an infinite negative width too", fNumber(-0.0f), {nan, nan, nan, nan, nan, nan}},
       {"F-number NaN gives width 0", fNumber(nan), {100, 8, 0, 1, 4, 4}},
       {"a NaN position takes the first element and has no value", pixelAt(nan, nan), {nan, nan, nan, 1, 0, 0}},
-      {"an infinite position is nearest to none and infinitely wide", pixelAt(0, inf), {nan, nan, nan, 8, 0, 7}},
       {"an unknown kind of wave has no value, but an aperture",
        both(fNumber(0), [](BeamformingScene& s) { s.events[0].eventType = 3; }),
        {nan, nan, nan, 8, 0, 7}},
-      {"times before the recording are no data", startTime(1), {nan, nan, nan, 1, 4, 4}},
-      {"times after it too", startTime(-1), {nan, nan, nan, 1, 4, 4}},
       {"a recording of one sample has no interval", oneSample, {nan, nan, nan, 1, 4, 4}},
   };
   for (const auto& c : cases)
@@ -301,21 +288,17 @@ TEST_F(BeamformingPixel, InterpolatesBetweenSamplesAndEndsBeforeTheLast) {
   }
 }
 
-TEST_F(BeamformingPixel, NanSamplesAreSkippedAndMarkersDoNotLeakIntoSums) {
+TEST_F(BeamformingPixel, NanSamplesAreSkipped) {
   BeamformingScene scene = onePixel();
   scene.fNumber = 0;
-  const int channel = scene.elementToChannel[2];
   for (int k = 0; k < scene.numSamples; ++k)
-    scene.sample(channel, k, 0) = nan;
+    scene.sample(scene.elementToChannel[2], k, 0) = nan;
   EXPECT_EQ(real(scene), 700.0);
-  for (auto& v : scene.samples)
-    v = nan;
-  EXPECT_TRUE(std::isnan(real(scene)));
 }
 
 TEST_F(BeamformingPixel, ShortResultsAreRoundedAwayFromZeroAndClamped) {
-  const std::pair<float, double> cases[] = {{0.005f, 1},     {-0.005f, -1},     {0.0049f, 0}, {327.0f, 32700},
-                                            {400.0f, 32767}, {-400.0f, -32767}, {inf, 32767}, {-inf, -32767}};
+  const std::pair<float, double> cases[] = {{0.005f, 1},     {-0.005f, -1},     {0.0049f, 0},
+                                            {400.0f, 32767}, {-400.0f, -32767}, {-inf, -32767}};
   for (const auto& [scaling, expected] : cases) {
     BeamformingScene scene = onePixel();
     aperture(4, 4)(scene); // value 100
@@ -341,27 +324,19 @@ TEST_F(BeamformingPixel, ComplexProductsFollowTheAnnex) {
   } cases[] = {
       {"phase 0 turns nothing", {3, -4}, 0, true},
       {"both parts lost, recovered from the infinite factor", {inf, inf}, 0, true},
-      {"signs are kept", {-inf, inf}, 0, true},
-      {"an infinite part stays a value at a phase that turns it into both", {inf, 2}, 1.23e6f, true},
       {"an infinite part beside NaN is recovered, too", {inf, nan}, 1.23e6f, true},
       {"one NaN part is no value", {inf, 1}, 0, false},
-      {"an infinite phase is none", {1, 1}, inf, false},
       {"nor with an infinite sample: the recovered product has a NaN part", {inf, 1}, inf, false},
-      {"NaN is no value", {nan, nan}, 1.23e6f, false},
   };
   for (const auto& c : cases) {
     BeamformingScene scene = onePixel();
     aperture(4, 4)(scene);
     scene.events[0].pulseFrequency = c.pulseFrequency;
     std::fill(scene.samples.begin(), scene.samples.end(), c.sample);
-    scene.isComplex = true;
-    const auto single = delayAndSum<float>(scene)[0];
-    EXPECT_EQ(single.isValid, c.isValid) << c.what;
-    for (const CpuVariant variant : variants()) {
-      const auto value = toComplex<float2>(runKernel<float2>(scene, variant)[0]);
-      EXPECT_EQ(isNan(value), !c.isValid) << c.what;
-      EXPECT_TRUE(!c.isValid || value == single.value) << c.what;
-    }
+    quantise<float2>(scene);
+    const auto value = pixel<float2>(scene);
+    EXPECT_EQ(isNan(value), !c.isValid) << c.what;
+    EXPECT_TRUE(!c.isValid || value == delayAndSum<float>(scene)[0].value) << c.what;
   }
 }
 
