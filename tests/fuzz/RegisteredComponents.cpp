@@ -6,6 +6,7 @@
 #include "US/FrameGeometryMetadata.h"
 #include "US/FrameGeometrySector.h"
 #include "US/UltrasoundMetadata.h"
+#include "beamforming/BeamformingCases.h"
 #include "model/BeamformingRois.h"
 #include "model/ChannelDataLayout.h"
 #include "model/FrameAcquisition.h"
@@ -29,22 +30,6 @@ template <typename T> std::string xmlOf(const T& component) {
   return DataComponentsIO::toXml(components);
 }
 
-/// Plane waves from a convex array; with `listed`, as a list of events in place of parameters.
-US::FrameAcquisition acquisition(bool listed) {
-  US::FrameParameters parameters;
-  parameters.eventType = 1;
-  parameters.endDepth = 20.0;
-  parameters.pulseFrequency = 5e6;
-  parameters.pulseLength = 2.0;
-  parameters.speedOfSound = 1.54e6;
-  parameters.maxTransmitAperture = parameters.maxReceiveAperture = 16;
-  parameters.receiveSamplingFrequency = 20e6;
-  parameters.planeWave = {0.2, 1, 3};
-  const US::Transducer transducer = US::Transducer::createConvex(16, 0.3, 60.0);
-  US::FrameAcquisition made(transducer, parameters);
-  return listed ? US::FrameAcquisition(transducer, made.events()) : made;
-}
-
 } // namespace
 
 RegisteredComponents::RegisteredComponents() {
@@ -63,12 +48,14 @@ std::vector<std::string> RegisteredComponents::examples() const {
   US::BeamformingRois rois;
   rois.add(Geometry::Polygon2D({{0.0, 0.0}, {10.0, 0.5}, {10.0, 40.0}}));
   rois.add(Geometry::Polygon2D({{0.0, 0.0}, {0.0, 40.0}}));
+  const auto array = US::Transducer::createConvex(16, 0.3, 60.0);
+  const auto acquisition = US::Tests::planeWaves(3, 0.2, array);
   return {xmlOf(rois),
           xmlOf(US::ChannelDataLayout()),
           xmlOf(US::PulseEchoEvent()),
-          xmlOf(acquisition(false)),
-          xmlOf(acquisition(true)),
-          xmlOf(US::Transducer::createConvex(128, 0.3, 60.0)),
+          xmlOf(acquisition),
+          xmlOf(US::FrameAcquisition(array, acquisition.events())), // a list of events in place of parameters
+          xmlOf(array),
           xmlOf(US::FrameGeometryMetadata(US::FrameGeometrySector())),
           xmlOf(US::FrameGeometryMetadata(US::FrameGeometryConvexSteered())),
           xmlOf(US::UltrasoundMetadata())};
