@@ -83,13 +83,6 @@ TEST_F(ScanConversionSteps, RefusalsSayWhy) {
          in.image = ramp(PixelUInt8, 3);
          in.geometry().setImgDesc(ImageDescriptor(PixelUInt8, 20, 20));
        }},
-      {"can't be converted to one of uint8, 31 x 41 x 1, 2 channels",
-       [](Input& in) {
-         in.geometry().setImgDescPrescan(ImageDescriptor(PixelUInt8, 8, 11, 1, 2));
-         in.geometry().setImgDesc({});
-         dynamic_cast<FrameGeometryLinear&>(in.geometry()).setWidth(30.5);
-         in.geometry().setDepth(40.5);
-       }},
       {"A frame of 30 x 40 mm with pixels of 0 mm can't be made into an image",
        [](Input& in) {
          ImageDescriptor descriptor(PixelUInt8, 8, 11);
@@ -108,12 +101,6 @@ TEST_F(ScanConversionSteps, RefusalsSayWhy) {
       {"Mask is not a GL mask, cannot use it for scan conversion.",
        [](Input& in) { in.image->setMask(std::make_shared<HostMask>()); }},
       {"Cannot attach mask to scan conversion.", [](Input& in) { in.image->setMask(std::make_shared<BrokenMask>()); }},
-      {"Scan conversion failed: No texture can be made of uint8, 31 x 41 x 1, 5 channels",
-       [](Input& in) {
-         in.image = ramp(PixelUInt8, 1, 5);
-         dynamic_cast<FrameGeometryLinear&>(in.geometry()).setWidth(122);
-         in.geometry().setDepth(162);
-       }},
       {"Scan conversion failed: The image (uint8, 8 x 11 x 1, 1 channel) has no pixels",
        [](Input& in) { in.image = std::make_shared<SharedImage>(prescanDescriptor(PixelUInt8, 8, 11, 40)); }},
   };
