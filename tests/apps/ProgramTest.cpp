@@ -2,6 +2,7 @@
 #include "apps/TestAlgorithms.h"
 #include "support/ErrorOf.h"
 #include "support/PngPicture.h"
+#include "support/Samples.h"
 #include "support/TemporaryFolder.h"
 
 #include "Lib/DataComponentsIO.h"
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace Kelvaris {
@@ -46,12 +48,12 @@ protected:
   Tests::ProgramResult run(const std::string& line, const std::string& before = {}) const {
     return Tests::runKelvaris(line, m_folder.path(), before);
   }
-  /// Writes frame.kvx: 40 x 30 levels, of 1 x 0.5 mm by the image's own spacing, 0 invalid.
+  /// Writes frame.kvx: 40 x 30 levels, of 1 x 0.5 mm by the image's own spacing, all invalid.
   void saveFrame(const US::FrameGeometry* geometry, bool scanConverted, bool ofTheSet = false) const {
     ImageDescriptor descriptor(PixelUInt8, 40, 30);
     descriptor.setSpacing({1.0, 0.5, 1.0});
     SharedImageSet set;
-    set.add(std::make_shared<SharedImage>(std::make_shared<TypedImage<unsigned char>>(descriptor)));
+    set.add(std::make_shared<SharedImage>(Tests::imageOf(descriptor, [](int, int, int, int) { return 0; })));
     set.shared(0)->setMask(std::make_shared<IntensityMask>(PixelUInt8, 0.0));
     if (geometry) {
       DataComponentList& components = ofTheSet ? set.components() : set.elementwiseComponents().components(0);
@@ -119,10 +121,13 @@ TEST_F(Program, PicturesAreInMillimetresWhereTheirShapeIsKnown) {
   for (const auto& c : table) {
     SCOPED_TRACE(std::string(c.geometry ? c.geometry->type() : "no geometry") + " " + c.pixels);
     saveFrame(c.geometry, c.scanConverted, c.ofTheSet);
-    const auto result = run(std::string("run frame.kvx --output a.png --png-pixels ") + c.pixels);
+    const auto result =
+        run(std::string("run frame.kvx --output a.png --mask-color '#Ff8001' --png-pixels ") + c.pixels);
     ASSERT_EQ(result.status, 0) << result.error;
     const Tests::PngPicture picture = Tests::readPng(m_folder / "a.png");
     EXPECT_EQ(std::pair(picture.width, picture.height), std::pair(c.width, c.height));
+    EXPECT_EQ((std::array{picture.at(0, 0, 0), picture.at(0, 0, 1), picture.at(0, 0, 2)}),
+              (std::array<unsigned char, 3>{255, 128, 1}));
     EXPECT_EQ(std::pair(picture.densityX, picture.densityY), std::pair(c.densityX, c.densityY));
   }
 }
@@ -178,8 +183,8 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
       {"run in.kvx --step Gain --output no/a.png", 1, "there is no folder no"},
       {"run in.kvx --step Gian --output a.kvx", 1, "no algorithm \"Gian\" (did you mean \"Gain\"?)"},
       {"run in.kvx --step Gain --output a.png", 1, "LogCompression"},
-      {"run in.kvx --step Levels --mask-color '#12345' --output a.png", 1,
-       "\"#12345\" is no colour of masked pixels; expected transparent, #rrggbb"},
+      {"run in.kvx --step Levels --mask-color '#1234567' --output a.png", 1,
+       "\"#1234567\" is no colour of masked pixels; expected transparent, #rrggbb"},
       {"run in.kvx --mask-color nave --output a.png", 1, "\"nave\" is no colour"},
       {"run in.kvx --mask-color '#12345g' --output a.png", 1, "\"#12345g\" is no colour"},
       {"run in.kvx --step Levels --png-pixels round --output a.png", 2, "round"},
