@@ -10,6 +10,11 @@ bool isSupported(CpuVariant variant);
 /// The highest level of this processor.
 CpuVariant bestCpuVariant();
 
+/// Floats in a vector register of the level.
+constexpr int lanesPerRegister(CpuVariant variant) {
+  return 1 << static_cast<int>(variant);
+}
+
 /// The function built for the level.
 template <typename Function> Function* chooseVariant(CpuVariant variant, Function* v2, Function* v3, Function* v4) {
   return variant == CpuVariant::V4 ? v4 : variant == CpuVariant::V3 ? v3 : v2;

@@ -73,6 +73,9 @@ KELVARIS_KERNEL Ints toInts(Floats v) {
 KELVARIS_KERNEL Floats toFloats(Ints v) {
   return _mm512_cvtepi32_ps(v);
 }
+KELVARIS_KERNEL Ints loadInts(const short* values) {
+  return _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(values)));
+}
 KELVARIS_KERNEL Ints asInts(Floats v) {
   return _mm512_castps_si512(v);
 }
@@ -157,6 +160,9 @@ KELVARIS_KERNEL Ints toInts(Floats v) {
 KELVARIS_KERNEL Floats toFloats(Ints v) {
   return _mm256_cvtepi32_ps(v);
 }
+KELVARIS_KERNEL Ints loadInts(const short* values) {
+  return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(values)));
+}
 KELVARIS_KERNEL Ints asInts(Floats v) {
   return _mm256_castps_si256(v);
 }
@@ -240,6 +246,9 @@ KELVARIS_KERNEL Ints toInts(Floats v) {
 }
 KELVARIS_KERNEL Floats toFloats(Ints v) {
   return _mm_cvtepi32_ps(v);
+}
+KELVARIS_KERNEL Ints loadInts(const short* values) {
+  return _mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(values)));
 }
 KELVARIS_KERNEL Ints asInts(Floats v) {
   return _mm_castps_si128(v);

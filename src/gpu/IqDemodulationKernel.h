@@ -1,8 +1,8 @@
 #pragma once
 
-#include "CUDA/Scalar.h"
 #include "CUDA/VectorTypes.h"
 #include "gpu/IqDemodulationArguments.h"
+#include "gpu/LineFilter.h"
 
 // IQ demodulation, one thread per output sample: mixing, low-pass filter and decimation in one pass over the taps.
 //
@@ -27,7 +27,6 @@
 namespace Kelvaris::US::GPU {
 
 using CUDA::float2;
-using CUDA::KernelBuffer;
 using CUDA::short2;
 
 /// Element type of the output for an input of T.
@@ -37,27 +36,8 @@ template <> struct IqPair<float> { using Type = float2; };
 
 inline namespace KELVARIS_ARCH {
 
-// The operations on one thread's float; those on lanes are found through their argument types.
-using CUDA::isNan;
-using CUDA::multiplyAdd;
-using CUDA::roundHalfAway;
-using CUDA::select;
-
 /// A baseband value: the real part is in phase, the imaginary part in quadrature.
 template <typename F> struct Baseband { F re, im; };
-
-KELVARIS_KERNEL int extentAlong(int axis, const KernelBuffer& buffer) {
-  return axis == 0 ? buffer.width : axis == 1 ? buffer.height : buffer.slices;
-}
-
-/// The k of one output sample, first to end - 1. i never falls below 0, so it leaves the line at `samples` only.
-struct TapRange {
-  int first, end;
-};
-KELVARIS_KERNEL TapRange tapRange(int c, int decimationFactor, int filterLength, int samples) {
-  const int half = filterLength / 2, left = samples - c * decimationFactor;
-  return {-half > -c ? -half : -c, filterLength - half < left ? filterLength - half : left};
-}
 
 /// One term of the sum. F is float, for one thread, or lanes, for as many.
 template <typename F> KELVARIS_KERNEL void addTerm(Baseband<F>& sum, F sample, Baseband<F> mixing, F tap) {
@@ -69,18 +49,6 @@ template <typename F> KELVARIS_KERNEL void addTerm(Baseband<F>& sum, F sample, B
 template <typename F, typename Line> KELVARIS_KERNEL void addTerms(Baseband<F>& sum, const Line& line, TapRange taps) {
   for (int k = taps.first; k < taps.end; ++k)
     addTerm(sum, line.sample(k), line.mixing(k), line.tap(k));
-}
-
-/// A result as a number that its type T holds: floats as they are; for shorts rounded with halves away from zero and
-/// clamped to -32768 ... 32767, and 0 for NaN.
-template <typename T, typename F> KELVARIS_KERNEL F toStored(F v) {
-  if constexpr (sizeof(T) == sizeof(float)) {
-    return v;
-  } else {
-    const F rounded = roundHalfAway(select(isNan(v), F(0.0f), v));
-    const F notAbove = select(rounded > F(32767.0f), F(32767.0f), rounded);
-    return select(notAbove < F(-32768.0f), F(-32768.0f), notAbove);
-  }
 }
 
 template <typename T>

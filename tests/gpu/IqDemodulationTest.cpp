@@ -1,5 +1,6 @@
 #include "gpu/IqDemodulation.h"
 
+#include "gpu/BufferOf.h"
 #include "gpu/IqDemodulationKernel.h"
 #include "gpu/IqDemodulationLaunch.h"
 #include "processing/SignalProcessing.h"
@@ -20,6 +21,8 @@
 
 namespace Kelvaris::US::GPU {
 namespace {
+
+using Tests::bufferOf;
 
 constexpr double pi = std::numbers::pi;
 
@@ -133,17 +136,6 @@ TEST_P(IqDemodulationCases, IsTheExplicitSum) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, IqDemodulationCases, testing::ValuesIn(cases));
-
-CUDA::KernelBuffer bufferOf(MemImage& image) {
-  CUDA::KernelBuffer buffer;
-  buffer.width = image.width();
-  buffer.height = image.height();
-  buffer.slices = image.slices();
-  buffer.data = image.data();
-  buffer.elementStride = image.descriptor().bytesPerComponent() * image.channels();
-  buffer.rowPitch = static_cast<std::int64_t>(buffer.elementStride) * buffer.width;
-  return buffer;
-}
 
 template <typename T> void compareWithThreads(const Case& c, int inputChannels) {
   const int pixelType = std::is_same_v<T, float> ? PixelFloat : PixelInt16;
