@@ -1,13 +1,20 @@
 #include "Ceilings.h"
 
+#include "CUDA/Check.h"
 #include "CUDA/CpuVariant.h"
+#include "CUDA/Device.h"
+#include "CUDA/DeviceMemory.h"
 
 #include <benchmark/benchmark.h>
 
+#if KELVARIS_HAVE_CUDA
+#include <cuda_runtime_api.h>
+#endif
 #include <omp.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -60,6 +67,33 @@ void readRate(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * blocks * blockSize * 4);
 }
 
+void copyOnCpu(char* target, const char* source, std::size_t bytes) {
+  constexpr std::size_t blockSize = 1 << 20;
+#pragma omp parallel for
+  for (std::size_t block = 0; block < bytes / blockSize; ++block)
+    std::memcpy(target + block * blockSize, source + block * blockSize, blockSize);
+}
+
+void copyRate(benchmark::State& state) {
+  constexpr std::size_t bytes = 1 << 28;
+  CUDA::DeviceMemory source(bytes), target(bytes);
+  source.upload(std::vector<char>(bytes, 1).data(), bytes);
+  const auto copy = [&] {
+#if KELVARIS_HAVE_CUDA
+    if (CUDA::Device::isCuda()) {
+      KELVARIS_CUDA_CHECKED(cudaMemcpy(target.data(), source.data(), bytes, cudaMemcpyDeviceToDevice));
+      KELVARIS_CUDA_CHECKED(cudaDeviceSynchronize());
+      return;
+    }
+#endif
+    copyOnCpu(static_cast<char*>(target.data()), static_cast<const char*>(source.data()), bytes);
+  };
+  copy(); // the target's pages exist from here on
+  for ([[maybe_unused]] auto _ : state)
+    copy();
+  state.SetBytesProcessed(static_cast<std::int64_t>(2 * bytes) * state.iterations());
+}
+
 void scatteredReadRate(benchmark::State& state) {
   const auto readScattered = best(cpu_v2::readScattered, cpu_v3::readScattered, cpu_v4::readScattered);
   constexpr int count = 1024, rounds = 1 << 10;
@@ -86,6 +120,7 @@ void registerCeilings() {
       ->UseRealTime();
   benchmark::RegisterBenchmark("Ceiling: scattered reads", scatteredReadRate)->MeasureProcessCPUTime()->UseRealTime();
   benchmark::RegisterBenchmark("Ceiling: reading memory", readRate)->MeasureProcessCPUTime()->UseRealTime();
+  benchmark::RegisterBenchmark("Ceiling: copying memory", copyRate)->MeasureProcessCPUTime()->UseRealTime();
 }
 
 } // namespace Kelvaris::Bench

@@ -33,16 +33,21 @@ KELVARIS_KERNEL char* elementAddress(const KernelBuffer& buffer, int x, int y, i
   return static_cast<char*>(buffer.data) + row * buffer.rowPitch + x * buffer.elementStride;
 }
 
+#if defined(__CUDACC__)
+/// Surface reads and writes know integers of 1 to 16 bytes: the bits of an element travel in one of its size.
+template <typename T>
+using SurfaceBits = std::conditional_t<
+    sizeof(T) == 1, unsigned char,
+    std::conditional_t<sizeof(T) == 2, unsigned short, std::conditional_t<sizeof(T) == 4, unsigned int, uint2>>>;
+#endif
+
 /// Reads element (x, y, z). Linear memory is not checked; outside a surface the result is zero.
 template <typename T> KELVARIS_KERNEL T readElement(const KernelBuffer& buffer, int x, int y, int z) {
 #if defined(__CUDA_ARCH__)
   if (!buffer.data) {
     const auto surface = static_cast<cudaSurfaceObject_t>(buffer.surface);
     const int byte = x * static_cast<int>(sizeof(T));
-    // Surface reads know integers of 1 to 16 bytes: the bits travel in one of the element's size.
-    using Bits =
-        std::conditional_t<sizeof(T) == 2, unsigned short, std::conditional_t<sizeof(T) == 4, unsigned int, uint2>>;
-    Bits bits;
+    SurfaceBits<T> bits;
     if (buffer.slices > 1)
       surf3Dread(&bits, surface, byte, y, z, cudaBoundaryModeZero);
     else if (buffer.height > 1)
@@ -61,9 +66,7 @@ template <typename T> KELVARIS_KERNEL void writeElement(const KernelBuffer& buff
   if (!buffer.data) {
     const auto surface = static_cast<cudaSurfaceObject_t>(buffer.surface);
     const int byte = x * static_cast<int>(sizeof(T));
-    using Bits =
-        std::conditional_t<sizeof(T) == 2, unsigned short, std::conditional_t<sizeof(T) == 4, unsigned int, uint2>>;
-    const Bits bits = reinterpret_cast<const Bits&>(value);
+    const auto bits = reinterpret_cast<const SurfaceBits<T>&>(value);
     if (buffer.slices > 1)
       surf3Dwrite(bits, surface, byte, y, z, cudaBoundaryModeZero);
     else if (buffer.height > 1)
