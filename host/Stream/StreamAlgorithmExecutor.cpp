@@ -104,7 +104,12 @@ void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& da
   auto results = std::make_shared<SharedImageSet>();
   {
     const std::scoped_lock lock(m_mutex);
-    if (!m_processor && !m_name.empty()) instantiateAlgorithm(images);
+    try {
+      if (!m_processor && !m_name.empty()) instantiateAlgorithm(images);
+    } catch (const std::exception& error) { // the next emission may do
+      Log::error(kCategory, "Could not create the algorithm \"{}\": {}", m_name, error.what());
+      m_example.reset();
+    }
     if (!m_processor) return;
     const int count = mode == EveryImage ? images.size() : 1;
     for (int i = 0; i < count; ++i)

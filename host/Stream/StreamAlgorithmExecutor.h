@@ -15,7 +15,7 @@ namespace Kelvaris {
 /// Applies an algorithm that works image by image to the emissions of a stream, and emits the results on a stream of
 /// its own. Works on the thread that emits. The algorithm is given, or created from the first emission by its name: the
 /// first one of that display name or alias that works on these images. An image that fails, also by an exception, is
-/// dropped with a logged error.
+/// dropped with a logged error; so is an emission for which the creation ends with an exception.
 ///
 /// Parameters: `autoStart` (bool, true): listen to the input from the first emission on, without compute();
 /// `mode` (int, 0): FirstImage or EveryImage of an emission.

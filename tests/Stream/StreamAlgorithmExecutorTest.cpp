@@ -24,10 +24,12 @@ struct Whole : Algorithm {
   OwningDataList takeOutput() override { return {}; }
 };
 
-/// Hands images through; refuses those that are 2 pixels wide, fails on those of 9.
+/// Hands images through; refuses those that are 2 pixels wide, fails on those of 9, can't be made for those of 8.
 struct PassOn : Whole, SequentialImageProcessor {
   static bool createCompatible(const DataList& data, Algorithm** a) {
-    if (data.getImages(Data::UnknownKind, Data::Ultrasound).empty()) return false;
+    const auto images = data.getImages(Data::UnknownKind, Data::Ultrasound);
+    if (images.empty()) return false;
+    if (images[0]->get(0).descriptor().width() == 8) throw std::out_of_range("no events");
     if (a) *a = std::make_unique<PassOn>().release();
     return true;
   }
@@ -115,6 +117,18 @@ TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {
   executor.compute();
   emit({1});
   EXPECT_EQ(received.size(), 1u) << "listens once only";
+}
+
+TEST_F(StreamAlgorithmExecutorTest, TriesAgainAfterAnExceptionOfTheCreation) {
+  StreamAlgorithmExecutor executor(input, nullptr);
+  executor.setStreamAlgorithmName("Pass On");
+  listenTo(executor);
+  Tests::ExpectedLog log;
+  emit({8});
+  emit({1});
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 StreamAlgorithmExecutor: Could not create the algorithm "
+                                                     "\"Pass On\": no events"});
 }
 
 TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmOfThatNameThatTakesTheImages) {
