@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,7 +39,11 @@ void print(const std::vector<AlgorithmFactory::Descriptor>& descriptors, const S
     fmt::print("{:{}}  {:{}}  {}\n", descriptor.id, idWidth, descriptor.category, pathWidth, descriptor.displayName());
     if (!set) continue;
     DataList data{const_cast<SharedImageSet*>(set)};
-    if (const auto algorithm = descriptor.create(data)) fmt::print("{}\n", describeParameters(*algorithm));
+    try {
+      if (const auto algorithm = descriptor.create(data)) fmt::print("{}\n", describeParameters(*algorithm));
+    } catch (const std::exception& error) {
+      fmt::print("  can't be created: {}\n", error.what());
+    }
   }
 }
 

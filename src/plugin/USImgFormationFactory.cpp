@@ -8,6 +8,7 @@
 #ifdef KELVARIS_HAVE_GL
 #include "imaging/ScanConversionUltrafastImaging.h"
 #endif
+#include "processing/ChannelDataFilterAlgorithm.h"
 #include "processing/IqDemodulationAlgorithm.h"
 
 namespace Kelvaris::US {
@@ -20,6 +21,7 @@ template <typename... T> bool isOneOf(Algorithm* algorithm) {
 } // namespace
 
 USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
+  registerAlgorithm<ChannelDataFilterAlgorithm>("ChannelDataFilter", "Ultrasound;Filter Channel Data");
   registerAlgorithm<EnvelopeDetectionAlgorithm>("EnvelopeDetection", "Ultrasound;Envelope Detection");
   registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
   registerAlgorithm<IqDemodulationAlgorithm>("IqDemodulation", "Ultrasound;IQ Demodulation");
@@ -38,8 +40,8 @@ USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFact
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}
 
 std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm* algorithm) const {
-  if (!isOneOf<BeamformingAlgorithm, EnvelopeDetectionAlgorithm, LogCompressionAlgorithm, IqDemodulationAlgorithm>(
-          algorithm))
+  if (!isOneOf<BeamformingAlgorithm, ChannelDataFilterAlgorithm, EnvelopeDetectionAlgorithm, LogCompressionAlgorithm,
+               IqDemodulationAlgorithm>(algorithm))
     return nullptr;
   auto controller = std::make_unique<DefaultAlgorithmController>(algorithm, "", false, false);
   controller->setConfigureOnChanged(true);

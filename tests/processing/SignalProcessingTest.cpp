@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <complex>
 #include <numbers>
 #include <stdexcept>
 
@@ -44,10 +46,12 @@ double idealResponse(const Design& d, double samplingFrequency, int t) {
   }
 }
 
+constexpr Design designs[] = {
+    {FilterType::Lowpass, 9e6, 6e6}, {FilterType::Highpass, 6e6, 2e6}, {FilterType::Bandpass, 4e6, 12e6}};
+
 TEST(FirFilter, TapsFollowTheClosedForm) {
   constexpr double fs = 40e6;
-  for (const Design& d :
-       {Design{FilterType::Lowpass, 9e6, 6e6}, {FilterType::Highpass, 6e6, 2e6}, {FilterType::Bandpass, 4e6, 12e6}})
+  for (const Design& d : designs)
     for (const int length : {3, 51, 101}) {
       const auto filter =
           createFirFilter(d.type, float(fs), static_cast<float>(d.lower), static_cast<float>(d.upper), length, 1);
@@ -57,6 +61,24 @@ TEST(FirFilter, TapsFollowTheClosedForm) {
         EXPECT_NEAR(filter[static_cast<std::size_t>(i)], expected, 1e-7) << "tap " << i << " of " << length;
       }
     }
+}
+
+TEST(FirFilter, PassesItsBandAndStopsTheRest) {
+  constexpr double fs = 40e6, transition = 2e6;
+  for (const Design& d : designs) {
+    const auto filter =
+        createFirFilter(d.type, float(fs), static_cast<float>(d.lower), static_cast<float>(d.upper), 101, 0);
+    for (double f = 0.0; f <= fs / 2.0; f += 0.1e6) {
+      const double aboveLower = d.type == FilterType::Lowpass ? fs : f - d.lower;
+      const double belowUpper = d.type == FilterType::Highpass ? fs : d.upper - f;
+      const double inside = std::min(aboveLower, belowUpper);
+      if (std::abs(inside) <= transition) continue;
+      std::complex<double> gain = 0.0;
+      for (std::size_t i = 0; i < filter.size(); ++i)
+        gain += std::polar<double>(filter[i], -2.0 * pi * f / fs * static_cast<double>(i));
+      EXPECT_NEAR(std::abs(gain), inside > 0.0 ? 1.0 : 0.0, 0.05) << f;
+    }
+  }
 }
 
 TEST(FirFilter, LiesAlongItsAxis) {
