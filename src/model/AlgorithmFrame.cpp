@@ -71,7 +71,7 @@ void computeImages(const AlgorithmFrame& frame, const SequentialImageProcessor& 
       Log::error(frame.className, "{}{}{}{}", frame.errorText, i, frame.errorOf, input->size());
       return;
     }
-    results->add(std::move(image), input->timestamp(i));
+    results->add(std::move(image), frame.carriesTimestamps ? input->timestamp(i) : 0.0);
     results->elementwiseComponents().add(imageComponents, i);
   }
   results->setModality(input->modality());

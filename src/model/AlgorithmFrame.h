@@ -21,11 +21,12 @@ struct AlgorithmFrame {
   const char* displayName; ///< last level of the category under which the factory has the class; text of the progress
   bool (*acceptsStream)(const ImageStream&);
   bool (*acceptsImages)(const SharedImageSet&);
-  bool keepsSetState;       ///< the output starts with the set-wide state of the input (clone option 3), or empty
-  bool hasProgress;         ///< one step an image; can be cancelled
-  const char* errorText;    ///< "Error while filtering image ", before the index
-  const char* errorOf;      ///< between the index and the number of images
-  bool addsSetWide = false; ///< processImage() gets the set-wide components after those of the image
+  bool keepsSetState;            ///< the output starts with the set-wide state of the input (clone option 3), or empty
+  bool hasProgress;              ///< one step an image; can be cancelled
+  const char* errorText;         ///< "Error while filtering image ", before the index
+  const char* errorOf;           ///< between the index and the number of images
+  bool carriesTimestamps = true; ///< the output's images have the input's; 0 otherwise
+  bool addsSetWide = false;      ///< processImage() gets the set-wide components after those of the image
   void (*finish)(SharedImageSet& output) = nullptr; ///< called at the end of a success
 };
 
@@ -70,7 +71,7 @@ bool createCompatibleAlgorithm(const AlgorithmFrame& frame, const DataList& data
 }
 
 /// compute() of the frame: calls processImage for every image of `input` with its components, and collects what it
-/// returns, with the input's timestamps and modality. `status` is Failure from the start on, then Success, or Canceled;
+/// returns, with the input's modality. `status` is Failure from the start on, then Success, or Canceled;
 /// where it isn't Success at the end, `output` is null. A null image from processImage ends the run with a logged
 /// error.
 void computeImages(const AlgorithmFrame& frame, const SequentialImageProcessor& processor, const SharedImageSet* input,

@@ -9,6 +9,7 @@
 #include "imaging/ScanConversionUltrafastImaging.h"
 #endif
 #include "processing/ChannelDataFilterAlgorithm.h"
+#include "processing/ChannelDataRemappingAlgorithm.h"
 #include "processing/IqDemodulationAlgorithm.h"
 
 namespace Kelvaris::US {
@@ -22,6 +23,7 @@ template <typename... T> bool isOneOf(Algorithm* algorithm) {
 
 USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
   registerAlgorithm<ChannelDataFilterAlgorithm>("ChannelDataFilter", "Ultrasound;Filter Channel Data");
+  registerAlgorithm<ChannelDataRemappingAlgorithm>("ChannelDataRemapping", "Ultrasound;Remap Channel Data");
   registerAlgorithm<EnvelopeDetectionAlgorithm>("EnvelopeDetection", "Ultrasound;Envelope Detection");
   registerAlgorithm<LogCompressionAlgorithm>("LogCompression", "Ultrasound;Log Compression");
   registerAlgorithm<IqDemodulationAlgorithm>("IqDemodulation", "Ultrasound;IQ Demodulation");
@@ -40,8 +42,8 @@ USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFact
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}
 
 std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm* algorithm) const {
-  if (!isOneOf<BeamformingAlgorithm, ChannelDataFilterAlgorithm, EnvelopeDetectionAlgorithm, LogCompressionAlgorithm,
-               IqDemodulationAlgorithm>(algorithm))
+  if (!isOneOf<BeamformingAlgorithm, ChannelDataFilterAlgorithm, ChannelDataRemappingAlgorithm,
+               EnvelopeDetectionAlgorithm, LogCompressionAlgorithm, IqDemodulationAlgorithm>(algorithm))
     return nullptr;
   auto controller = std::make_unique<DefaultAlgorithmController>(algorithm, "", false, false);
   controller->setConfigureOnChanged(true);
