@@ -1,5 +1,6 @@
 #include "kelvaris/AlgorithmsCommand.h"
 
+#include "kelvaris/ExampleData.h"
 #include "kelvaris/Step.h"
 
 #include "Lib/FactoryRegistry.h"
@@ -29,6 +30,18 @@ std::unique_ptr<SharedImageSet> outlineOf(const KelvarisFile::Reader& reader) {
   return set;
 }
 
+/// Prints the parameters of an instance on these images; false if it doesn't work on them.
+bool printParameters(const AlgorithmFactory::Descriptor& descriptor, const SharedImageSet& images) {
+  try {
+    const auto algorithm = descriptor.create(DataList{const_cast<SharedImageSet*>(&images)});
+    if (!algorithm) return false;
+    fmt::print("{}\n", describeParameters(*algorithm));
+  } catch (const std::exception& error) {
+    fmt::print("  can't be created: {}\n", error.what());
+  }
+  return true;
+}
+
 void print(const std::vector<AlgorithmFactory::Descriptor>& descriptors, const SharedImageSet* set) {
   std::size_t idWidth = 0, pathWidth = 0;
   for (const auto& descriptor : descriptors) {
@@ -38,13 +51,24 @@ void print(const std::vector<AlgorithmFactory::Descriptor>& descriptors, const S
   for (const auto& descriptor : descriptors) {
     fmt::print("{:{}}  {:{}}  {}\n", descriptor.id, idWidth, descriptor.category, pathWidth, descriptor.displayName());
     if (!set) continue;
-    DataList data{const_cast<SharedImageSet*>(set)};
-    try {
-      if (const auto algorithm = descriptor.create(data)) fmt::print("{}\n", describeParameters(*algorithm));
-    } catch (const std::exception& error) {
-      fmt::print("  can't be created: {}\n", error.what());
-    }
+    printParameters(descriptor, *set);
   }
+}
+
+/// Id, menu path, name and parameters of one algorithm.
+void describe(const std::string& id, const std::string& file) {
+  PluginManager::get().loadAll();
+  const AlgorithmFactory::Descriptor descriptor = findAlgorithm(id);
+  print({descriptor}, nullptr);
+  std::vector<std::unique_ptr<SharedImageSet>> sets;
+  if (file.empty())
+    sets = exampleData();
+  else
+    sets.push_back(outlineOf(KelvarisFile::Reader(file)));
+  for (const auto& set : sets)
+    if (printParameters(descriptor, *set)) return;
+  fmt::print("  {}\n",
+             file.empty() ? "works on live streams alone; its parameters show there" : "doesn't work on " + file);
 }
 
 void algorithms(const std::string& file) {
@@ -65,9 +89,16 @@ void addAlgorithmsCommand(CLI::App& app, Job& job) {
   CLI::App* command =
       app.add_subcommand("algorithms", "List the algorithms: id, menu path, display name; for a file, those that work "
                                        "on it, with their parameters");
-  auto file = std::make_shared<std::string>();
+  auto file = std::make_shared<std::string>(), id = std::make_shared<std::string>();
   command->add_option("FILE", *file, "Images (.kvx)");
-  command->callback([file, &job] { job = [file] { algorithms(*file); }; });
+  command->set_help_flag();
+  CLI::Option* help = command->add_option("-h,--help", *id, "This text; with ID, the parameters of that algorithm")
+                          ->type_name("[ID]")
+                          ->expected(0, 1);
+  command->callback([help, file, id, &job] {
+    if (*help && id->empty()) throw CLI::CallForHelp();
+    job = [id = *id, file = *file] { id.empty() ? algorithms(file) : describe(id, file); };
+  });
 }
 
 } // namespace Kelvaris::CommandLine

@@ -123,9 +123,22 @@ std::vector<std::string> displayTextsOf(const ParameterBase& parameter) {
   return texts;
 }
 
+bool isNumber(const ParameterBase& parameter) {
+  return parameter.type() == ParameterType::Int || parameter.type() == ParameterType::Double ||
+         parameter.type() == ParameterType::OptionalDouble;
+}
+
+/// Without the parameter's unit, which may follow a number as forms show it: "5 MHz", "5MHz".
+std::string withoutUnit(const ParameterBase& parameter, const std::string& text) {
+  const std::string unit = parameter.attribute("suffix");
+  if (unit.empty() || text.size() < unit.size() || !isNumber(parameter)) return text;
+  const std::size_t length = text.size() - unit.size();
+  return text.compare(length, unit.size(), unit) == 0 ? trimmed(std::string_view(text).substr(0, length)) : text;
+}
+
 /// The text that the parameter reads.
 std::string parameterText(const ParameterBase& parameter, const std::string& value) {
-  std::string text = parameter.type() == ParameterType::Text ? value : trimmed(value);
+  std::string text = parameter.type() == ParameterType::Text ? value : withoutUnit(parameter, trimmed(value));
   if (parameter.type() == ParameterType::Vector2i)
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == 'x' || c == 'X'; }, ' ');
@@ -141,7 +154,7 @@ bool accepts(const ParameterBase& parameter, const std::string& text) {
   return texts.empty() || (PropertyText::fromText(text, index) && index >= 0 && index < static_cast<int>(texts.size()));
 }
 
-/// Without the attribute "suffix": that is the unit of forms, which convert, and not that of the value.
+/// For example "dynamicRange = 40 dB (a number, 5 to 100; default 50)". The range is a hint, as it is to forms.
 std::string describe(const ParameterBase& parameter) {
   std::string expected = parameter.expected();
   if (const auto texts = displayTextsOf(parameter); parameter.type() == ParameterType::Enum && !texts.empty()) {
@@ -150,8 +163,15 @@ std::string describe(const ParameterBase& parameter) {
       numbered.push_back(fmt::format("{} \"{}\"", i, texts[i]));
     expected = fmt::format("one of {}", fmt::join(numbered, ", "));
   }
-  const std::string value = parameter.text();
-  return fmt::format("{} = {} ({})", parameter.name(), value.empty() ? "\"\"" : value, expected);
+  const std::string least = parameter.attribute("min"), most = parameter.attribute("max");
+  if (!least.empty() && !most.empty())
+    expected += fmt::format(", {} to {}", least, most);
+  else if (!least.empty() || !most.empty())
+    expected += least.empty() ? fmt::format(", up to {}", most) : fmt::format(", from {}", least);
+  const auto shown = [](const std::string& text) { return text.empty() ? "\"\"" : text; };
+  const std::string unit = parameter.attribute("suffix"), value = parameter.text();
+  return fmt::format("{} = {}{}{} ({}; default {})", parameter.name(), shown(value), unit.empty() ? "" : " ", unit,
+                     expected, shown(parameter.defaultText()));
 }
 
 } // namespace

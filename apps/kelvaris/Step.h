@@ -31,11 +31,11 @@ std::string chainToXml(const std::vector<Step>& steps);
 AlgorithmFactory::Descriptor findAlgorithm(const std::string& id);
 
 /// The step's values as `algorithm` reads them: vectors may be written 512x512 or [512, 512], enums by their display
-/// text or their index. Throws std::invalid_argument, naming what there is, for an unknown key or a text that is no
-/// value of the parameter.
+/// text or their index, and the unit that forms show may follow a number. Throws std::invalid_argument, naming what
+/// there is, for an unknown key or a text that is no value of the parameter.
 Properties settingsFor(const Step& step, const Algorithm& algorithm);
 
-/// One line a parameter: name, value, what it takes.
+/// One line a parameter: name, value and unit, what it takes, its default.
 std::string describeParameters(const Algorithm& algorithm);
 
 } // namespace Kelvaris::CommandLine

@@ -42,6 +42,8 @@ public:
   virtual bool accepts(const std::string& text) const = 0;
   /// The current value as text; empty for an empty optional.
   virtual std::string text() const = 0;
+  /// The default value as text.
+  virtual std::string defaultText() const = 0;
   /// In words, what `accepts` takes, for example "a number" or "two whole numbers with a blank between".
   std::string expected() const;
 
@@ -144,16 +146,19 @@ public:
     }
   }
 
-  std::string text() const override {
-    if constexpr (std::is_enum_v<T>)
-      return PropertyText::toText(static_cast<int>(m_value));
-    else if constexpr (std::is_same_v<T, std::optional<double>>)
-      return m_value ? PropertyText::toText(*m_value) : std::string();
-    else
-      return PropertyText::toText(m_value);
-  }
+  std::string text() const override { return textOf(m_value); }
+  std::string defaultText() const override { return textOf(m_default); }
 
 private:
+  static std::string textOf(const T& value) {
+    if constexpr (std::is_enum_v<T>)
+      return PropertyText::toText(static_cast<int>(value));
+    else if constexpr (std::is_same_v<T, std::optional<double>>)
+      return value ? PropertyText::toText(*value) : std::string();
+    else
+      return PropertyText::toText(value);
+  }
+
   T m_value;
   T m_default;
 };

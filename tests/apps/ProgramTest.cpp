@@ -137,9 +137,12 @@ TEST_F(Program, ListsAlgorithms) {
                                       "Test.Levels  Test;Make Levels  Make Levels\n");
   const auto fitting = run("algorithms in.kvx");
   EXPECT_CONTAINS(fitting.output, "Test.Gain ");
-  EXPECT_CONTAINS(fitting.output, "  mode = 0 (one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\")");
+  EXPECT_CONTAINS(fitting.output, "  mode = 0 (one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\"; default 0)");
+  EXPECT_CONTAINS(run("algorithms --help Gain").output, "  factor = 1 (a number; default 1)\n");
+  EXPECT_CONTAINS(run("algorithms --help").output, "Usage:");
   ASSERT_EQ(run("run in.kvx --step Levels --output levels.kvx").status, 0);
   EXPECT_EQ(run("algorithms levels.kvx").output, "No algorithm works on levels.kvx\n");
+  EXPECT_CONTAINS(run("algorithms levels.kvx --help Gain").output, "  doesn't work on levels.kvx\n");
 }
 
 TEST_F(Program, SaysWhatIsInAFile) {

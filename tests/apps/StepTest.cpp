@@ -119,6 +119,10 @@ TEST(Step, SettingsAreWhatTheParametersRead) {
   EXPECT_EQ(gain.offset.value(), 3.0);
   EXPECT_TRUE(gain.levels.value());
   EXPECT_EQ(gain.count.value(), 7);
+  configured("Gain:offset=-2.5 dB,count=4dB,label=3 dB");
+  EXPECT_EQ(gain.offset.value(), -2.5);
+  EXPECT_EQ(gain.count.value(), 4);
+  EXPECT_EQ(gain.label.value(), "3 dB");
   configured("Gain:offset=,label=' x '");
   EXPECT_EQ(gain.offset.value(), std::nullopt);
   EXPECT_EQ(gain.label.value(), " x ");
@@ -137,15 +141,19 @@ TEST(Step, SettingsAreWhatTheParametersRead) {
 TEST(Step, BadSettingsNameWhatThereIs) {
   SharedImageSet set;
   const Tests::GainAlgorithm gain(&set);
-  const Refusal refusals[] = {{"Gain:facto=2", "did you mean \"factor\"?"},
-                              {"Gain:zzzzz=2", "outputSize = 512 512"},
-                              {"Gain:factor=two", "\"two\" is no value of a parameter of Gain: factor = 1 (a number)"},
-                              {"Gain:factor=", "(a number)"},
-                              {"Gain:count=99999999999", "a whole number"},
-                              {"Gain:levels=yes", "true or false"},
-                              {"Gain:outputSize=5x5x5", "two whole numbers"},
-                              {"Gain:mode=3", "one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\""},
-                              {"Gain:mode=Hanning", "one of 0 \"Plain\""}};
+  const Refusal refusals[] = {
+      {"Gain:facto=2", "did you mean \"factor\"?"},
+      {"Gain:zzzzz=2", "outputSize = 512 512"},
+      {"Gain:factor=two", "\"two\" is no value of a parameter of Gain: factor = 1 (a number; default 1)"},
+      {"Gain:factor=", "(a number; "},
+      {"Gain:factor=2 dB", "\"2 dB\" is no value"},
+      {"Gain:offset=2 MHz", "offset = \"\" dB (a number, or nothing, -5 to 5; default \"\")"},
+      {"Gain:offset=dBdB", "\"dBdB\" is no value"},
+      {"Gain:count=99999999999", "count = 3 dB (a whole number, from 1; default 3)"},
+      {"Gain:levels=yes", "true or false"},
+      {"Gain:outputSize=5x5x5", "two whole numbers"},
+      {"Gain:mode=3", "one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\""},
+      {"Gain:mode=Hanning", "one of 0 \"Plain\""}};
   for (const Refusal& r : refusals)
     EXPECT_CONTAINS(errorOf([&] { settingsFor(parseStep(r.text), gain); }), r.part) << r.text;
 }

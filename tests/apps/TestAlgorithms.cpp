@@ -25,6 +25,11 @@ void Record::see(const std::shared_ptr<const SharedImage>& image) {
 GainAlgorithm::GainAlgorithm(const SharedImageSet* input) : m_input(input) {
   ++Record::get().made;
   mode.setAttribute("values", "Plain, Hamming Das, Debug: Other");
+  for (ParameterBase* parameter : {static_cast<ParameterBase*>(&offset), static_cast<ParameterBase*>(&count)})
+    parameter->setAttribute("suffix", "dB");
+  offset.setAttribute("min", "-5");
+  offset.setAttribute("max", "5");
+  count.setAttribute("min", "1");
   trouble.setAttribute("values", "None, Fail, Throw, Interrupt");
   for (ParameterBase* parameter : std::initializer_list<ParameterBase*>{&factor, &offset, &outputSize, &mode, &levels,
                                                                         &count, &label, &trouble, &at})

@@ -244,6 +244,7 @@ TEST(AlgorithmMenu, ListsTheAlgorithmsInOrder) {
   PluginManager::get().load(PLUGIN_FILE);
   const std::vector<std::string> expected = {
       "USImgFormation.ChannelDataFilter|Ultrasound;Filter Channel Data|0",
+      "USImgFormation.ChannelDataRemapping|Ultrasound;Remap Channel Data|0",
       "USImgFormation.EnvelopeDetection|Ultrasound;Envelope Detection|0",
       "USImgFormation.LogCompression|Ultrasound;Log Compression|0",
       "USImgFormation.IqDemodulation|Ultrasound;IQ Demodulation|0",
