@@ -50,8 +50,7 @@ void print(const std::vector<AlgorithmFactory::Descriptor>& descriptors, const S
   }
   for (const auto& descriptor : descriptors) {
     fmt::print("{:{}}  {:{}}  {}\n", descriptor.id, idWidth, descriptor.category, pathWidth, descriptor.displayName());
-    if (!set) continue;
-    printParameters(descriptor, *set);
+    if (set) printParameters(descriptor, *set);
   }
 }
 
