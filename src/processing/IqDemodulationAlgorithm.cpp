@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <mutex>
+#include <utility>
 
 namespace Kelvaris::US {
 namespace {
@@ -29,6 +30,11 @@ constexpr double kCutoffRatio = 1.0;
 constexpr int kFilterLength = 101;
 constexpr int kDefaultFastTimeAxis = 1;
 
+/// Beyond all that is recorded; a frequency in MHz beside one in Hz is.
+bool isUnlikely(double ratio) {
+  return ratio != 0.0 && (std::abs(ratio) < 1e-4 || std::abs(ratio) > 1e2);
+}
+
 } // namespace
 
 struct IqDemodulationAlgorithm::Impl {
@@ -37,6 +43,7 @@ struct IqDemodulationAlgorithm::Impl {
   std::mutex mutex; ///< guards the parameters and what follows
   std::optional<FrameAcquisition> inputAcquisition;
   std::optional<FrameAcquisition> outputAcquisition; ///< made from inputAcquisition when first needed
+  bool hasWarned = false;
 };
 
 IqDemodulationAlgorithm::IqDemodulationAlgorithm(const SharedImageSet* input)
@@ -90,6 +97,7 @@ IqDemodulationAlgorithm::processImage(const SharedImage& image, const DataCompon
       m_impl->outputAcquisition.reset();
     }
   }
+  const bool isSetAlone = samplingFrequency.has_value() != demodulationFrequency.has_value();
   if (acquisition && !acquisition->events().empty()) {
     const PulseEchoEvent& first = acquisition->events().front();
     samplingFrequency = samplingFrequency.value_or(first.receive.samplingFrequency);
@@ -107,6 +115,16 @@ IqDemodulationAlgorithm::processImage(const SharedImage& image, const DataCompon
                "Expected a positive sampling frequency and a finite demodulation frequency, got {} and {}",
                *samplingFrequency, *demodulationFrequency);
     return {};
+  }
+
+  if (acquisition && isSetAlone && isUnlikely(*demodulationFrequency / *samplingFrequency)) {
+    const std::scoped_lock lock(m_impl->mutex);
+    if (!std::exchange(m_impl->hasWarned, true))
+      Log::warning(
+          kFrame.className,
+          "Sampling and demodulation frequency are {:g} and {:g}: one of them was set, and is taken in Hz, the "
+          "unit of the acquisition (5 MHz are 5e6)",
+          *samplingFrequency, *demodulationFrequency);
   }
 
   const auto* const layout = components.get<ChannelDataLayout>();

@@ -23,8 +23,8 @@ namespace Kelvaris::US {
 ///
 /// Parameters: `samplingFrequency` and `demodulationFrequency` (optional doubles, empty) replace what the acquisition
 /// says for the computation, but not in the output's acquisition; they are taken as they stand, so for channel data in
-/// Hz. Other images need both, in one unit. `decimationFactor` (int, 1).
-/// Takes device memory for the output, two signals and, during processImage(), the input.
+/// Hz (once, a warning tells of one that is set and can't be). Other images need both, in one unit. `decimationFactor`
+/// (int, 1). Takes device memory for the output, two signals and, during processImage(), the input.
 class IqDemodulationAlgorithm : public Algorithm, public SequentialImageProcessor, public SignalReceiver {
 public:
   /// The input must outlive the algorithm; it may be null where only processImage() is called.

@@ -158,6 +158,15 @@ TEST_F(IqDemodulationAlgorithmTest, OnlyANewAcquisitionRenewsTheOutputAcquisitio
   EXPECT_EQ(rate(40e6, "2"), 20e6);
 }
 
+TEST_F(IqDemodulationAlgorithmTest, WarnsOnceOfAFrequencyThatCannotBeInHertz) {
+  ExpectedLog log;
+  configure(algorithm, "", "5", "1");
+  for (int frame = 0; frame < 2; ++frame)
+    EXPECT_NE(algorithm.processImage(*image, components).first, nullptr);
+  ASSERT_EQ(log.messages().size(), 1u);
+  EXPECT_TRUE(log.contains("3 IqDemodulationAlgorithm: Sampling and demodulation frequency are 2e+07 and 5"));
+}
+
 TEST_F(IqDemodulationAlgorithmTest, RefusesWhatItCannotDemodulate) {
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   const std::string scaled = "Input image has shift or scale applied. This is not supported.";
