@@ -17,7 +17,6 @@
 #include <atomic>
 #include <cmath>
 #include <limits>
-#include <optional>
 #include <thread>
 #include <utility>
 
@@ -36,6 +35,16 @@ protected:
   BeamformingAlgorithmTest() {
     Resource::addRepository(&m_repository);
     algorithm.outputSize = Eigen::Vector2i(30, 40);
+  }
+  void expectRefusal(const std::shared_ptr<MemImage>& data, const DataComponentList& components,
+                     std::vector<std::string> messages) const {
+    const ExpectedLog log;
+    const auto [image, out] = algorithm.processImage(SharedImage(data), components);
+    EXPECT_FALSE(image) << messages.back();
+    EXPECT_TRUE(out.empty()) << messages.back();
+    for (std::string& message : messages)
+      message.insert(0, "4 BeamformingAlgorithm: ");
+    EXPECT_EQ(log.messages(), messages);
   }
   BeamformingAlgorithm algorithm{nullptr};
 
@@ -191,13 +200,8 @@ TEST_F(BeamformingAlgorithmTest, AGeometryOverrideReplacesThatOfTheAcquisition) 
   FrameGeometryLinear wider(dynamic_cast<const FrameGeometryLinear&>(*geometryOf(focusedBeams())));
   wider.setWidth(wider.width() + 1e-6);
   EXPECT_TRUE(process(algorithm, planeWaves(), with(FrameGeometryMetadata(wider))).first);
-  const ExpectedLog log;
-  const auto [image, components] = process(algorithm, focusedBeams(), with(FrameGeometryMetadata(wider)));
-  EXPECT_FALSE(image);
-  EXPECT_TRUE(components.empty());
-  EXPECT_EQ(log.messages(),
-            std::vector<std::string>{"4 BeamformingAlgorithm: In focused mode, a frame geometry override must only "
-                                     "change the depth"});
+  expectRefusal(noise(focusedBeams()), componentsOf(focusedBeams(), with(FrameGeometryMetadata(wider))),
+                {"In focused mode, a frame geometry override must only change the depth"});
 }
 
 using Line = std::vector<Eigen::Vector2d>;
@@ -215,97 +219,58 @@ template <typename Change> BeamformingRois changedLines(const FrameAcquisition& 
 
 TEST_F(BeamformingAlgorithmTest, FocusedLinesMayBeShortenedButNotMoved) {
   const FrameAcquisition acquisition = focusedBeams();
-  const auto shorten = [](int, Line& line) {
-    const Line old = line;
-    line = {old[0] + 0.25 * (old[1] - old[0]), old[0] + 0.75 * (old[1] - old[0])};
+  const auto rowsOf = [&](auto change) {
+    return validRows(*process(algorithm, acquisition, with(changedLines(acquisition, change))).first, 2);
   };
-  const struct {
-    const char* name;
-    std::function<void(int, Line&)> change;
-    std::optional<int> rows; ///< that are valid; none: refused
-  } table[] = {
-      {"shorter at both ends", shorten, 20},
-      {"reversed", [](int, Line& line) { std::swap(line[0], line[1]); }, 0},
-      {"within the tolerance", [](int, Line& line) { line[1] += Eigen::Vector2d(0.9e-7, 0.9e-7); }, 40},
-      {"beyond its end", [](int, Line& line) { line[1].y() += 1.2e-7; }, {}},
-      {"before its start", [](int, Line& line) { line[0].y() -= 1.2e-7; }, {}},
-      {"beside it", [](int i, Line& line) { line[1].x() += i == 4 ? 1.2e-7 : 0.0; }, {}},
-      {"an area", [](int i, Line& line) { i == 2 ? line.push_back(line[0]) : void(); }, {}},
-      {"not a number", [](int, Line& line) { line[0].x() = std::nan(""); }, {}},
+  EXPECT_EQ(rowsOf([](int, Line& line) {
+              line = {0.75 * line[0] + 0.25 * line[1], 0.25 * line[0] + 0.75 * line[1]};
+            }),
+            20);
+  EXPECT_EQ(rowsOf([](int, Line& line) { std::swap(line[0], line[1]); }), 0);
+  EXPECT_EQ(rowsOf([](int, Line& line) { line[1] += Eigen::Vector2d(0.9e-7, 0.9e-7); }), 40);
+
+  void (*const refused[])(int, Line&) = {
+      [](int, Line& line) { line[1].y() += 1.2e-7; },
+      [](int, Line& line) { line[0].y() -= 1.2e-7; },
+      [](int i, Line& line) { line[1].x() += i == 4 ? 1.2e-7 : 0.0; },
+      [](int i, Line& line) { line.resize(i == 2 ? 1 : 2); },
+      [](int, Line& line) { line[0].x() = std::nan(""); },
   };
-  const std::vector<std::string> refusal = {
-      "4 BeamformingAlgorithm: In focused mode, a ROI override must only change the depth"};
-  for (const auto& row : table) {
-    BeamformingAlgorithm fresh(nullptr);
-    fresh.outputSize = Eigen::Vector2i(30, 40);
-    const ExpectedLog log;
-    const auto [image, components] = process(fresh, acquisition, with(changedLines(acquisition, row.change)));
-    ASSERT_EQ(image != nullptr, row.rows.has_value()) << row.name;
-    EXPECT_EQ(components.empty(), !image) << row.name;
-    EXPECT_EQ(log.messages(), image ? std::vector<std::string>{} : refusal) << row.name;
-    if (image) {
-      EXPECT_EQ(validRows(*image, 2), *row.rows) << row.name;
-    }
+  const auto data = noise(acquisition);
+  for (const auto& change : refused) {
+    SCOPED_TRACE(&change - refused);
+    expectRefusal(data, componentsOf(acquisition, with(changedLines(acquisition, change))),
+                  {"In focused mode, a ROI override must only change the depth"});
   }
 }
 
 // ---- What it refuses
 
 TEST_F(BeamformingAlgorithmTest, TellsWhatItRefuses) {
-  const FrameAcquisition waves = planeWaves(3);
-  const FrameAcquisition beams = focusedBeams(5);
-  const FrameAcquisition bare(waves.transducer(), waves.events());
-  const auto firstLines = [](const FrameAcquisition& acquisition, int count) {
+  const FrameAcquisition waves = planeWaves(3), beams = focusedBeams(5), bare(waves.transducer(), waves.events());
+  const auto oneLess = [](const FrameAcquisition& acquisition) {
     BeamformingRois result;
-    for (int i = 0; i < count; ++i)
+    for (int i = 1; i < acquisition.rois()->size(); ++i)
       result.add(acquisition.rois()->roi(i));
-    return with(result);
+    return componentsOf(acquisition, with(result));
   };
-  const Eigen::Vector2i size(30, 40);
-  const auto bytes = noise(waves, PixelUInt8);
+  const auto data = noise(waves), bytes = noise(waves, PixelUInt8);
   const std::string noRegions = "Invalid frame geometry or beamforming ROIs";
-  const struct {
-    std::shared_ptr<MemImage> data;
-    DataComponentList components;
-    Eigen::Vector2i outputSize;
-    std::vector<std::string> messages;
-  } table[] = {
-      {noise(waves), with(ChannelDataLayout()), size, {"Input data is not channel data"}},
-      {bytes, componentsOf(waves), size, {"Unsupported input type: " + bytes->descriptor().toString()}},
-      {noise(waves),
-       componentsOf(waves, firstLines(waves, 2)),
-       size,
-       {"Number of ROIs in the BeamformingRois DataComponent does not match number of events"}},
-      {noise(beams),
-       componentsOf(beams, firstLines(beams, 4)),
-       size,
-       {"In focused mode, a ROI override must only change the depth"}},
-      {noise(waves),
-       componentsOf(bare, with(FrameGeometryMetadata(geometryOf(waves)))),
-       size,
-       {noRegions, "Failed to create sampling position map: " + noRegions}},
-      {noise(waves), componentsOf(bare), size, {"Neither the frame acquisition nor the image has a frame geometry"}},
-      {noise(beams),
-       componentsOf(beams),
-       {512, std::numeric_limits<int>::max()},
-       {"An image of 5 x 2147483647 pixels can't be formed: each side must have 1 to 65536"}},
-  };
-  // A second time after regions that have gone: what was made of them must not stand in.
-  for (const bool used : {false, true})
-    for (const auto& row : table) {
-      BeamformingAlgorithm fresh(nullptr);
-      fresh.outputSize = size;
-      if (used) process(fresh, waves);
-      fresh.outputSize = row.outputSize;
-      const ExpectedLog log;
-      const auto [image, components] = fresh.processImage(SharedImage(row.data), row.components);
-      EXPECT_FALSE(image) << row.messages.back();
-      EXPECT_TRUE(components.empty()) << row.messages.back();
-      std::vector<std::string> expected;
-      for (const std::string& message : row.messages)
-        expected.push_back("4 BeamformingAlgorithm: " + message);
-      EXPECT_EQ(log.messages(), expected);
-    }
+  for (const bool used : {false, true}) {
+    // A second time after regions that have gone: what was made of them must not stand in.
+    if (used) process(algorithm, waves);
+    expectRefusal(data, with(ChannelDataLayout()), {"Input data is not channel data"});
+    expectRefusal(bytes, componentsOf(waves), {"Unsupported input type: " + bytes->descriptor().toString()});
+    expectRefusal(data, oneLess(waves),
+                  {"Number of ROIs in the BeamformingRois DataComponent does not match number of events"});
+    expectRefusal(data, oneLess(beams), {"In focused mode, a ROI override must only change the depth"});
+    expectRefusal(data, componentsOf(bare, with(FrameGeometryMetadata(geometryOf(waves)))),
+                  {noRegions, "Failed to create sampling position map: " + noRegions});
+    expectRefusal(data, componentsOf(bare), {"Neither the frame acquisition nor the image has a frame geometry"});
+  }
+  algorithm.outputSize = Eigen::Vector2i(512, std::numeric_limits<int>::max());
+  expectRefusal(noise(beams), componentsOf(beams),
+                {"An image of 5 x 2147483647 pixels can't be formed: each side must have 1 to 65536"});
 }
 
 TEST_F(BeamformingAlgorithmTest, AFailureOfTheBeamformerLeavesTheComponents) {

@@ -1,9 +1,9 @@
 #include "beamforming/SamplingPositionMap.h"
 
 #include "Core/Resource.h"
+#include "US/FrameGeometryLinear.h"
 #include "US/GeometryCases.h"
 #include "beamforming/FramePositions.h"
-#include "beamforming/MapCases.h"
 #include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
@@ -24,8 +24,24 @@ namespace {
 
 using Kelvaris::Tests::errorOf;
 using Kelvaris::Tests::ExpectedLog;
-using Tests::linearFrame;
-using Tests::rois;
+
+/// A frame of 20 mm width and 40 mm depth with a pre-scan image of `width` x `height` shorts.
+std::shared_ptr<FrameGeometryLinear> linearFrame(int width, int height) {
+  auto geometry = std::make_shared<FrameGeometryLinear>();
+  geometry->setWidth(20);
+  geometry->setDepth(40);
+  ImageDescriptor descriptor(PixelInt16, width, height, 3, 1);
+  descriptor.setSpacing({1.0, 40.0 / (height - 1), 1.0});
+  geometry->setImgDescPrescan(descriptor);
+  return geometry;
+}
+
+std::shared_ptr<BeamformingRois> rois(std::initializer_list<std::vector<Eigen::Vector2d>> polygons) {
+  auto result = std::make_shared<BeamformingRois>();
+  for (const auto& points : polygons)
+    result->add(Geometry::Polygon2D(points));
+  return result;
+}
 
 class SamplingPositionMapTest : public testing::Test {
 protected:

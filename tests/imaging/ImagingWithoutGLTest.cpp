@@ -2,8 +2,12 @@
 
 #include "GL/ContextManager.h"
 #include "US/GeometryCases.h"
+#include "beamforming/FramePositions.h"
+#include "beamforming/SamplingPositionMap.h"
 #include "imaging/EnvelopeDetectionAlgorithm.h"
+#include "model/BeamformingRois.h"
 #include "support/ExpectedLog.h"
+#include "support/Images.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +18,7 @@ namespace {
 
 using namespace Tests;
 using Kelvaris::Tests::ExpectedLog;
+using Kelvaris::Tests::sameBytes;
 
 class WithoutGL : public ScanConversion {
 protected:
@@ -55,6 +60,19 @@ TEST_F(WithoutGL, EnvelopesOfIqImagesWorkAndThoseOfRealOnesSayWhyNot) {
   EXPECT_EQ(algorithm.status(), Algorithm::Failure);
   EXPECT_TRUE(
       log.contains("4 EnvelopeDetectionAlgorithm: Real samples can't be demodulated: OpenGL isn't available: "));
+}
+
+TEST_F(WithoutGL, PixelsOfRegionsLieWhereTheHostPutsThemWithOneWarning) {
+  const std::shared_ptr<FrameGeometry> geometry = linearCase(30, 0, 40).geometry->clone();
+  geometry->setImgDescPrescan(ImageDescriptor(PixelFloat, 30, 50));
+  const auto everything = std::make_shared<BeamformingRois>();
+  everything->add(Geometry::Polygon2D({{-15, 0}, {15, 0}, {15, 40}, {-15, 40}}));
+  const ExpectedLog log;
+  for (int i = 0; i < 2; ++i)
+    EXPECT_TRUE(sameBytes(*SamplingPositionMap(geometry, everything).image->mem(), *framePositionsOnHost(*geometry)));
+  ASSERT_EQ(log.messages().size(), 1u);
+  EXPECT_TRUE(log.contains("3 BeamformingAlgorithm: The positions of the pixels are computed on the host: OpenGL isn't "
+                           "available"));
 }
 
 } // namespace
