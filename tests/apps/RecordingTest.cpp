@@ -106,26 +106,24 @@ TEST(Recording, CompletesHalfMatricesByReciprocity) {
   const double transmit[] = {1, 1, 1, 2, 2, 3}, receive[] = {1, 2, 3, 2, 3, 3};
   const auto full = acquisition(3, 3, 2);
   RecordingOptions options;
-  for (const double base : {0.0, 1.0})
-    for (const bool timeFirst : {true, false}) {
-      TracePairs& pairs = options.pairs.emplace();
-      std::vector<double> samples(12);
-      for (std::size_t i = 0; i < 6; ++i) {
-        pairs.transmit.push_back(transmit[i] - 1 + base);
-        pairs.receive.push_back(receive[i] - 1 + base);
-        for (std::size_t t = 0; t < 2; ++t)
-          samples[timeFirst ? 2 * i + t : 6 * t + i] = 100 * transmit[i] + 10 * receive[i] + static_cast<double>(t);
-      }
-      options.layout = {RecordingAxis::FastTime, RecordingAxis::Traces};
-      if (!timeFirst) std::reverse(options.layout.begin(), options.layout.end());
-      const Recording recording(doubles(timeFirst ? Extents{2, 6} : Extents{6, 2}, samples), full, options);
-      const auto image = recording.frame(0);
-      for (int e = 0; e < 3; ++e)
-        for (int element = 0; element < 3; ++element)
-          for (int t = 0; t < 2; ++t)
-            EXPECT_EQ(at(recording, *image, 2 - element, t, e),
-                      100 * (std::min(e, element) + 1) + 10 * (std::max(e, element) + 1) + t);
+  options.layout = {RecordingAxis::Traces, RecordingAxis::FastTime};
+  for (const double base : {0.0, 1.0}) {
+    TracePairs& pairs = options.pairs.emplace();
+    std::vector<double> samples;
+    for (std::size_t i = 0; i < 6; ++i) {
+      pairs.transmit.push_back(transmit[i] - 1 + base);
+      pairs.receive.push_back(receive[i] - 1 + base);
     }
+    for (std::size_t i = 0; i < 12; ++i)
+      samples.push_back(100 * transmit[i % 6] + 10 * receive[i % 6] + (i < 6 ? 0 : 1));
+    const Recording recording(doubles({6, 2}, samples), full, options);
+    const auto image = recording.frame(0);
+    for (int e = 0; e < 3; ++e)
+      for (int element = 0; element < 3; ++element)
+        for (int t = 0; t < 2; ++t)
+          EXPECT_EQ(at(recording, *image, 2 - element, t, e),
+                    100 * (std::min(e, element) + 1) + 10 * (std::max(e, element) + 1) + t);
+  }
 
   const struct {
     TracePairs pairs;
@@ -139,11 +137,10 @@ TEST(Recording, CompletesHalfMatricesByReciprocity) {
       {{{0, 0, 1, 1, 2}, {0, 1, 1, 2, 2}, {}}, "2 pairs"}, // without 0, 2: missing in both directions
       {{{1, 1, 2}, {1, 2, 2}, {}}, "whether the first element is 0 or 1"},
   };
-  options.layout = {RecordingAxis::FastTime, RecordingAxis::Traces};
   for (const auto& r : refusals) {
     options.pairs = r.pairs;
     const std::size_t n = r.pairs.transmit.size();
-    EXPECT_CONTAINS(errorOf(doubles({2, n}, std::vector<double>(2 * n)), full, options), r.part);
+    EXPECT_CONTAINS(errorOf(doubles({n, 2}, std::vector<double>(2 * n)), full, options), r.part);
   }
 }
 
@@ -198,8 +195,6 @@ TEST(Recording, RefusesWhatDoesNotFitInWords) {
       {errorOf(zeros({4, 9, 2}), summary, standard), "9 samples, the acquisition's time window 6"},
       {errorOf(zeros({3, 6, 2}), summary, standard), "3 channels, the acquisition has 4"},
       {errorOf(zeros({4, 6, 3}), summary, standard), "slow time holds 3 events, the acquisition has 2"},
-      {errorOf(zeros({4, 6}), summary, standard), "slow time holds 1 event,"},
-      {errorOf(zeros({4, 6, 2, 2, 2}), summary, standard), "names 4 axes"},
       {errorOf(zeros({4, 0, 2}), summary, standard), "holds no samples"},
       {errorOf(zeros({6, 4, 2}), summary, layout), "names 2 axes, but the samples have the shape (6, 4, 2)"},
       {errorOf(zeros({6, 8}), summary, traces), "\"traces\" and the pairs"},

@@ -5,7 +5,7 @@
 namespace Kelvaris::Tests {
 
 enum class ArrayShape { Linear, Convex };
-enum class Wave : int { Focused = 0, Plane = 1, Diverging = 2, Unknown = 3 };
+enum class Wave : int { Focused = 0, Plane = 1, Diverging = 2 };
 
 struct SceneOptions {
   ArrayShape shape = ArrayShape::Linear;
