@@ -27,14 +27,11 @@ template <typename T> constexpr bool isComplexSample = std::is_same_v<T, short2>
 template <typename T> constexpr bool isShortSample = std::is_same_v<T, short2> || std::is_same_v<T, short>;
 
 template <typename T> T toSampleType(std::complex<float> v) {
-  if constexpr (std::is_same_v<T, short>)
-    return static_cast<short>(v.real());
-  else if constexpr (std::is_same_v<T, float>)
-    return v.real();
-  else if constexpr (std::is_same_v<T, short2>)
-    return {static_cast<short>(v.real()), static_cast<short>(v.imag())};
+  using Component = std::conditional_t<isShortSample<T>, short, float>;
+  if constexpr (isComplexSample<T>)
+    return {static_cast<Component>(v.real()), static_cast<Component>(v.imag())};
   else
-    return {v.real(), v.imag()};
+    return static_cast<T>(v.real());
 }
 
 template <typename T> ImageDescriptor descriptor(int width, int height, int slices) {
