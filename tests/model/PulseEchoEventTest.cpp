@@ -49,81 +49,45 @@ std::vector<Wave> waves(const Transducer& transducer) {
 }
 
 TEST(Aperture, IsTheRunOfNearestElementsWithTiesToLowerIndices) {
-  const auto at = [](double element) { return Vector3d(0.25 * (element - 63.5), 0.0, 0.0); };
-  const struct {
-    Vector3d position;
-    int size;
-    Range expected;
-  } cases[] = {{at(0), 64, {0, 63}},   {at(127), 64, {64, 127}}, {at(63.5), 64, {32, 95}}, {at(63.5), 1, {63, 63}},
-               {at(5), 128, {0, 127}}, {at(5), 1000, {0, 127}},  {at(80), 2, {79, 80}},    {at(80), 4, {78, 81}}};
-  for (const auto& c : cases)
-    EXPECT_EQ(calculateAperture(kLinear, c.position, c.size), c.expected) << c.position.x() << " size " << c.size;
-}
-
-TEST(Aperture, AgreesWithSortingElementsByDistance) {
   std::mt19937 random(7);
   std::uniform_real_distribution<double> x(-25.0, 25.0), y(-5.0, 40.0);
-  std::uniform_int_distribution<int> sizes(1, 127);
+  std::uniform_int_distribution<int> sizes(1, 130), halves(-140, 140);
   for (const Transducer& transducer : {kLinear, kConvex}) {
     const auto elements = transducer.elementPositions();
+    const int n = transducer.numElements();
     for (int trial = 0; trial < 500; ++trial) {
-      const Vector3d position(x(random), y(random), 0.0);
-      const int size = sizes(random);
+      // On the line of the elements, on or halfway between them, there are ties.
+      const Vector3d position =
+          trial % 2 ? Vector3d(x(random), y(random), 0.0) : Vector3d(0.125 * halves(random), 0, 0);
+      const int size = std::min(sizes(random), n);
       std::vector<std::pair<double, int>> byDistance;
-      for (int i = 0; i < transducer.numElements(); ++i)
+      for (int i = 0; i < n; ++i)
         byDistance.emplace_back((elements[static_cast<std::size_t>(i)] - position).norm(), i);
       std::sort(byDistance.begin(), byDistance.end());
-      int first = transducer.numElements();
+      int first = n;
       for (int i = 0; i < size; ++i)
         first = std::min(first, byDistance[static_cast<std::size_t>(i)].second);
       EXPECT_EQ(calculateAperture(transducer, position, size), Range(first, first + size - 1));
     }
   }
+  EXPECT_EQ(calculateAperture(kLinear, Vector3d::Zero(), 1000), Range(0, 127));
 }
 
 TEST(Aperture, EmptyOrUndefinedIsRefused) {
   const ExpectedLog log;
-  EXPECT_FALSE(calculateAperture(kLinear, Vector3d::Zero(), 0));
-  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 PulseEchoEvent: empty aperture requested"});
   const auto zero = Vector3d::Zero();
+  EXPECT_FALSE(calculateAperture(kLinear, zero, 0));
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 PulseEchoEvent: empty aperture requested"});
   EXPECT_THROW(PulseEchoEvent::createPlaneWave(kLinear, zero, 0.0, 0, 64), std::bad_optional_access);
-  EXPECT_THROW(PulseEchoEvent::createFocused(kLinear, zero, zero, 64, -1), std::bad_optional_access);
+  EXPECT_THROW(PulseEchoEvent::createPlaneWave(kLinear, zero, 0.0, 64, -1), std::bad_optional_access);
   EXPECT_THROW(calculateAperture(kLinear, Vector3d(0, std::nan(""), 0), 4), std::invalid_argument);
-  EXPECT_THROW(calculateAperture(Transducer::createConvex(8, 0.3, 0.0), zero, 4), std::invalid_argument);
   EXPECT_THROW(calculateElementToChannelMapping(0, 3, 0), std::invalid_argument);
 }
 
 TEST(PulseEchoEvent, ElementsKeepTheirChannelsWhileTheApertureMoves) {
   EXPECT_EQ(calculateElementToChannelMapping(62, 66, 64), (std::vector<int>{62, 63, 0, 1, 2}));
-  EXPECT_EQ(calculateElementToChannelMapping(-2, 1, 3), (std::vector<int>{-2, -1, 0, 1}));
-  EXPECT_TRUE(calculateElementToChannelMapping(0, -1, 64).empty());
   const PulseEchoEvent whole = PulseEchoEvent::createPlaneWave(kLinear, Vector3d::Zero(), 0.0, 64, 500);
-  EXPECT_EQ(Range(whole.receive.apertureFirst, whole.receive.apertureLast), Range(0, 127));
-  EXPECT_EQ(whole.receive.elementToChannelMapping[127], 127);
-}
-
-/// Delays so that all pulses meet at the focus at one time, or leave in step with the wave, and the first is 0.
-TEST(PulseEchoEvent, DelaysBringAllPulsesInStep) {
-  for (const Transducer& transducer : {kLinear, kConvex}) {
-    const auto elements = transducer.elementPositions();
-    for (const auto& [name, event] : waves(transducer)) {
-      const auto delays = event.transmit.calculateDelays(transducer);
-      const Vector3d& f = event.transmit.waveFiducial;
-      ASSERT_EQ(delays.size(),
-                static_cast<std::size_t>(event.transmit.apertureLast - event.transmit.apertureFirst + 1));
-      std::vector<double> expected;
-      for (int i = event.transmit.apertureFirst; i <= event.transmit.apertureLast; ++i) {
-        const Vector3d& e = elements[static_cast<std::size_t>(i)];
-        if (event.transmit.eventType == EventType::Focused) expected.push_back(-(e - f).norm());
-        if (event.transmit.eventType == EventType::PlaneWave) expected.push_back(e.x() * f.x() + e.y() * f.y());
-        if (event.transmit.eventType == EventType::DivergingWave) expected.push_back((e - f).norm());
-      }
-      const double earliest = *std::min_element(expected.begin(), expected.end());
-      for (std::size_t i = 0; i < delays.size(); ++i)
-        EXPECT_NEAR(delays[i], (expected[i] - earliest) / kSpeedOfSound, 1e-18) << name << " " << i;
-      EXPECT_EQ(*std::min_element(delays.begin(), delays.end()), 0.0) << name;
-    }
-  }
+  EXPECT_EQ(whole.receive.elementToChannelMapping, calculateElementToChannelMapping(0, 127, 128));
 }
 
 TEST(PulseEchoEvent, TimeZeroPointIsTheElementThatFiresFirst) {
@@ -137,10 +101,6 @@ TEST(PulseEchoEvent, TimeZeroPointIsTheElementThatFiresFirst) {
   // Behind the centre of an even array both middle elements are equally near.
   const auto middle = PulseEchoEvent::createDivergingWave(kLinear, Vector3d::Zero(), Vector3d(0, -10, 0), 64, 64);
   EXPECT_EQ(middle.transmit.timeZeroPoint, elements[63]);
-  // All elements on the focus: none lies farther than 0.
-  const Transducer point = Transducer::createLinear(1, 0.3);
-  const auto onFocus = PulseEchoEvent::createFocused(point, Vector3d::Zero(), Vector3d::Zero(), 1, 1);
-  EXPECT_EQ(onFocus.transmit.timeZeroPoint, Vector3d::Zero());
 }
 
 TEST(PulseEchoEvent, DelaysWarnOfHardwareTrouble) {
@@ -153,7 +113,6 @@ TEST(PulseEchoEvent, DelaysWarnOfHardwareTrouble) {
     event.transmit.calculateDelays(kLinear);
     return log.messages();
   };
-  EXPECT_TRUE(warnings(plane).empty());
   plane.transmit.timeZeroPoint.y() = 1e-14; // a delay of -6.5e-21 s is rounding noise
   EXPECT_TRUE(warnings(plane).empty());
   EXPECT_EQ(plane.transmit.calculateDelays(kLinear)[5], 0.0);
@@ -177,6 +136,7 @@ TEST(TransmitTransitTime, AgreesWithTheWavesOfTheSingleElements) {
     for (const auto& [name, event] : waves(transducer)) {
       const auto& transmit = event.transmit;
       const auto delays = transmit.calculateDelays(transducer);
+      EXPECT_EQ(*std::min_element(delays.begin(), delays.end()), 0.0) << name;
       for (int trial = 0; trial < 40; ++trial) {
         // A ray through the wave from one element of the inner aperture, where the front isn't cut off by its edges.
         const int width = transmit.apertureLast - transmit.apertureFirst;
@@ -216,20 +176,15 @@ TEST(PulseEchoEvent, EveryFieldIsStoredAndComparedExactlyButTheStartOfTheWave) {
       PulseEchoEvent read;
       EXPECT_TRUE(read.read(changed)) << key;
       EXPECT_EQ(read == event, key == "waveStart") << key;
-      EXPECT_EQ(read.equals(event), key == "waveStart") << key;
       Properties again;
       read.configuration(&again);
       EXPECT_EQ(again, changed) << key;
     }
-  PulseEchoEvent close = event;
-  close.transmit.speedOfSound = std::nextafter(kSpeedOfSound, 0.0);
-  EXPECT_NE(close, event);
 }
 
 TEST(PulseEchoEvent, ReadsAllOrNothing) {
   const PulseEchoEvent before = waves(kLinear)[1].event;
   PulseEchoEvent event = before;
-  event.configure(nullptr);
   Properties stored;
   stored.subProperties("transmit").setParam("pulseLength", 7.0);
   event.configure(&stored);
@@ -243,10 +198,8 @@ TEST(PulseEchoEvent, ReadsAllOrNothing) {
   EXPECT_EQ(event, before);
   stored.subProperties("receive").setParam("startTime", 0.5);
   EXPECT_TRUE(event.read(stored));
-  PulseEchoEvent expected = before;
-  expected.transmit.pulseLength = 7.0;
-  expected.receive.startTime = 0.5;
-  EXPECT_EQ(event, expected);
+  EXPECT_EQ(event.transmit.pulseLength, 7.0);
+  EXPECT_EQ(event.transmit.speedOfSound, kSpeedOfSound) << "keys that are missing";
 }
 
 } // namespace

@@ -11,15 +11,7 @@ namespace {
 
 class DerivedAcquisition : public FrameAcquisition {};
 
-/// The set has `numImages` images; the acquisitions differ in their numbers of elements.
-SharedImageSet channelData(int numImages) {
-  SharedImageSet images;
-  images.setModality(Data::Ultrasound);
-  for (int i = 0; i < numImages; ++i)
-    images.add(std::make_shared<SharedImage>(ImageDescriptor(PixelInt16, 2, 3, 4)));
-  return images;
-}
-
+/// Acquisitions differ in their numbers of elements.
 void attach(DataComponentList& components, int numElements) {
   components.add<FrameAcquisition>(Transducer::createLinear(numElements, 0.3), std::vector<PulseEchoEvent>());
 }
@@ -36,12 +28,13 @@ TEST(ChannelData, IsRecognisedByItsFrameAcquisition) {
 }
 
 TEST(ChannelData, OfAnImageComesBeforeThatOfTheSet) {
-  SharedImageSet images;
-  images.setModality(Data::Ultrasound);
-  attach(images.components(), 1);
-  EXPECT_FALSE(isChannelData(images)); // no images
-
-  SharedImageSet set = channelData(3);
+  SharedImageSet set;
+  set.setModality(Data::Ultrasound);
+  attach(set.components(), 20);
+  EXPECT_FALSE(isChannelData(set)) << "no images";
+  set.components() = {};
+  for (int i = 0; i < 3; ++i)
+    set.add(std::make_shared<SharedImage>(ImageDescriptor(PixelInt16, 2, 3, 4)));
   EXPECT_FALSE(isChannelData(set));
   attach(set.elementwiseComponents().components(1), 10);
   EXPECT_FALSE(isChannelData(set));

@@ -201,6 +201,8 @@ TEST_P(AlgorithmContract, AStreamGivesAnExecutorThatFindsItByName) {
   auto* const executor = dynamic_cast<StreamAlgorithmExecutor*>(algorithm.get());
   ASSERT_NE(executor, nullptr);
   EXPECT_EQ(executor->streamAlgorithmName(), descriptor->displayName());
+  EXPECT_FALSE(executor->autoStart);
+  EXPECT_EQ(executor->mode, 1);
 
   executor->compute();
   EXPECT_EQ(executor->status(), Algorithm::Success);
