@@ -64,27 +64,7 @@ TEST(Polygon2D, AgreesWithTurnsAndEdgeDistanceEverywhere) {
   EXPECT_GT(inside, 10000);
 }
 
-TEST(Polygon2D, EdgesBelongToThePolygonWithinABillionthOfAMillimetre) {
-  const Points square = {{0, 0}, {10, 0}, {10, 10}, {0, 10}};
-  const Points slanted = {{-19.05, 0}, {-24.2, 20}, {13.9, 20}, {19.05, 0}};
-  for (const Points& points : {square, slanted}) {
-    const Polygon2D polygon(points);
-    const double orientation = turns(points, {1.0, 1.0});
-    ASSERT_EQ(std::abs(orientation), 1.0);
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      const Eigen::Vector2d edge = points[(i + 1) % points.size()] - points[i];
-      const Eigen::Vector2d outward = orientation * Eigen::Vector2d(edge.y(), -edge.x()).normalized();
-      for (const double along : {0.0, 0.3, 1.0}) {
-        const Eigen::Vector2d onEdge = points[i] + along * edge;
-        EXPECT_TRUE(polygon.includesPoint(onEdge)) << i << " at " << along;
-        EXPECT_TRUE(polygon.includesPoint(onEdge + 0.9e-9 * outward)) << i << " at " << along;
-        EXPECT_FALSE(polygon.includesPoint(onEdge + 1.1e-9 * outward)) << i << " at " << along;
-      }
-    }
-  }
-}
-
-TEST(Polygon2D, AFarVertexCostsNoDigitsAtTheNearOne) {
+TEST(Polygon2D, EdgesBelongToItWithinABillionthOfAMillimetreHoweverFarTheirEnds) {
   // A strip at 45 degrees whose far end lies at 10^12 mm, walked both ways round.
   Points points = {{-5, 0}, {1e12 - 5, 1e12}, {1e12 + 5, 1e12}, {5, 0}};
   for (int way = 0; way < 2; ++way) {
@@ -92,7 +72,7 @@ TEST(Polygon2D, AFarVertexCostsNoDigitsAtTheNearOne) {
     for (const double along : {0.0, 0.1, 7.0, 123.0})
       for (const double edge : {-5.0, 5.0}) {
         const double outward = std::copysign(1.5e-9, edge); // 1.06e-9 across the edge
-        EXPECT_TRUE(polygon.includesPoint({edge + along, along})) << edge << " + " << along;
+        EXPECT_TRUE(polygon.includesPoint({edge + along + 0.6 * outward, along})) << edge << " + " << along;
         EXPECT_FALSE(polygon.includesPoint({edge + along + outward, along})) << edge << " + " << along;
       }
     std::reverse(points.begin(), points.end());
@@ -100,19 +80,16 @@ TEST(Polygon2D, AFarVertexCostsNoDigitsAtTheNearOne) {
 }
 
 TEST(Polygon2D, NothingUndefinedIsInside) {
-  const Points triangle = {{0, 0}, {4, 0}, {4, 4}};
-  for (const Eigen::Vector2d& point : {Eigen::Vector2d(kNaN, 1), Eigen::Vector2d(3, kInf)})
-    EXPECT_FALSE(Polygon2D(triangle).includesPoint(point)) << point.transpose();
-  EXPECT_FALSE(Polygon2D({{0, 0}, {4, 0}, {4, kNaN}}).includesPoint({1, 0}));
-  EXPECT_FALSE(Polygon2D({{0, 0}, {4, 0}, {kInf, 4}}).includesPoint({1, 0}));
+  EXPECT_FALSE(Polygon2D({{0, 0}, {4, 0}, {4, 4}}).includesPoint({kNaN, 1}));
+  for (const double undefined : {kNaN, kInf})
+    EXPECT_FALSE(Polygon2D({{0, 0}, {4, 0}, {4, undefined}}).includesPoint({1, 0}));
 }
 
 TEST(Polygon2D, EquivalenceIsExactAndOrdered) {
   const Polygon2D polygon({{0, 0}, {1, 0}, {1, 1}});
   EXPECT_TRUE(polygon.isEquivalent(Polygon2D({{0, 0}, {1, 0}, {1, 1}})));
-  EXPECT_TRUE(Polygon2D().isEquivalent(Polygon2D()));
-  for (const Points& other : {Points{{1, 0}, {1, 1}, {0, 0}}, Points{{0, 0}, {1, 0}}, Points{},
-                              Points{{0, 0}, {1, 0}, {1, std::nextafter(1.0, 2.0)}}})
+  for (const Points& other :
+       {Points{{1, 0}, {1, 1}, {0, 0}}, Points{{0, 0}, {1, 0}}, Points{{0, 0}, {1, 0}, {1, std::nextafter(1.0, 2.0)}}})
     EXPECT_FALSE(polygon.isEquivalent(Polygon2D(other)));
 }
 
