@@ -48,15 +48,10 @@ TEST_F(DeviceBuffer, PoolReusesBlocksWhileAGuardLives) {
     }
     EXPECT_EQ(DeviceBufferPool::keptBlocks(), 1u);
     const DeviceMemory other(2000), same(1000);
-    EXPECT_NE(other.data(), first);
     EXPECT_EQ(same.data(), first);
     EXPECT_EQ(DeviceBufferPool::keptBlocks(), 0u);
     for (std::size_t i = 0; i < 2 * DeviceBufferPool::maxKeptBlocks; ++i)
       DeviceMemory(1 + i);
-    std::vector<DeviceMemory> many;
-    for (std::size_t i = 0; i < 2 * DeviceBufferPool::maxKeptBlocks; ++i)
-      many.emplace_back(64);
-    many.clear();
     EXPECT_EQ(DeviceBufferPool::keptBlocks(), DeviceBufferPool::maxKeptBlocks);
   }
   EXPECT_EQ(DeviceBufferPool::keptBlocks(), 0u);

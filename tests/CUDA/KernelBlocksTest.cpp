@@ -2,33 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <array>
 
 namespace Kelvaris::CUDA {
-
-void PrintTo(const LaunchShape& s, std::ostream* out) {
-  *out << "grid (" << s.grid.x << ", " << s.grid.y << ", " << s.grid.z << ") block (" << s.block.x << ", " << s.block.y
-       << ", " << s.block.z << ")";
-}
-
 namespace {
-
-struct Case {
-  const char* what;
-  Dim3 extent;
-  Device device;
-  LaunchShape expected;
-};
 
 TEST(KernelBlocks, SearchFollowsItsRules) {
   const Device usual = Device::cpu();
-  const Case cases[] = {
-      {"up to a warp: one block of the extent", {4, 4, 1}, usual, {{1, 1, 1}, {4, 4, 1}}},
-      {"exactly a warp", {4, 4, 2}, usual, {{1, 1, 1}, {4, 4, 2}}},
-      {"one axis: only x grows, until no more blocks remain than a multiprocessor holds",
-       {1024, 1, 1},
-       usual,
-       {{16, 1, 1}, {64, 1, 1}}},
+  const struct {
+    const char* what;
+    Dim3 extent;
+    Device device;
+    LaunchShape expected;
+  } cases[] = {
+      {"up to a warp: one block of the extent", {4, 4, 2}, usual, {{1, 1, 1}, {4, 4, 2}}},
       {"just above a warp: the odd step rounds up and the grid covers more than the extent",
        {33, 1, 1},
        usual,
@@ -46,29 +33,24 @@ TEST(KernelBlocks, SearchFollowsItsRules) {
        Device::cpu(32, 1024, {1024, 1024, 4}),
        {{1, 1, 10}, {8, 1, 4}}},
   };
-  for (const Case& c : cases)
+  for (const auto& c : cases)
     EXPECT_EQ(Utils::kernelBlocks(c.extent, c.device), c.expected) << c.what;
+  EXPECT_THROW(Utils::kernelBlocks(Dim3{0, 4, 1}, usual), std::invalid_argument);
 }
 
 TEST(KernelBlocks, CoversEveryExtentWithinTheLimits) {
-  const Device device = Device::cpu();
-  for (const int x : {1, 2, 31, 97, 640, 4099})
-    for (const int y : {1, 3, 32, 251, 2048})
-      for (const int z : {1, 5, 16, 127}) {
-        const LaunchShape s = Utils::blockSizeForImage(Eigen::Vector3i(x, y, z), device);
-        EXPECT_LE(s.block.x * s.block.y * s.block.z, 1024);
-        EXPECT_LE(s.block.z, 64);
-        EXPECT_GE(s.grid.x * s.block.x, x);
-        EXPECT_GE(s.grid.y * s.block.y, y);
-        EXPECT_GE(s.grid.z * s.block.z, z);
-        EXPECT_LT((s.grid.x - 1) * s.block.x, x);
-        EXPECT_LT((s.grid.y - 1) * s.block.y, y);
-        EXPECT_LT((s.grid.z - 1) * s.block.z, z);
+  for (const int x : {1, 31, 97, 4099})
+    for (const int y : {1, 3, 251, 2048})
+      for (const int z : {1, 5, 127}) {
+        const auto [grid, block] = Utils::blockSizeForImage(Eigen::Vector3i(x, y, z), Device::cpu());
+        EXPECT_LE(block.x * block.y * block.z, 1024);
+        EXPECT_LE(block.z, 64);
+        for (const auto& [blocks, threads, extent] :
+             {std::array{grid.x, block.x, x}, std::array{grid.y, block.y, y}, std::array{grid.z, block.z, z}}) {
+          EXPECT_GE(blocks * threads, extent);
+          EXPECT_LT((blocks - 1) * threads, extent);
+        }
       }
-}
-
-TEST(KernelBlocks, RefusesEmptyExtents) {
-  EXPECT_THROW(Utils::kernelBlocks(Dim3{0, 4, 1}, Device::cpu()), std::invalid_argument);
 }
 
 } // namespace
