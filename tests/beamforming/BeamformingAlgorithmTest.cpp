@@ -25,7 +25,6 @@ namespace {
 
 using Kelvaris::Tests::ExpectedLog;
 using Tests::componentsOf;
-using Tests::divergingWaves;
 using Tests::focusedBeams;
 using Tests::noise;
 using Tests::planeWaves;
@@ -140,8 +139,8 @@ TEST_F(BeamformingAlgorithmTest, AScattererBeyondTheFocusIsBrightestAtItsPlace) 
         transmit.waveFiducial + beyond * (transmit.waveFiducial - transmit.waveStart).normalized();
     const double sent = (transmit.waveFiducial - transmit.timeZeroPoint).norm() + beyond;
     const auto elements = array.elementPositions();
-    const auto data = Kelvaris::Tests::imageOf(
-        Tests::emptyData(acquisition)->descriptor(), [&](int element, int sample, int event, int) {
+    const auto data =
+        Kelvaris::Tests::imageOf(Tests::dataDescriptor(acquisition), [&](int element, int sample, int event, int) {
           const double arrival = (sent + (scatterer - elements[static_cast<std::size_t>(element)]).norm()) / 1.54e6;
           const double t = (receive.startTime + sample / receive.samplingFrequency - arrival) / 1e-7;
           return event == beam ? std::exp(-t * t) : 0.0;

@@ -32,13 +32,6 @@ inline FrameAcquisition planeWaves(int events = 3, double angleRange = 0.3, cons
   return FrameAcquisition(array, p);
 }
 
-inline FrameAcquisition divergingWaves(int events, const Transducer& array) {
-  FrameParameters p = parameters(2);
-  p.divergingWave = {
-      .virtualSourceDistance = 8, .steeringAngleRange = 0.3, .numberApertures = 1, .numberEventsPerAperture = events};
-  return FrameAcquisition(array, p);
-}
-
 /// Parallel beams, focused at a depth of 6 mm.
 inline FrameAcquisition focusedBeams(int beams = 5, const Transducer& array = kSmallArray) {
   FrameParameters p = parameters(0);
@@ -46,22 +39,20 @@ inline FrameAcquisition focusedBeams(int beams = 5, const Transducer& array = kS
   return FrameAcquisition(array, p);
 }
 
-/// Channel data of the acquisition in the default layout, one row more than its recordings have samples; all zero.
-inline std::shared_ptr<MemImage> emptyData(const FrameAcquisition& acquisition, int pixelType = PixelFloat,
-                                           int components = 1) {
+/// Of channel data in the default layout, one row more than the acquisition's recordings have samples.
+inline ImageDescriptor dataDescriptor(const FrameAcquisition& acquisition, int pixelType = PixelFloat,
+                                      int components = 1) {
   const auto& receive = acquisition.events().front().receive;
-  const int samples =
-      static_cast<int>(std::ceil((receive.endTime - receive.startTime) * receive.samplingFrequency)) + 1;
-  return Kelvaris::Tests::imageOf({pixelType, acquisition.transducer().numElements(), samples,
-                                   static_cast<int>(acquisition.events().size()), components},
-                                  [](int, int, int, int) { return 0; });
+  const double samples = std::ceil((receive.endTime - receive.startTime) * receive.samplingFrequency) + 1;
+  return {pixelType, acquisition.transducer().numElements(), static_cast<int>(samples),
+          static_cast<int>(acquisition.events().size()), components};
 }
 
-/// The same with whole numbers from -1000 to 1000.
+/// Channel data of whole numbers from -1000 to 1000.
 inline std::shared_ptr<MemImage> noise(const FrameAcquisition& acquisition, int pixelType = PixelFloat,
                                        int components = 1) {
   std::mt19937 random(1);
-  return Kelvaris::Tests::imageOf(emptyData(acquisition, pixelType, components)->descriptor(),
+  return Kelvaris::Tests::imageOf(dataDescriptor(acquisition, pixelType, components),
                                   [&](int, int, int, int) { return static_cast<int>(random() % 2001) - 1000; });
 }
 

@@ -319,7 +319,7 @@ TEST_F(BeamformingPixel, ComplexProductsFollowTheAnnex) {
   } cases[] = {
       {"phase 0 turns nothing", {3, -4}, 0, true},
       {"both parts lost, recovered from the infinite factor", {inf, inf}, 0, true},
-      {"an infinite part beside NaN is recovered, too", {inf, nan}, 1.23e6f, true},
+      {"an infinite part beside NaN is recovered, too", {nan, -inf}, 1.23e6f, true},
       {"one NaN part is no value", {inf, 1}, 0, false},
       {"nor with an infinite sample: the recovered product has a NaN part", {inf, 1}, inf, false},
   };
