@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
@@ -26,6 +27,7 @@ void handOver(SharedImageSet& from, SharedImageSet& to) {
   to.components() = from.components();
   to.properties() = from.properties();
   to.setModality(from.modality());
+  to.setVolumetric(from.isVolumetric());
   to.setName(from.name());
   from.removeImages();
 }
@@ -42,7 +44,7 @@ std::string describeData(const SharedImageSet& set) {
   std::vector<std::string> ids;
   const auto collect = [&](const DataComponentList& components) {
     for (const auto& component : components)
-      ids.push_back(component->id());
+      if (std::find(ids.begin(), ids.end(), component->id()) == ids.end()) ids.push_back(component->id());
   };
   collect(set.components());
   if (set.size() > 0) collect(set.elementwiseComponents().components(0));

@@ -130,6 +130,7 @@ void run(const ImportOptions& options) {
   }
   SharedImageSet set;
   set.setModality(Data::Ultrasound);
+  set.setVolumetric(true);
   writer.close(set);
   if (progress.wasCanceled()) throw Canceled();
   writer.finish();

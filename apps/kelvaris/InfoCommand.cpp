@@ -142,7 +142,7 @@ void printImages(const KelvarisFile::Reader& reader, bool values) {
 void info(const InfoOptions& options) {
   PluginManager::get().loadAll();
   const KelvarisFile::Reader reader(options.file);
-  bool volumes = false;
+  bool volumes = reader.set().isVolumetric();
   for (int i = 0; i < reader.size(); ++i)
     volumes = volumes || reader.descriptor(i).slices() > 1;
   fmt::print("{}: {}, modality {}\n", options.file, kindText(reader.size(), volumes),

@@ -181,6 +181,10 @@ struct KelvarisFile::Reader::Impl {
         throw std::runtime_error(fmt::format("It has version {} of the format, only {} is known", version, kVersion));
       if (Hdf5::hasAttribute(file, "modality"))
         set.setModality(static_cast<Data::Modality>(Hdf5::readInteger(file, "modality")));
+      if (Hdf5::hasAttribute(file, "kind")) {
+        const long long kind = Hdf5::readInteger(file, "kind");
+        set.setVolumetric(kind == Data::OneVolume || kind == Data::Volumes);
+      }
       set.properties() = readProperties(file);
       set.components() = readComponents(file);
       images = checked(Handle(H5Gopen2(file, "images", H5P_DEFAULT), H5Gclose), "open the group /images");
@@ -315,17 +319,17 @@ struct KelvarisFile::Writer::Impl {
     volumes = volumes || d.slices() > 1;
   }
 
-  Data::Kind kind() const {
+  Data::Kind kind(bool isVolumetric) const {
     if (size == 0) return Data::UnknownKind;
-    if (size == 1) return volumes ? Data::OneVolume : Data::OneImage;
-    return volumes ? Data::Volumes : Data::Images;
+    if (size == 1) return volumes || isVolumetric ? Data::OneVolume : Data::OneImage;
+    return volumes || isVolumetric ? Data::Volumes : Data::Images;
   }
 
   void close(const SharedImageSet& set) {
     Hdf5::writeText(file, "format", kFormat);
     Hdf5::writeInteger(file, "version", kVersion);
     Hdf5::writeInteger(file, "modality", set.modality());
-    Hdf5::writeInteger(file, "kind", kind());
+    Hdf5::writeInteger(file, "kind", kind(set.isVolumetric()));
     if (!set.properties().empty()) Hdf5::writeText(file, "properties", PropertiesIO::toXml(set.properties()));
     if (!set.components().empty()) Hdf5::writeText(file, "components", DataComponentsIO::toXml(set.components()));
     if (!images.close() || H5Fflush(file, H5F_SCOPE_GLOBAL) < 0 || !file.close())

@@ -9,8 +9,8 @@ namespace Kelvaris {
 
 Data::Kind SharedImageSet::kind() const {
   if (m_images.empty()) return UnknownKind;
-  const bool volumes =
-      std::any_of(m_images.begin(), m_images.end(), [](const auto& image) { return image->descriptor().slices() > 1; });
+  const bool volumes = m_volumetric || std::any_of(m_images.begin(), m_images.end(),
+                                                   [](const auto& image) { return image->descriptor().slices() > 1; });
   if (m_images.size() == 1) return volumes ? OneVolume : OneImage;
   return volumes ? Volumes : Images;
 }
@@ -52,6 +52,7 @@ void SharedImageSet::cloneInto(SharedImageSet& copy, int option) const {
     throw std::invalid_argument(fmt::format("SharedImageSet::clone knows the options 1, 3 and 4, not {}", option));
   copy.setName(name());
   copy.m_modality = m_modality;
+  copy.m_volumetric = m_volumetric;
   copy.m_components = m_components;
   copy.m_properties = m_properties;
   if (option == 4) {

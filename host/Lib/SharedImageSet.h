@@ -29,6 +29,10 @@ public:
   Modality modality() const override { return m_modality; }
   void setModality(Modality modality) { m_modality = modality; }
 
+  /// True if images of one slice count as volumes, too: channel data are volumes, also with a single event.
+  bool isVolumetric() const { return m_volumetric; }
+  void setVolumetric(bool volumetric) { m_volumetric = volumetric; }
+
   int size() const { return static_cast<int>(m_images.size()); }
   /// Throws std::out_of_range.
   const SharedImage& get(int index) const { return *shared(index); }
@@ -51,8 +55,8 @@ public:
   Selection& selection() { return m_selection; }
   const Selection& selection() const { return m_selection; }
 
-  /// 1 and 3: the set-wide state (components, properties, modality, name), no images. 4: that and the same images,
-  /// shared, with their components and timestamps.
+  /// 1 and 3: the set-wide state (components, properties, modality, name, isVolumetric), no images. 4: that and the
+  /// same images, shared, with their components and timestamps.
   virtual std::unique_ptr<SharedImageSet> clone(int option) const;
 
 protected:
@@ -65,6 +69,7 @@ private:
   std::vector<std::shared_ptr<SharedImage>> m_images;
   std::vector<double> m_timestamps;
   Modality m_modality = UnknownModality;
+  bool m_volumetric = false;
   DataComponentList m_components;
   ElementwiseDataComponentList m_elementwise;
   Properties m_properties;

@@ -125,6 +125,7 @@ void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& da
   }
   if (results->size() == 0 || !stream()) return;
   results->setModality(images.modality());
+  results->setVolumetric(images.isVolumetric());
 
   auto output = std::make_shared<ImageStreamData>(std::move(results));
   output->setTimestampDevice(data->timestampDevice());

@@ -34,6 +34,7 @@ bool acceptsImages(const SharedImageSet& images) {
 
 void markTopDown(SharedImageSet& output) {
   output.properties().setParam("topDown", true);
+  output.setVolumetric(false); // slices are pictures from here on
 }
 
 const AlgorithmFrame kFrame{.className = kCategory,

@@ -75,6 +75,7 @@ void computeImages(const AlgorithmFrame& frame, const SequentialImageProcessor& 
     results->elementwiseComponents().add(imageComponents, i);
   }
   results->setModality(input->modality());
+  results->setVolumetric(input->isVolumetric());
   if (frame.finish) frame.finish(*results);
   output = std::move(results);
   status = Algorithm::Success;

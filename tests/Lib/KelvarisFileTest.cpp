@@ -86,6 +86,8 @@ TEST(KelvarisFile, KeepsEverythingThatDescribesTheImages) {
     return a.size() == 1 && b.size() == 1 && (*a.begin())->equals(**b.begin());
   };
   EXPECT_EQ(loaded->kind(), Data::Images);
+  set.setVolumetric(true);
+  EXPECT_EQ(roundTrip(set)->kind(), Data::Volumes) << "of one slice";
   EXPECT_EQ(loaded->modality(), Data::Ultrasound);
   EXPECT_TRUE(loaded->properties() == set.properties());
   EXPECT_TRUE(sameComponent(loaded->components(), set.components()));
