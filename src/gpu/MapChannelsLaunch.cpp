@@ -46,6 +46,13 @@ template <typename T> T* outputRow(const MapChannelsArguments& a, int c, int s, 
   return reinterpret_cast<T*>(CUDA::elementAddress(a.output, c, s, v));
 }
 
+/// target[i] = elements[places[i]].
+template <typename T> void gather(const T* elements, const unsigned* places, std::size_t count, T* target) {
+#pragma GCC unroll 8
+  for (std::size_t i = 0; i < count; ++i)
+    target[i] = elements[places[i]];
+}
+
 /// Elements in a vector register, and the side of the blocks that are transposed.
 template <typename T> constexpr int kBlock = static_cast<int>(16 / sizeof(T));
 
@@ -145,14 +152,15 @@ template <typename T> void mapChannelsFirst(const MapChannelsArguments& a) {
 #pragma omp parallel
   {
     std::vector<T> line(inputWidth + 1); // its last element is 0
-    std::vector<int> source(width);
+    std::vector<unsigned> source(width);
 #pragma omp for collapse(2) schedule(static)
     for (int v = 0; v < o.slices; ++v)
       for (int t = 0; t < sampleTiles; ++t) {
         bool isInOrder = o.width <= inputChannels(a);
         for (int c = 0; c < o.width; ++c) {
-          source[static_cast<std::size_t>(c)] = sourceChannel(a, c, v);
-          isInOrder = isInOrder && source[static_cast<std::size_t>(c)] == c;
+          const int channel = sourceChannel(a, c, v);
+          source[static_cast<std::size_t>(c)] = static_cast<unsigned>(channel);
+          isInOrder = isInOrder && channel == c;
         }
         const int end = std::min((t + 1) * kRowTile, o.height);
         for (int s = t * kRowTile; s < end; ++s) {
@@ -168,8 +176,7 @@ template <typename T> void mapChannelsFirst(const MapChannelsArguments& a) {
               __builtin_prefetch(next + byte);
           }
           std::memcpy(line.data(), samples, inputWidth * sizeof(T));
-          for (std::size_t c = 0; c < width; ++c)
-            target[c] = line[static_cast<std::size_t>(source[c])];
+          gather(line.data(), source.data(), width, target);
         }
       }
   }
@@ -186,12 +193,12 @@ template <typename T> void mapEventsFirst(const MapChannelsArguments& a) {
 
   // Where the elements of a row of the output stand among the lines of the input's channels, behind which there is one
   // of zeros.
-  std::vector<int> elements(width * static_cast<std::size_t>(o.slices));
+  std::vector<unsigned> elements(width * static_cast<std::size_t>(o.slices));
   std::vector<char> isUniform(static_cast<std::size_t>((o.slices - 1) / events + 1), 1);
   for (int v = 0; v < o.slices; ++v)
     for (std::size_t c = 0; c < width; ++c) {
       const std::size_t i = static_cast<std::size_t>(v) * width + c;
-      elements[i] = sourceChannel(a, static_cast<int>(c), v) * events + v % events;
+      elements[i] = static_cast<unsigned>(sourceChannel(a, static_cast<int>(c), v) * events + v % events);
       if (v % events > 0 && elements[i] != elements[i - width] + 1) isUniform[static_cast<std::size_t>(v / events)] = 0;
     }
 
@@ -203,7 +210,7 @@ template <typename T> void mapEventsFirst(const MapChannelsArguments& a) {
     for (int t = 0; t < rowTiles; ++t)
       for (int v0 = 0; v0 < o.slices; v0 += events) {
         const int count = std::min(events, o.slices - v0);
-        const int* const first = elements.data() + static_cast<std::size_t>(v0) * width;
+        const unsigned* const first = elements.data() + static_cast<std::size_t>(v0) * width;
         for (std::size_t c = 0; c < width; ++c)
           sources[c] = reinterpret_cast<const char*>(lines.data() + first[c]);
         for (int s = t * kEventRowTile; s < std::min((t + 1) * kEventRowTile, o.height); ++s) {
@@ -219,10 +226,7 @@ template <typename T> void mapEventsFirst(const MapChannelsArguments& a) {
             continue;
           }
           for (int i = 0; i < count; ++i) {
-            T* const target = outputRow<T>(a, 0, s, v0 + i);
-            const int* const element = first + static_cast<std::size_t>(i) * width;
-            for (std::size_t c = 0; c < width; ++c)
-              target[c] = lines[static_cast<std::size_t>(element[c])];
+            gather(lines.data(), first + static_cast<std::size_t>(i) * width, width, outputRow<T>(a, 0, s, v0 + i));
           }
         }
       }
