@@ -89,20 +89,11 @@ EnvelopeDetectionAlgorithm::EnvelopeDetectionAlgorithm(const SharedImageSet* inp
   registerParameter(&m_dynamicRange, &m_mutex);
   registerParameter(&m_referenceAmplitude, &m_mutex);
   registerParameter(&m_normalizeEnvelope, &m_mutex);
-  const auto setFrequencyAttributes = [](ParameterBase& parameter, const char* max) {
-    parameter.setAttribute("suffix", "MHz");
-    parameter.setAttribute("decimals", "3");
-    parameter.setAttribute("min", "0.01");
-    parameter.setAttribute("max", max);
-  };
   setFrequencyAttributes(m_samplingFrequency, "200");
   setFrequencyAttributes(m_demodulationFrequency, "50");
   m_decimationFactor.setAttribute("min", "1");
   m_decimationFactor.setAttribute("max", "20");
-  m_dynamicRange.setAttribute("suffix", "dB");
-  m_dynamicRange.setAttribute("decimals", "1");
-  m_dynamicRange.setAttribute("min", "5");
-  m_dynamicRange.setAttribute("max", "100");
+  setDynamicRangeAttributes(m_dynamicRange);
 }
 
 EnvelopeDetectionAlgorithm::~EnvelopeDetectionAlgorithm() = default;

@@ -90,10 +90,7 @@ LogCompressionAlgorithm::LogCompressionAlgorithm(const SharedImageSet* input) : 
   registerParameter(&m_dynamicRange, &m_mutex);
   registerParameter(&m_referenceAmplitude, &m_mutex);
   registerParameter(&m_normalizeEnvelope, &m_mutex);
-  m_dynamicRange.setAttribute("suffix", "dB");
-  m_dynamicRange.setAttribute("decimals", "1");
-  m_dynamicRange.setAttribute("min", "5");
-  m_dynamicRange.setAttribute("max", "100");
+  setDynamicRangeAttributes(m_dynamicRange);
 }
 
 bool LogCompressionAlgorithm::createCompatible(const DataList& data, Algorithm** out) {

@@ -81,6 +81,20 @@ void computeImages(const AlgorithmFrame& frame, const SequentialImageProcessor& 
   status = Algorithm::Success;
 }
 
+void setFrequencyAttributes(ParameterBase& parameter, const char* max) {
+  parameter.setAttribute("suffix", "MHz");
+  parameter.setAttribute("decimals", "3");
+  parameter.setAttribute("min", "0.01");
+  parameter.setAttribute("max", max);
+}
+
+void setDynamicRangeAttributes(ParameterBase& parameter) {
+  parameter.setAttribute("suffix", "dB");
+  parameter.setAttribute("decimals", "1");
+  parameter.setAttribute("min", "5");
+  parameter.setAttribute("max", "100");
+}
+
 OwningDataList takeImages(std::unique_ptr<SharedImageSet>& output) {
   OwningDataList list;
   if (output) list.add(std::move(output));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Core/Parameter.h"
 #include "Lib/Algorithm.h"
 #include "Lib/SharedImageSet.h"
 #include "Stream/ImageStream.h"
@@ -76,6 +77,11 @@ bool createCompatibleAlgorithm(const AlgorithmFrame& frame, const DataList& data
 /// error.
 void computeImages(const AlgorithmFrame& frame, const SequentialImageProcessor& processor, const SharedImageSet* input,
                    Progress* progress, int& status, std::unique_ptr<SharedImageSet>& output);
+
+/// Hints for forms, the same in all algorithms: of a frequency in MHz, from 0.01 to `max`, and of a dynamic range in
+/// dB.
+void setFrequencyAttributes(ParameterBase& parameter, const char* max);
+void setDynamicRangeAttributes(ParameterBase& parameter);
 
 /// takeOutput() of the frame: hands over the output and leaves null; empty without output.
 OwningDataList takeImages(std::unique_ptr<SharedImageSet>& output);

@@ -51,12 +51,8 @@ ChannelDataFilterAlgorithm::ChannelDataFilterAlgorithm(const SharedImageSet* inp
                                                                         &m_cutoffFrequencyUpper, &m_filterLength})
     registerParameter(parameter, &m_impl->mutex);
   m_filterType.setAttribute("values", "Lowpass,Highpass,Bandpass");
-  for (ParameterBase* cutoff : {&m_cutoffFrequencyLower, &m_cutoffFrequencyUpper}) {
-    cutoff->setAttribute("suffix", "MHz");
-    cutoff->setAttribute("decimals", "3");
-    cutoff->setAttribute("min", "0.01");
-    cutoff->setAttribute("max", "50");
-  }
+  setFrequencyAttributes(m_cutoffFrequencyLower, "50");
+  setFrequencyAttributes(m_cutoffFrequencyUpper, "50");
   const double pulseFrequency = getDataPulseFrequency(*input) / kHertzPerMegahertz;
   m_cutoffFrequencyLower = pulseFrequency * kLowerPerPulseFrequency;
   m_cutoffFrequencyUpper = pulseFrequency * kUpperPerPulseFrequency;

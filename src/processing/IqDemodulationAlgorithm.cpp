@@ -51,12 +51,6 @@ IqDemodulationAlgorithm::IqDemodulationAlgorithm(const SharedImageSet* input)
   registerParameter(&m_samplingFrequency, &m_impl->mutex);
   registerParameter(&m_demodulationFrequency, &m_impl->mutex);
   registerParameter(&m_decimationFactor, &m_impl->mutex);
-  const auto setFrequencyAttributes = [](ParameterBase& parameter, const char* max) {
-    parameter.setAttribute("suffix", "MHz");
-    parameter.setAttribute("decimals", "3");
-    parameter.setAttribute("min", "0.01");
-    parameter.setAttribute("max", max);
-  };
   setFrequencyAttributes(m_samplingFrequency, "200");
   setFrequencyAttributes(m_demodulationFrequency, "50");
   m_decimationFactor.setAttribute("min", "1");
