@@ -6,6 +6,7 @@
 #include "GL/Check.h"
 #include "GL/ContextManager.h"
 #include "GL/GlImage.h"
+#include "GL/ShaderStorageBuffer.h"
 
 #include <epoxy/gl.h>
 #include <fmt/format.h>
@@ -273,6 +274,7 @@ void Program::disable() {
   KELVARIS_GL_CHECKED(glUseProgram(0));
   unbindImages();
   unbindTextures();
+  unbindStorageBuffers();
 }
 
 int Program::uniformLocation(const std::string& name) {
@@ -363,6 +365,24 @@ void Program::unbindTextures() {
     glDeleteSamplers(1, &m_boundTextures[unit].sampler);
   }
   m_boundTextures.clear();
+}
+
+void Program::bindStorageBuffer(const std::string& name, const ShaderStorageBuffer& buffer) {
+  requireBuilt();
+  const GLuint block = KELVARIS_GL_CHECKED(glGetProgramResourceIndex(m_program, GL_SHADER_STORAGE_BLOCK, name.c_str()));
+  if (block == GL_INVALID_INDEX) throw Error(fmt::format("the shader {} uses no storage buffer \"{}\"", m_name, name));
+  const auto bound = std::find(m_boundBuffers.begin(), m_boundBuffers.end(), name);
+  const auto point = static_cast<GLuint>(bound - m_boundBuffers.begin());
+  if (bound == m_boundBuffers.end()) m_boundBuffers.push_back(name);
+  KELVARIS_GL_CHECKED(glShaderStorageBlockBinding(m_program, block, point));
+  KELVARIS_GL_CHECKED(glBindBufferBase(GL_SHADER_STORAGE_BUFFER, point, buffer.buffer()));
+}
+
+void Program::unbindStorageBuffers() {
+  requireContext();
+  for (std::size_t point = 0; point < m_boundBuffers.size(); ++point)
+    KELVARIS_GL_CHECKED(glBindBufferBase(GL_SHADER_STORAGE_BUFFER, static_cast<GLuint>(point), 0));
+  m_boundBuffers.clear();
 }
 
 void Program::dispatchCompute(int groupsX, int groupsY, int groupsZ) {

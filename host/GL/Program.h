@@ -15,6 +15,7 @@ class GlImage;
 namespace Kelvaris::GL {
 
 class AbstractInclude;
+class ShaderStorageBuffer;
 
 /// When a shader is compiled: at once, or as soon as its abstract includes have definitions, at the latest at its first
 /// use.
@@ -71,7 +72,8 @@ public:
   /// anew.
   void addDefine(const std::string& line);
 
-  /// Makes this the program in use; disable() makes it none, and lets go of the textures and images bound to it.
+  /// Makes this the program in use; disable() makes it none, and lets go of the textures, images and buffers bound to
+  /// it.
   void enable();
   void disable();
 
@@ -90,6 +92,10 @@ public:
   /// Binds the image's texture to the sampler uniform `name` (sampler2D, or sampler2DArray for several slices) until
   /// disable().
   void bindTexture(const std::string& name, const GlImage& image, const Sampling& sampling = {});
+
+  /// Binds the buffer to the shader's storage block `name`.
+  void bindStorageBuffer(const std::string& name, const ShaderStorageBuffer& buffer);
+  void unbindStorageBuffers();
 
   /// Runs groupsX x groupsY x groupsZ work groups of the enabled program.
   void dispatchCompute(int groupsX, int groupsY, int groupsZ);
@@ -139,6 +145,7 @@ private:
   bool m_enabled = false;
   std::vector<std::string> m_boundImages;    ///< the index is the image unit
   std::vector<BoundTexture> m_boundTextures; ///< the index is the texture unit
+  std::vector<std::string> m_boundBuffers;   ///< the index is the storage buffer's binding point
 };
 
 } // namespace Kelvaris::GL
