@@ -9,8 +9,18 @@ ImageStreamData::ImageStreamData(std::shared_ptr<const SharedImageSet> images) :
   if (!m_images) throw std::invalid_argument("ImageStreamData needs an image set, which may be empty; got null");
 }
 
+bool ImageStreamData::containsGlImage() const {
+  for (int i = 0; i < size(); ++i)
+    if (m_images->get(i).hasForm(ImageForm::Gl) && !m_images->get(i).hasForm(ImageForm::Mem)) return true;
+  return false;
+}
+
 ImageStream::ImageStream(std::string name) : Stream(std::move(name)) {
   setKind(ImageStreamKind);
+}
+
+ImageStream::~ImageStream() {
+  closeAsync().wait();
 }
 
 } // namespace Kelvaris

@@ -72,8 +72,8 @@ protected:
     for (const int width : widths)
       images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(width, 1)), 100.0 + width);
     auto data = std::make_shared<ImageStreamData>(images);
-    data->setTimestampArrival(5.0);
-    data->setTimestampDevice(4.0);
+    data->setTimestampArrival(5);
+    data->setTimestampDevice(4);
     input.dataSignal.emitSignal(data);
   }
 
@@ -102,8 +102,8 @@ TEST_F(StreamAlgorithmExecutorTest, WorksOnTheFirstImageOrOnEveryOneThatCanBePro
   ASSERT_EQ(received[1]->images()->size(), 2) << "without the refused and the failed one";
   EXPECT_EQ(received[1]->images()->timestamp(1), 103.0);
   EXPECT_EQ(received[1]->images()->modality(), Data::Ultrasound);
-  EXPECT_EQ(received[1]->timestampArrival(), 5.0);
-  EXPECT_EQ(received[1]->timestampDevice(), 4.0);
+  EXPECT_EQ(received[1]->timestampArrival(), 5u);
+  EXPECT_EQ(received[1]->timestampDevice(), 4u);
 }
 
 TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {

@@ -1,0 +1,382 @@
+#include "Stream/Stream.h"
+
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <random>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace Kelvaris {
+namespace {
+
+using State = Stream::State;
+using Continuation = Stream::Continuation;
+using Clock = Continuation::Clock;
+
+/// Records what its worker thread is asked to do. Answers and beats are set before the first command.
+class RecordingStream : public Stream {
+public:
+  RecordingStream() : Stream("probe") {
+    stateChanged.connect([this](State state) {
+      {
+        const std::scoped_lock lock(m_mutex);
+        m_states.push_back(state);
+      }
+      m_changed.notify_all();
+    });
+  }
+  ~RecordingStream() override { closeAsync().wait(); }
+
+  bool supportsPausing() const override { return pausable; }
+  bool worksWhilePaused() const override { return restless; }
+
+  std::string calls() const {
+    const std::scoped_lock lock(m_mutex);
+    return m_calls;
+  }
+  void clearCalls() {
+    const std::scoped_lock lock(m_mutex);
+    m_calls.clear();
+  }
+  std::vector<State> states() const {
+    const std::scoped_lock lock(m_mutex);
+    return m_states;
+  }
+  std::vector<Clock::time_point> beats() const {
+    const std::scoped_lock lock(m_mutex);
+    return m_beats;
+  }
+  void waitForBeats(std::size_t count) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [&] { return m_beats.size() >= count; });
+  }
+
+  void waitForStates(std::size_t count) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [&] { return m_states.size() >= count; });
+  }
+
+  bool pausable = true;
+  bool restless = false;
+  std::function<bool(const std::string& impl)> answer = [](const std::string&) { return true; };
+  std::function<Continuation()> beat = [] { return Continuation::never(); };
+
+protected:
+  bool openImpl() override { return record("open"); }
+  bool closeImpl() override { return record("close"); }
+  bool startImpl() override { return record("start"); }
+  bool stopImpl() override { return record("stop"); }
+  bool pauseImpl() override { return record("pause"); }
+  bool resumeImpl() override { return record("resume"); }
+  Continuation doWork() override {
+    {
+      const std::scoped_lock lock(m_mutex);
+      m_beats.push_back(Clock::now());
+    }
+    m_changed.notify_all();
+    return beat();
+  }
+
+private:
+  bool record(const std::string& impl) {
+    {
+      const std::scoped_lock lock(m_mutex);
+      m_calls += (m_calls.empty() ? "" : " ") + impl;
+    }
+    return answer(impl);
+  }
+
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::string m_calls;
+  std::vector<State> m_states;
+  std::vector<Clock::time_point> m_beats;
+};
+
+using States = std::vector<State>;
+using Command = std::shared_future<bool> (Stream::*)();
+constexpr Command kOpen = &Stream::openAsync, kClose = &Stream::closeAsync, kStart = &Stream::startAsync,
+                  kStop = &Stream::stopAsync, kPause = &Stream::pauseAsync, kResume = &Stream::resumeAsync;
+
+TEST(StreamTest, EveryCommandInEveryState) {
+  const struct {
+    State before;
+    const char* name;
+    Command command;
+    const char* calls;
+    State after;
+    const char* refusal; // null: true
+  } cases[] = {
+      {State::Closed, "open", kOpen, "open", State::Open, nullptr},
+      {State::Closed, "close", kClose, "", State::Closed, nullptr},
+      {State::Closed, "start", kStart, "", State::Closed, "can't start: it is closed"},
+      {State::Closed, "stop", kStop, "", State::Closed, "can't stop: it is closed"},
+      {State::Closed, "pause", kPause, "", State::Closed, "can't pause: it isn't running"},
+      {State::Closed, "resume", kResume, "", State::Closed, "can't resume: it isn't paused"},
+      {State::Open, "open", kOpen, "", State::Open, nullptr},
+      {State::Open, "close", kClose, "close", State::Closed, nullptr},
+      {State::Open, "start", kStart, "start", State::Running, nullptr},
+      {State::Open, "stop", kStop, "", State::Open, nullptr},
+      {State::Open, "pause", kPause, "", State::Open, "can't pause: it isn't running"},
+      {State::Open, "resume", kResume, "", State::Open, "can't resume: it isn't paused"},
+      {State::Running, "open", kOpen, "", State::Running, nullptr},
+      {State::Running, "close", kClose, "stop close", State::Closed, nullptr},
+      {State::Running, "start", kStart, "", State::Running, nullptr},
+      {State::Running, "stop", kStop, "stop", State::Open, nullptr},
+      {State::Running, "pause", kPause, "pause", State::Paused, nullptr},
+      {State::Running, "resume", kResume, "", State::Running, nullptr},
+      {State::Paused, "open", kOpen, "", State::Paused, nullptr},
+      {State::Paused, "close", kClose, "stop close", State::Closed, nullptr},
+      {State::Paused, "start", kStart, "resume", State::Running, nullptr},
+      {State::Paused, "stop", kStop, "stop", State::Open, nullptr},
+      {State::Paused, "pause", kPause, "", State::Paused, nullptr},
+      {State::Paused, "resume", kResume, "resume", State::Running, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::to_string(static_cast<int>(c.before)) + " " + c.name);
+    // As asked, with an Impl that answers false, and with one that throws.
+    for (const std::string refuses : {"", "false", "throw"}) {
+      SCOPED_TRACE(refuses);
+      RecordingStream stream;
+      std::atomic<bool> obedient = true;
+      stream.answer = [&](const std::string&) {
+        if (!obedient && refuses == "throw") throw std::runtime_error("broken cable");
+        return obedient.load();
+      };
+      if (c.before != State::Closed) stream.openAsync().wait();
+      if (c.before == State::Running || c.before == State::Paused) stream.startAsync().wait();
+      if (c.before == State::Paused) stream.pauseAsync().wait();
+      ASSERT_EQ(stream.state(), c.before);
+      stream.clearCalls();
+
+      obedient = refuses.empty();
+      const Tests::ExpectedLog log;
+      const std::shared_future<bool> result = (stream.*c.command)();
+      result.wait();
+      const bool hasImpl = *c.calls != '\0';
+      EXPECT_EQ(stream.calls(), c.calls);
+      if (hasImpl && refuses == "throw")
+        EXPECT_THROW(result.get(), std::runtime_error);
+      else
+        EXPECT_EQ(result.get(), !c.refusal && (!hasImpl || refuses.empty()));
+      const bool isObeyed = refuses.empty() || c.command == kClose; // closing can't be refused
+      EXPECT_EQ(stream.state(), isObeyed ? c.after : c.before);
+      if (c.refusal)
+        EXPECT_EQ(log.messages(), std::vector<std::string>{std::string("3 Stream: The stream \"probe\" ") + c.refusal});
+      else
+        EXPECT_TRUE(log.messages().empty());
+      obedient = true;
+    }
+  }
+}
+
+TEST(StreamTest, CommandsFollowOneAnotherAndEachTransitionIsTold) {
+  RecordingStream stream;
+  for (int i = 0; i < 2; ++i) { // closing ends the worker thread, opening again starts another
+    for (const Command command : {kOpen, kStart, kPause, kResume, kStop, kStart})
+      (stream.*command)();
+    EXPECT_TRUE(stream.closeAsync().get());
+  }
+  EXPECT_EQ(stream.calls(),
+            "open start pause resume stop start stop close open start pause resume stop start stop close");
+  const States once = {State::Open, State::Running, State::Paused, State::Running,
+                       State::Open, State::Running, State::Open,   State::Closed};
+  States twice = once;
+  twice.insert(twice.end(), once.begin(), once.end());
+  EXPECT_EQ(stream.states(), twice);
+}
+
+TEST(StreamTest, PausesOnlyWhereThatIsSupported) {
+  RecordingStream stream;
+  stream.pausable = false;
+  stream.openAsync();
+  stream.startAsync().wait();
+  const Tests::ExpectedLog log;
+  EXPECT_FALSE(stream.pauseAsync().get());
+  EXPECT_EQ(stream.state(), State::Running);
+  EXPECT_TRUE(log.contains("The stream \"probe\" can't pause: it doesn't support pausing"));
+}
+
+TEST(StreamTest, BeatsAreNeverEarlyAndPastOnesFollowAtOnce) {
+  constexpr std::size_t kBeats = 40;
+  RecordingStream stream;
+  std::vector<Clock::time_point> due; // of the worker thread until the stream is closed
+  stream.beat = [&] {
+    // Every third one is an hour late already.
+    due.push_back(Clock::now() +
+                  (due.size() % 3 == 2 ? Clock::duration(std::chrono::hours(-1)) : std::chrono::microseconds(300)));
+    return due.size() < kBeats ? Continuation::at(due.back()) : Continuation::never();
+  };
+  stream.openAsync();
+  stream.startAsync();
+  stream.waitForBeats(kBeats);
+  stream.closeAsync().wait();
+  const auto beats = stream.beats();
+  ASSERT_EQ(beats.size(), kBeats) << "never means never";
+  for (std::size_t i = 1; i < kBeats; ++i)
+    EXPECT_GE(beats[i], due[i - 1]) << i;
+}
+
+TEST(StreamTest, StartAndResumeBeatAtOnceWhateverWasAskedBefore) {
+  RecordingStream stream;
+  stream.beat = [] { return Continuation::at(Clock::now() + std::chrono::hours(1)); };
+  stream.openAsync();
+  std::size_t beats = 0;
+  for (const auto& [command, back] : {std::pair(kStart, kStop), std::pair(kStart, kPause), std::pair(kResume, kStop)}) {
+    (stream.*command)();
+    stream.waitForBeats(++beats);
+    EXPECT_TRUE((stream.*back)().get()) << "the command wakes the waiting worker";
+  }
+  EXPECT_EQ(stream.beats().size(), beats);
+}
+
+TEST(StreamTest, CommandsGetThroughBetweenBeatsThatAreAllLate) {
+  for (const bool restless : {false, true}) {
+    RecordingStream stream;
+    stream.restless = restless;
+    stream.beat = [] { return Continuation::now(); };
+    stream.openAsync();
+    stream.startAsync();
+    stream.waitForBeats(3);
+    EXPECT_TRUE(stream.pauseAsync().get());
+    const std::size_t beats = stream.beats().size();
+    if (restless) stream.waitForBeats(beats + 3);
+    EXPECT_TRUE(stream.resumeAsync().get());
+    stream.waitForBeats(beats + 1);
+  } // ends while it runs
+}
+
+TEST(StreamTest, AnErrorInABeatIsLoggedAndStopsTheStream) {
+  for (const bool stopFails : {false, true}) {
+    RecordingStream stream;
+    std::atomic<bool> broken = true;
+    stream.beat = [&]() -> Continuation {
+      if (broken) throw std::runtime_error("no signal");
+      return Continuation::never();
+    };
+    stream.answer = [&](const std::string& impl) {
+      if (impl == "stop" && broken && stopFails) throw std::runtime_error("broken cable");
+      return true;
+    };
+    const Tests::ExpectedLog log;
+    stream.openAsync();
+    stream.startAsync();
+    stream.waitForStates(3);
+    EXPECT_EQ(stream.states(), (States{State::Open, State::Running, State::Open}));
+    EXPECT_EQ(stream.calls(), "open start stop");
+    std::vector<std::string> messages = {"4 Stream: The stream \"probe\" stops after an error: no signal"};
+    if (stopFails) messages.emplace_back("4 Stream: The stream \"probe\" failed to stop: broken cable");
+    EXPECT_EQ(log.messages(), messages);
+
+    broken = false;
+    EXPECT_TRUE(stream.startAsync().get());
+    stream.waitForBeats(2);
+  }
+}
+
+TEST(StreamTest, SlotsMayGiveCommandsAndWaitForThem) {
+  const struct {
+    std::vector<Command> commands;
+    State after;
+    std::size_t beats;
+  } cases[] = {
+      {{kStop}, State::Open, 1},         {{kClose}, State::Closed, 1},         {{kPause}, State::Paused, 1},
+      {{kClose, kOpen}, State::Open, 1}, {{kStop, kStart}, State::Running, 2}, {{kPause, kResume}, State::Running, 2}};
+  for (const auto& c : cases) {
+    RecordingStream stream;
+    boost::signals2::scoped_connection once;
+    std::promise<bool> done;
+    once = stream.dataSignal.connect([&](const std::shared_ptr<const StreamData>&) {
+      once.disconnect();
+      bool ok = true;
+      for (const Command command : c.commands)
+        ok = (stream.*command)().get() && ok;
+      done.set_value(ok);
+    });
+    stream.beat = [&] {
+      stream.dataSignal.emitSignal(std::make_shared<StreamData>());
+      return Continuation::never();
+    };
+    stream.openAsync();
+    stream.startAsync();
+    EXPECT_TRUE(done.get_future().get());
+    EXPECT_EQ(stream.state(), c.after);
+    stream.waitForBeats(c.beats);
+    stream.closeAsync().wait();
+    EXPECT_EQ(stream.beats().size(), c.beats);
+  }
+}
+
+TEST(StreamTest, TellsOfItsEndOnceAndAfterTheLastBeat) {
+  for (const bool running : {false, true}) {
+    int ends = 0;
+    std::atomic<bool> beating = false;
+    {
+      RecordingStream stream;
+      stream.closedSignal.connect([&] {
+        ++ends;
+        EXPECT_FALSE(beating);
+      });
+      stream.beat = [&] {
+        beating = true;
+        std::this_thread::yield();
+        beating = false;
+        return Continuation::now();
+      };
+      if (running) {
+        stream.openAsync();
+        stream.startAsync();
+        stream.waitForBeats(1);
+      }
+    }
+    EXPECT_EQ(ends, 1);
+  }
+}
+
+TEST(StreamTest, RandomCommandsFromSeveralThreadsKeepTheOrderOfTheImpls) {
+  const Tests::ExpectedLog log;
+  Log::setConsoleLevel(Log::Error);
+  RecordingStream stream;
+  stream.beat = [] { return Continuation::at(Clock::now() + std::chrono::microseconds(50)); };
+  std::vector<std::thread> threads;
+  for (unsigned seed = 1; seed <= 4; ++seed)
+    threads.emplace_back([&stream, seed] {
+      constexpr Command kCommands[] = {kOpen, kStart, kPause, kResume, kStop, kStart, kClose};
+      std::minstd_rand random(seed);
+      for (int i = 0; i < 300; ++i) {
+        const auto result = (stream.*kCommands[random() % std::size(kCommands)])();
+        if (random() % 4 == 0) result.wait();
+        stream.setKind(random() % 2 == 0 ? Data::ImageStreamKind : Data::VolumeStreamKind);
+        EXPECT_NE(stream.kind(), Data::OtherStreamKind);
+      }
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+  stream.closeAsync().wait();
+  EXPECT_EQ(stream.state(), State::Closed);
+
+  // Which Impls may follow an Impl.
+  const std::map<std::string, std::set<std::string>> followers = {
+      {"open", {"start", "close"}},  {"start", {"pause", "stop"}}, {"pause", {"resume", "stop"}},
+      {"resume", {"pause", "stop"}}, {"stop", {"start", "close"}}, {"close", {"open"}}};
+  std::istringstream calls(stream.calls());
+  std::string last = "close";
+  for (std::string call; calls >> call; last = call)
+    ASSERT_TRUE(followers.at(last).contains(call)) << call << " after " << last;
+  EXPECT_EQ(last, "close");
+}
+
+} // namespace
+} // namespace Kelvaris
