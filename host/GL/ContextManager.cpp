@@ -2,6 +2,7 @@
 
 #include "Core/Log.h"
 #include "GL/Check.h"
+#include "GL/Context.h"
 
 #include <dlfcn.h>
 #include <epoxy/egl.h>
@@ -182,6 +183,15 @@ bool ContextManager::isSoftware() {
 
 bool ContextManager::hasCurrent() {
   return t_current != EGL_NO_CONTEXT;
+}
+
+std::unique_ptr<Context> ContextManager::createContext() {
+  return std::make_unique<Context>();
+}
+
+void ContextManager::runWithOpenGL(const std::function<void()>& f) {
+  const ActivationGuard guard;
+  f();
 }
 
 ContextManager::ActivationGuard::ActivationGuard() {

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
 namespace Kelvaris::GL {
+
+class Context;
 
 /// The process's OpenGL contexts: core profile 4.5, made through EGL without a window (surfaceless platform, else the
 /// default display), all shared with one another, so that textures and programs made under one are usable under all.
@@ -37,6 +40,13 @@ public:
   bool isSoftware();
   /// True if one of these contexts is current on the calling thread.
   static bool hasCurrent();
+
+  /// A context for the calling thread, current from now on for as long as it lives: for threads that work with OpenGL
+  /// again and again. Throws GL::Error with the reason if none can be had, or if the thread has one already.
+  std::unique_ptr<Context> createContext();
+  /// Calls `f` on the calling thread, with a context current there: the present one, or one taken for the call, as by a
+  /// guard. Throws GL::Error if none can be had, and what `f` throws.
+  void runWithOpenGL(const std::function<void()>& f);
 
 private:
   struct Impl;

@@ -106,6 +106,11 @@ void finish() {
   KELVARIS_GL_CHECKED(glFinish());
 }
 
+void flush() {
+  requireContext();
+  KELVARIS_GL_CHECKED(glFlush());
+}
+
 std::optional<std::string> Program::resourceText(const std::string& resource) {
   const std::optional<ByteBuffer> text = Resource::query(resource);
   if (text) return std::string(text->text());

@@ -31,6 +31,8 @@ inline constexpr unsigned kAllBarriers = 0xFFFFFFFF; ///< GL_ALL_BARRIER_BITS
 void memoryBarrier(unsigned barriers);
 /// Waits until all work issued in the calling thread's context is complete and visible to every other context.
 void finish();
+/// Has all work issued in the calling thread's context done in the background, so that others can wait for it.
+void flush();
 
 /// How a sampler reads between texel centres and outside of the texture.
 struct Sampling {
