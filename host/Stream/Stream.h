@@ -92,7 +92,7 @@ public:
   /// If true, doWork() is called while the stream is paused, too.
   virtual bool worksWhilePaused() const { return false; }
 
-  /// Emitted for every piece of data, on the thread that made it. Slots must not throw.
+  /// Emitted for every piece of data, on the thread that made it. Slots must not throw, nor delete the stream.
   SignalImpl<const std::shared_ptr<const StreamData>&> dataSignal;
   /// Emitted with the new state after each transition, on the worker thread.
   SignalImpl<State> stateChanged;

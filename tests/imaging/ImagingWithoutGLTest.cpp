@@ -1,11 +1,14 @@
 #include "imaging/ScanConversionCases.h"
 
+#include "GL/Check.h"
 #include "GL/ContextManager.h"
+#include "Stream/ImageStream.h"
 #include "US/GeometryCases.h"
 #include "beamforming/FramePositions.h"
 #include "beamforming/SamplingPositionMap.h"
 #include "imaging/EnvelopeDetectionAlgorithm.h"
 #include "model/BeamformingRois.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
 
@@ -45,6 +48,13 @@ TEST_F(WithoutGL, ScanConversionFailsWithTheReason) {
   EXPECT_TRUE(algorithm.takeOutput().empty());
   EXPECT_EQ(convert(images.get(0), geometryOf(images.components())).first, nullptr);
   EXPECT_EQ(log.messages(), (std::vector<std::string>{reason, reason}));
+}
+
+TEST_F(WithoutGL, ImageStreamsDontOpen) {
+  ImageStream stream("probe");
+  const auto opened = stream.openAsync();
+  EXPECT_EQ(Kelvaris::Tests::errorOf<GL::Error>([&] { opened.get(); }), GL::ContextManager::get().unavailableReason());
+  EXPECT_EQ(stream.state(), Stream::State::Closed);
 }
 
 TEST_F(WithoutGL, EnvelopesOfIqImagesWorkAndThoseOfRealOnesSayWhyNot) {
