@@ -12,20 +12,30 @@ namespace {
 
 constexpr const char* kCategory = "StreamAlgorithmExecutor";
 
-std::unique_ptr<ImageStream> makeOutput(const ImageStream& input) {
-  auto output = std::make_unique<ImageStream>(input.name());
-  output->setKind(input.kind());
-  output->setModality(input.modality());
-  return output;
-}
+/// Like its input to look at. Its own worker has nothing to do.
+class Output : public ImageStream {
+public:
+  explicit Output(const ImageStream& input) : ImageStream(input.name()), m_topDown(input.topDown()) {
+    setKind(input.kind());
+    setModality(input.modality());
+  }
+  ~Output() override { closeAsync().wait(); }
+  bool workerThreadRequiresOpenGl() const override { return false; }
+  bool topDown() const override { return m_topDown; }
+
+private:
+  bool m_topDown;
+};
 
 } // namespace
 
 StreamAlgorithmExecutor::StreamAlgorithmExecutor(ImageStream& input, std::unique_ptr<Algorithm> algorithm)
-    : StreamAlgorithm(makeOutput(input)), m_input(input) {
+    : StreamAlgorithm(std::make_unique<Output>(input)), m_input(&input), m_inputName(input.name()) {
   registerParameter(&autoStart);
   registerParameter(&mode, &m_mutex);
   if (algorithm) setAlgorithm(std::move(algorithm));
+  m_inputClosedConnection = input.closedSignal.connect([this] { m_input = nullptr; });
+  m_outputClosedConnection = stream()->closedSignal.connect([this] { m_inputConnection.disconnect(); });
   m_autoStartConnection = autoStart.changed.connect([this] {
     if (autoStart)
       listen();
@@ -36,14 +46,15 @@ StreamAlgorithmExecutor::StreamAlgorithmExecutor(ImageStream& input, std::unique
 }
 
 void StreamAlgorithmExecutor::listen() {
-  if (!m_inputConnection.connected())
+  if (m_input && !m_inputConnection.connected())
     m_inputConnection =
-        m_input.dataSignal.connect([this](const std::shared_ptr<const StreamData>& data) { onData(data); });
+        m_input->dataSignal.connectBlocking([this](const std::shared_ptr<const StreamData>& data) { onData(data); });
 }
 
 void StreamAlgorithmExecutor::setStreamAlgorithmName(const std::string& name) {
   const std::scoped_lock lock(m_mutex);
   m_name = name;
+  m_hasComplained = false;
 }
 
 std::string StreamAlgorithmExecutor::streamAlgorithmName() const {
@@ -65,6 +76,11 @@ void StreamAlgorithmExecutor::compute() {
       return;
     }
   }
+  if (!m_input) {
+    Log::error(kCategory, "The input stream \"{}\" is gone", m_inputName);
+    m_status = IncompleteInput;
+    return;
+  }
   listen();
   m_status = Success;
 }
@@ -80,57 +96,60 @@ void StreamAlgorithmExecutor::setAlgorithm(std::unique_ptr<Algorithm> algorithm)
 }
 
 void StreamAlgorithmExecutor::instantiateAlgorithm(const SharedImageSet& images) {
-  const auto named = FactoryRegistry::get().descriptorsNamed(m_name);
-  m_example = images.clone(4);
-  // An entry for streams alone may have the name too.
-  std::unique_ptr<Algorithm> algorithm;
-  for (auto descriptor = named.begin(); descriptor != named.end() && !algorithm; ++descriptor)
-    algorithm = descriptor->create({m_example.get()});
-  if (algorithm)
-    setAlgorithm(std::move(algorithm));
-  else
-    Log::error(kCategory, "Could not create the algorithm \"{}\": {}", m_name,
-               named.empty() ? "no factory has one of this name" : "it doesn't work on the images of this stream");
-  if (m_processor) return;
+  std::string reason;
+  try {
+    const auto named = FactoryRegistry::get().descriptorsNamed(m_name);
+    m_example = images.clone(4);
+    // An entry for streams alone may have the name too.
+    std::unique_ptr<Algorithm> algorithm;
+    for (auto descriptor = named.begin(); descriptor != named.end() && !algorithm; ++descriptor)
+      algorithm = descriptor->create({m_example.get()});
+    if (algorithm) {
+      setAlgorithm(std::move(algorithm));
+      if (!m_processor) m_name.clear(); // nor will it be one with the next emission
+      return;
+    }
+    reason = named.empty() ? "no factory has one of this name" : "it doesn't work on the images of this stream";
+  } catch (const std::exception& error) {
+    reason = error.what();
+  }
   m_example.reset();
-  m_name.clear();
+  if (!m_hasComplained) Log::error(kCategory, "Could not create the algorithm \"{}\" so far: {}", m_name, reason);
+  m_hasComplained = true;
 }
 
 void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& data) {
+  Stream* const output = stream(); // stays while this function runs: its end disconnects, which waits
   const auto imageData = std::dynamic_pointer_cast<const ImageStreamData>(data);
-  if (!imageData || imageData->images()->size() == 0) return;
+  if (!output || !imageData || imageData->size() == 0) return;
   const SharedImageSet& images = *imageData->images();
 
-  auto results = std::make_shared<SharedImageSet>();
+  int count = 1;
   {
     const std::scoped_lock lock(m_mutex);
-    try {
-      if (!m_processor && !m_name.empty()) instantiateAlgorithm(images);
-    } catch (const std::exception& error) { // the next emission may do
-      Log::error(kCategory, "Could not create the algorithm \"{}\": {}", m_name, error.what());
-      m_example.reset();
-    }
+    if (!m_processor && !m_name.empty()) instantiateAlgorithm(images);
     if (!m_processor) return;
-    const int count = mode == EveryImage ? images.size() : 1;
-    for (int i = 0; i < count; ++i)
-      try {
-        const auto [image, components] =
-            m_processor->processImage(images.get(i), images.elementwiseComponents().components(i));
-        if (!image) continue;
-        results->elementwiseComponents().add(components, results->size());
-        results->add(image, images.timestamp(i));
-      } catch (const std::exception& error) { // for want of memory or of a device; the stream must not see it
-        Log::error(kCategory, "An image of the stream \"{}\" is dropped: {}", m_input.name(), error.what());
-      }
+    if (mode == EveryImage) count = images.size();
   }
-  if (results->size() == 0 || !stream()) return;
+  auto results = std::make_shared<SharedImageSet>();
+  for (int i = 0; i < count; ++i)
+    try {
+      const auto [image, components] =
+          m_processor->processImage(images.get(i), images.elementwiseComponents().components(i));
+      if (!image) continue;
+      results->elementwiseComponents().add(components, results->size());
+      results->add(image, images.timestamp(i));
+    } catch (const std::exception& error) { // for want of memory or of a device; the stream must not see it
+      Log::error(kCategory, "An image of the stream \"{}\" is dropped: {}", m_inputName, error.what());
+    }
+  if (results->size() == 0) return;
   results->setModality(images.modality());
   results->setVolumetric(images.isVolumetric());
 
-  auto output = std::make_shared<ImageStreamData>(std::move(results));
-  output->setTimestampDevice(data->timestampDevice());
-  output->setTimestampArrival(data->timestampArrival());
-  stream()->dataSignal.emitSignal(output);
+  auto outputData = std::make_shared<ImageStreamData>(std::move(results));
+  outputData->setTimestampDevice(data->timestampDevice());
+  outputData->setTimestampArrival(data->timestampArrival());
+  output->dataSignal.emitSignal(outputData);
 }
 
 } // namespace Kelvaris

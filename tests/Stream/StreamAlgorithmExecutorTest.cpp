@@ -5,9 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
+#include <latch>
 #include <memory>
+#include <semaphore>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -119,18 +124,6 @@ TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {
   EXPECT_EQ(received.size(), 1u) << "listens once only";
 }
 
-TEST_F(StreamAlgorithmExecutorTest, TriesAgainAfterAnExceptionOfTheCreation) {
-  StreamAlgorithmExecutor executor(input, nullptr);
-  executor.setStreamAlgorithmName("Pass On");
-  listenTo(executor);
-  Tests::ExpectedLog log;
-  emit({8});
-  emit({1});
-  ASSERT_EQ(received.size(), 1u);
-  EXPECT_EQ(log.messages(), std::vector<std::string>{"4 StreamAlgorithmExecutor: Could not create the algorithm "
-                                                     "\"Pass On\": no events"});
-}
-
 TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmOfThatNameThatTakesTheImages) {
   for (const char* name : {"Pass On", "Live", "Test.PassOn"}) {
     StreamAlgorithmExecutor executor(input, nullptr);
@@ -146,28 +139,58 @@ TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmOfThatNameThatTakesTheIma
   }
 }
 
-TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithm) {
-  StreamAlgorithmExecutor executor(input, nullptr);
+TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithmAndGoesOnTrying) {
   const struct {
     const char* name;
+    int width;
     Data::Modality modality;
     const char* message;
-  } cases[] = {{"Absent", Data::Ultrasound, "\"Absent\": no factory has one of this name"},
-               {"Pass On", Data::UnknownModality, "\"Pass On\": it doesn't work on the images of this stream"},
-               {"Whole", Data::Ultrasound, "The algorithm Whole can't process images one by one"}};
+    const char* nameAfter;
+    std::size_t results; ///< once the stream has images of 1 pixel
+  } cases[] = {
+      {"Absent", 1, Data::Ultrasound,
+       "Could not create the algorithm \"Absent\" so far: no factory has one of this name", "Absent", 0},
+      {"Pass On", 1, Data::UnknownModality,
+       "Could not create the algorithm \"Pass On\" so far: it doesn't work on the images of this stream", "Pass On", 1},
+      {"Pass On", 8, Data::Ultrasound, "Could not create the algorithm \"Pass On\" so far: no events", "Pass On", 1},
+      {"Whole", 1, Data::Ultrasound, "The algorithm Whole can't process images one by one", "", 0}};
   for (const auto& c : cases) {
-    executor.setStreamAlgorithmName(c.name);
-    Tests::ExpectedLog log;
-    emit({1}, c.modality);
-    emit({1}, c.modality);
-    ASSERT_EQ(log.messages().size(), 1u) << c.name;
-    EXPECT_TRUE(log.contains(c.message)) << log.messages()[0];
-    EXPECT_EQ(executor.streamAlgorithmName(), "");
+    SCOPED_TRACE(c.message);
+    StreamAlgorithmExecutor executor(input, nullptr);
+    received.clear();
+    listenTo(executor);
+    const Tests::ExpectedLog log;
+    for (int i = 0; i < 2; ++i) { // a name that is given anew is worth another message
+      executor.setStreamAlgorithmName(c.name);
+      for (int emission = 0; emission < 3; ++emission)
+        emit({c.width}, c.modality);
+    }
+    const std::string message = std::string("4 StreamAlgorithmExecutor: ") + c.message;
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{message, message}));
+    EXPECT_EQ(executor.streamAlgorithmName(), c.nameAfter);
+    EXPECT_TRUE(received.empty());
+    emit({1});
+    EXPECT_EQ(received.size(), c.results);
   }
+}
+
+TEST_F(StreamAlgorithmExecutorTest, ComputeSaysWhatIsMissing) {
+  auto probe = std::make_unique<ImageStream>("phantom");
+  StreamAlgorithmExecutor executor(*probe, nullptr);
   const Tests::ExpectedLog log;
   executor.compute();
   EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
-  EXPECT_TRUE(log.contains("Neither an algorithm nor the name of one is given"));
+  executor.setStreamAlgorithmName("Pass On");
+  executor.compute();
+  EXPECT_EQ(executor.status(), Algorithm::Success);
+  probe.reset();
+  executor.autoStart = false;
+  executor.autoStart = true;
+  executor.compute();
+  EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
+  EXPECT_EQ(log.messages(),
+            (std::vector<std::string>{"4 StreamAlgorithmExecutor: Neither an algorithm nor the name of one is given",
+                                      "4 StreamAlgorithmExecutor: The input stream \"phantom\" is gone"}));
 }
 
 TEST_F(StreamAlgorithmExecutorTest, TheOutputMayGoBeforeOrAfterTheExecutor) {
@@ -187,7 +210,81 @@ TEST_F(StreamAlgorithmExecutorTest, TheOutputMayGoBeforeOrAfterTheExecutor) {
   executor.reset();
   emit({1});
   EXPECT_EQ(output.size(), 1u);
-  EXPECT_THROW(ImageStreamData(nullptr), std::invalid_argument);
+}
+
+/// Emits images without a pause.
+struct Probe : ImageStream {
+  Probe() : ImageStream("probe") {}
+  ~Probe() override { closeAsync().wait(); }
+  bool workerThreadRequiresOpenGl() const override { return false; }
+  Continuation doWork() override {
+    auto images = std::make_shared<SharedImageSet>();
+    images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(1, 1)));
+    dataSignal.emitSignal(std::make_shared<ImageStreamData>(images));
+    return Continuation::now();
+  }
+};
+
+/// Tells when it works, and fails the test if it is deleted meanwhile.
+struct Busy : Whole, SequentialImageProcessor {
+  explicit Busy(std::function<void()> doIt) : work(std::move(doIt)) {}
+  ~Busy() override { EXPECT_FALSE(working); }
+  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
+  processImage(const SharedImage& image, const DataComponentList& components) const override {
+    working = true;
+    work();
+    working = false;
+    return {image.clone(1), components};
+  }
+  std::function<void()> work;
+  mutable std::atomic<bool> working = false;
+};
+
+TEST(StreamAlgorithmExecutorConcurrencyTest, EndsWhileTheInputEmits) {
+  Probe input;
+  input.openAsync();
+  input.startAsync();
+  const struct {
+    const char* what;
+    std::function<void(std::unique_ptr<StreamAlgorithmExecutor>&, OwningDataList&)> end;
+  } cases[] = {{"executor", [](auto& executor, auto&) { executor.reset(); }},
+               {"output", [](auto&, auto& output) { output = {}; }},
+               {"listening", [](auto& executor, auto&) { executor->autoStart = false; }}};
+  for (const auto& c : cases)
+    for (int repetition = 0; repetition < 10; ++repetition) {
+      SCOPED_TRACE(c.what);
+      std::binary_semaphore atWork(0);
+      std::atomic<bool> over = false;
+      auto executor = std::make_unique<StreamAlgorithmExecutor>(input, std::make_unique<Busy>([&] {
+                                                                  EXPECT_FALSE(over);
+                                                                  atWork.release();
+                                                                  std::this_thread::yield();
+                                                                  EXPECT_FALSE(over);
+                                                                }));
+      OwningDataList output = executor->takeOutput();
+      const boost::signals2::scoped_connection listener =
+          executor->stream()->dataSignal.connect([&](const auto&) { EXPECT_FALSE(over); });
+      atWork.acquire();
+      c.end(executor, output);
+      over = true;
+    }
+}
+
+TEST(StreamAlgorithmExecutorConcurrencyTest, SettingsDontWaitForTheImageInWork) {
+  Probe input;
+  std::latch atWork(1), go(1);
+  StreamAlgorithmExecutor executor(input, std::make_unique<Busy>([&] {
+                                     atWork.count_down();
+                                     go.wait();
+                                   }));
+  input.openAsync();
+  input.startAsync();
+  atWork.wait();
+  executor.mode = StreamAlgorithmExecutor::EveryImage;
+  EXPECT_NE(executor.streamAlgorithm(), nullptr);
+  executor.setStreamAlgorithmName("Pass On");
+  go.count_down();
+  EXPECT_TRUE(input.closeAsync().get());
 }
 
 } // namespace
