@@ -1,15 +1,13 @@
 #include "kelvaris/AcquisitionCommand.h"
 
-#include "Core/PropertiesIO.h"
-#include "Lib/PendingFile.h"
 #include "kelvaris/AcquisitionDesign.h"
 #include "kelvaris/NumberList.h"
+#include "kelvaris/PropertiesFile.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <cmath>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <numbers>
@@ -69,19 +67,10 @@ AcquisitionDesign designOf(const Options& options) {
   return design;
 }
 
-void write(const std::filesystem::path& path, const Properties& properties) {
-  PendingFile file(path);
-  std::ofstream stream(file.path());
-  stream << PropertiesIO::toXml(properties);
-  stream.close();
-  if (!stream) throw std::runtime_error(fmt::format("{} can't be written", path.string()));
-  file.commit();
-}
-
 void run(const Options& options) {
   const AcquisitionDesign design = designOf(options);
   const Properties properties = design.toProperties();
-  write(options.output, properties);
+  writePropertiesFile(options.output, properties);
   const auto events = properties.allSubProperties("events");
   if (events.empty()) {
     fmt::print("{}: stored as parameters\n", options.output);

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <stdexcept>
 #include <string>
@@ -60,7 +61,7 @@ AcquisitionSummary::Event readEvent(const Properties& stored, const std::string&
   const std::string sending = "the transmission of " + name, receiving = "the reception of " + name;
   std::tie(event.transmitFirst, event.transmitLast) = aperture(*transmit, sending, summary.numElements);
   std::tie(event.receiveFirst, event.receiveLast) = aperture(*receive, receiving, summary.numElements);
-  positive(*transmit, "pulseFrequency", sending);
+  const double pulseFrequency = positive(*transmit, "pulseFrequency", sending);
   positive(*transmit, "speedOfSound", sending);
   const int type = value<int>(*transmit, "eventType", sending);
   if (type < 0 || type > 2)
@@ -86,7 +87,12 @@ AcquisitionSummary::Event readEvent(const Properties& stored, const std::string&
                      kMostElements - 1));
   summary.numChannels = std::max(summary.numChannels, *highest + 1);
   summary.samples = std::max(summary.samples.value_or(0), std::lround(samples));
-  if (summary.samplingFrequency == 0.0) summary.samplingFrequency = frequency;
+  if (summary.samplingFrequency == 0.0) {
+    summary.samplingFrequency = frequency;
+    summary.pulseFrequency = pulseFrequency;
+    summary.eventType = type;
+    summary.numTransmitting = event.transmitLast - event.transmitFirst + 1;
+  }
   return event;
 }
 
@@ -117,9 +123,11 @@ bool readParameters(const Properties& properties, AcquisitionSummary& summary) {
   } else {
     return false;
   }
-  for (const char* key : {"endDepth", "pulseFrequency", "speedOfSound"})
+  for (const char* key : {"endDepth", "speedOfSound"})
     positive(properties, key, "it");
-  count(properties, "maxTransmitAperture", summary.numElements);
+  summary.eventType = type;
+  summary.pulseFrequency = positive(properties, "pulseFrequency", "it");
+  summary.numTransmitting = count(properties, "maxTransmitAperture", summary.numElements);
   summary.numChannels = count(properties, "maxReceiveAperture", summary.numElements);
   summary.samplingFrequency = positive(properties, "receiveSamplingFrequency", "it");
   return true;
@@ -135,10 +143,10 @@ AcquisitionSummary summarizeAcquisition(const Properties& properties) {
   summary.numElements = value<int>(*transducer, "numberElements", array);
   if (summary.numElements < 2 || summary.numElements > kMostElements)
     fail(fmt::format("{} has {} elements, it must have 2 to {}", array, summary.numElements, kMostElements));
-  positive(*transducer, "pitch", array);
+  summary.pitch = positive(*transducer, "pitch", array);
   const auto type = value<std::string>(*transducer, "type", array);
   if (type == "convex")
-    positive(*transducer, "radiusCurvature", array);
+    summary.radius = positive(*transducer, "radiusCurvature", array);
   else if (type != "linear")
     fail(fmt::format("the type of {} is \"{}\", there are linear and convex", array, type));
 
@@ -155,6 +163,22 @@ AcquisitionSummary summarizeAcquisition(const Properties& properties) {
     if (const auto n = regions->allSubProperties("rois").size(); n != events.size())
       fail(fmt::format("it has {} regions for {} events", n, events.size()));
   return summary;
+}
+
+std::string describeArray(const AcquisitionSummary& summary) {
+  const std::string form =
+      summary.radius ? fmt::format("convex array (radius {:.6g} mm)", *summary.radius) : "linear array";
+  return fmt::format("{} of {} elements, {:.6g} mm apart", form, summary.numElements, summary.pitch);
+}
+
+std::string describeEvents(const AcquisitionSummary& summary) {
+  constexpr std::array waves = {"focused beam", "plane wave", "diverging wave"};
+  return fmt::format("{} {}{} of {:.6g} MHz, {} element{} send{}; {} channels{} at {:.6g} MHz", summary.numEvents,
+                     waves.at(static_cast<std::size_t>(summary.eventType)), summary.numEvents == 1 ? "" : "s",
+                     summary.pulseFrequency * 1e-6, summary.numTransmitting, summary.numTransmitting == 1 ? "" : "s",
+                     summary.numTransmitting == 1 ? "s" : "", summary.numChannels,
+                     summary.samples ? fmt::format(" of {} samples", *summary.samples) : "",
+                     summary.samplingFrequency * 1e-6);
 }
 
 } // namespace Kelvaris::CommandLine

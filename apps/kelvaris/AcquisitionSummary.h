@@ -3,6 +3,7 @@
 #include "Core/Properties.h"
 
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace Kelvaris::CommandLine {
@@ -25,6 +26,11 @@ struct AcquisitionSummary {
   };
 
   int numElements = 0;
+  double pitch = 0.0;           ///< mm
+  std::optional<double> radius; ///< of curvature of a convex array, mm
+  int eventType = 0;            ///< of the first event: 0 focused, 1 plane wave, 2 diverging wave
+  double pulseFrequency = 0.0;  ///< Hz, of the first event
+  int numTransmitting = 0;      ///< elements in the first event
   int numEvents = 0;
   int numChannels = 0;            ///< one more than the highest
   double samplingFrequency = 0.0; ///< Hz, of the first event
@@ -36,5 +42,10 @@ struct AcquisitionSummary {
 /// the value: for a missing or broken transducer, parameters or events that aren't there, an aperture or a channel
 /// table that doesn't fit the array, frequencies and times that are no sensible numbers.
 AcquisitionSummary summarizeAcquisition(const Properties& properties);
+
+/// "linear array of 64 elements, 0.8 mm apart".
+std::string describeArray(const AcquisitionSummary& summary);
+/// "5 plane waves of 3 MHz, 64 elements send; 64 channels of 890 samples at 12 MHz".
+std::string describeEvents(const AcquisitionSummary& summary);
 
 } // namespace Kelvaris::CommandLine

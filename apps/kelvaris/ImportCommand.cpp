@@ -4,10 +4,10 @@
 #include "kelvaris/CancelOnInterrupt.h"
 #include "kelvaris/NumberList.h"
 #include "kelvaris/ProgressBar.h"
+#include "kelvaris/PropertiesFile.h"
 #include "kelvaris/Recording.h"
 
 #include "Core/Progress.h"
-#include "Core/PropertiesIO.h"
 #include "Lib/DataComponentFactory.h"
 #include "Lib/KelvarisFile.h"
 #include "Lib/PluginManager.h"
@@ -18,8 +18,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <memory>
 
 namespace Kelvaris::CommandLine {
@@ -36,15 +34,6 @@ struct ImportOptions {
   double frameRate = 0.0;
   bool anyLength = false;
 };
-
-Properties readAcquisition(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  const std::string xml{std::istreambuf_iterator<char>(stream), {}};
-  if (!stream) throw std::runtime_error(fmt::format("The acquisition {} can't be read", path));
-  const auto properties = PropertiesIO::fromXml(xml);
-  if (!properties) throw std::runtime_error(fmt::format("{} holds no acquisition", path));
-  return *properties;
-}
 
 /// A component of that id, made by the plugin that knows it.
 std::unique_ptr<DataComponentBase> component(const std::string& id, const Properties& properties) {
@@ -102,7 +91,7 @@ void run(const ImportOptions& options) {
   PluginManager::get().loadAll();
   Progress progress;
   const CancelOnInterrupt guard(progress);
-  const Properties acquisition = readAcquisition(options.acquisition);
+  const Properties acquisition = readPropertiesFile(options.acquisition, "an acquisition");
   const AcquisitionSummary summary = summarizeAcquisition(acquisition);
   auto samples = openSamples(options);
   const std::string described = fmt::format("{} {}", sampleTypeName(samples->type()), shapeText(samples->shape()));

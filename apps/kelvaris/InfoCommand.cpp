@@ -1,5 +1,8 @@
 #include "kelvaris/InfoCommand.h"
 
+#include "kelvaris/PropertiesFile.h"
+#include "kelvaris/SequenceSummary.h"
+
 #include "Lib/IntensityMask.h"
 #include "Lib/KelvarisFile.h"
 #include "Lib/PluginManager.h"
@@ -11,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <sstream>
@@ -139,7 +143,21 @@ void printImages(const KelvarisFile::Reader& reader, bool values) {
   if (reader.size() > 0) print(first, reader.size() - 1, previous);
 }
 
+/// An acquisition or a sequence.
+void printDescription(const InfoOptions& options) {
+  const Properties properties = readPropertiesFile(options.file, "an acquisition or a sequence");
+  if (isSequence(properties)) {
+    const SequenceSummary summary = summarizeSequence(properties);
+    fmt::print("{}: sequence of {} frame{}, {} firings\n{}", options.file, summary.frames.size(),
+               summary.frames.size() == 1 ? "" : "s", summary.order.size(), describeSequence(summary, 2, options.full));
+  } else {
+    const AcquisitionSummary summary = summarizeAcquisition(properties);
+    fmt::print("{}: acquisition\n  {}\n  {}\n", options.file, describeArray(summary), describeEvents(summary));
+  }
+}
+
 void info(const InfoOptions& options) {
+  if (std::filesystem::path(options.file).extension() == ".xml") return printDescription(options);
   PluginManager::get().loadAll();
   const KelvarisFile::Reader reader(options.file);
   bool volumes = reader.set().isVolumetric();
@@ -186,7 +204,7 @@ std::string describeProperties(const Properties& properties, int indent, bool fu
 void addInfoCommand(CLI::App& app, Job& job) {
   CLI::App* command = app.add_subcommand("info", "Say what is in a file");
   auto options = std::make_shared<InfoOptions>();
-  command->add_option("FILE", options->file, "The images (.kvx)")->required();
+  command->add_option("FILE", options->file, "Images (.kvx), an acquisition or a sequence (.xml)")->required();
   command->add_flag("--full", options->full, "Show long lists and repeated parts whole");
   command->add_flag("--values", options->values, "Read the samples and show the smallest and the largest");
   command->callback([options, &job] { job = [options] { info(*options); }; });

@@ -4,6 +4,7 @@
 #include "kelvaris/ImportCommand.h"
 #include "kelvaris/InfoCommand.h"
 #include "kelvaris/RunCommand.h"
+#include "kelvaris/SequenceCommand.h"
 
 #include <CLI/CLI.hpp>
 
@@ -30,6 +31,7 @@ int main(int argc, char** argv) {
   addRunCommand(app, job);
   addImportCommand(app, job);
   addAcquisitionCommand(app, job);
+  addSequenceCommand(app, job);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
