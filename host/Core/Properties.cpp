@@ -69,6 +69,20 @@ template <typename Vector> bool parseVector(std::string_view text, Vector& value
   return true;
 }
 
+template <typename Vector> bool parseVectors(std::string_view text, std::vector<Vector>& value) {
+  std::vector<Vector> parsed;
+  text = trimmed(text);
+  while (!text.empty()) {
+    const auto end = std::min(text.find(';'), text.size());
+    Vector point;
+    if (!parseVector(text.substr(0, end), point)) return false;
+    parsed.push_back(point);
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  value = std::move(parsed);
+  return true;
+}
+
 template <typename Range> std::string join(const Range& values, const char* separator) {
   std::string text;
   for (const auto& value : values) {
@@ -129,6 +143,9 @@ std::string toText(const Eigen::Matrix4d& value) {
 std::string toText(const std::vector<Eigen::Vector2d>& value) {
   return join(value, "; ");
 }
+std::string toText(const std::vector<Eigen::Vector3d>& value) {
+  return join(value, "; ");
+}
 
 bool fromText(std::string_view text, bool& value) {
   text = trimmed(text);
@@ -173,17 +190,10 @@ bool fromText(std::string_view text, Eigen::Matrix4d& value) {
 }
 
 bool fromText(std::string_view text, std::vector<Eigen::Vector2d>& value) {
-  std::vector<Eigen::Vector2d> parsed;
-  text = trimmed(text);
-  while (!text.empty()) {
-    const auto end = std::min(text.find(';'), text.size());
-    Eigen::Vector2d point;
-    if (!parseVector(text.substr(0, end), point)) return false;
-    parsed.push_back(point);
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
-  value = std::move(parsed);
-  return true;
+  return parseVectors(text, value);
+}
+bool fromText(std::string_view text, std::vector<Eigen::Vector3d>& value) {
+  return parseVectors(text, value);
 }
 
 } // namespace PropertyText

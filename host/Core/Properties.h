@@ -28,6 +28,7 @@ std::string toText(const Eigen::Vector2d& value);
 std::string toText(const Eigen::Vector3d& value);
 std::string toText(const Eigen::Matrix4d& value); // row by row
 std::string toText(const std::vector<Eigen::Vector2d>& value);
+std::string toText(const std::vector<Eigen::Vector3d>& value);
 
 bool fromText(std::string_view text, bool& value);
 bool fromText(std::string_view text, int& value);
@@ -40,6 +41,7 @@ bool fromText(std::string_view text, Eigen::Vector2d& value);
 bool fromText(std::string_view text, Eigen::Vector3d& value);
 bool fromText(std::string_view text, Eigen::Matrix4d& value);
 bool fromText(std::string_view text, std::vector<Eigen::Vector2d>& value);
+bool fromText(std::string_view text, std::vector<Eigen::Vector3d>& value);
 } // namespace PropertyText
 
 /// An ordered tree: parameters by key, and any number of sub-properties under one name. Parameters are stored as text

@@ -2,9 +2,11 @@
 
 #include "Core/Log.h"
 
+#include <fmt/format.h>
 #include <pugixml.hpp>
 
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -13,31 +15,39 @@ namespace {
 
 constexpr const char* kCategory = "PropertiesIO";
 
-bool readInto(const pugi::xml_node& node, Properties& properties, int depth) {
-  if (depth > kMaxDepth) {
-    Log::error(kCategory, "The XML nests properties deeper than {} levels", kMaxDepth);
-    return false;
-  }
+void readInto(const pugi::xml_node& node, Properties& properties, int depth) {
+  if (depth > kMaxDepth)
+    throw std::runtime_error(fmt::format("The XML nests properties deeper than {} levels", kMaxDepth));
   std::vector<Properties::Param> params;
   for (const pugi::xml_node& child : node.children()) {
     const std::string_view name = child.name();
     if (child.type() != pugi::node_element) continue;
-    if (name != "param" && name != "properties") {
-      Log::error(kCategory, "Unknown element <{}> where <param> or <properties> is expected", name);
-      return false;
-    }
+    if (name != "param" && name != "properties")
+      throw std::runtime_error(fmt::format("Unknown element <{}> where <param> or <properties> is expected", name));
     const pugi::xml_attribute key = child.attribute("key");
-    if (!key) {
-      Log::error(kCategory, "A <{}> has no attribute \"key\"", name);
-      return false;
-    }
+    if (!key) throw std::runtime_error(fmt::format("A <{}> has no attribute \"key\"", name));
     if (name == "param")
       params.emplace_back(key.value(), child.text().get());
-    else if (!readInto(child, properties.addSubProperties(key.value()), depth + 1))
-      return false;
+    else
+      readInto(child, properties.addSubProperties(key.value()), depth + 1);
   }
   properties.setParams(std::move(params));
-  return true;
+}
+
+Properties propertiesOf(const pugi::xml_node& node) {
+  Properties properties;
+  readInto(node, properties, 0);
+  return properties;
+}
+
+/// What `read` returns; nothing, and its message in the log, if it throws std::runtime_error.
+template <typename F> std::optional<Properties> logged(F&& read) {
+  try {
+    return read();
+  } catch (const std::runtime_error& error) {
+    Log::error(kCategory, "{}", error.what());
+    return std::nullopt;
+  }
 }
 
 } // namespace
@@ -60,9 +70,7 @@ void write(const Properties& properties, pugi::xml_node node) {
 }
 
 std::optional<Properties> read(const pugi::xml_node& node) {
-  Properties properties;
-  if (!readInto(node, properties, 0)) return std::nullopt;
-  return properties;
+  return logged([&] { return propertiesOf(node); });
 }
 
 std::string toXml(const Properties& properties) {
@@ -74,18 +82,17 @@ std::string toXml(const Properties& properties) {
 }
 
 std::optional<Properties> fromXml(std::string_view xml) {
+  return logged([&] { return parseXml(xml); });
+}
+
+Properties parseXml(std::string_view xml) {
   pugi::xml_document document;
   const pugi::xml_parse_result result = document.load_buffer(xml.data(), xml.size(), parseFlags());
-  if (!result) {
-    Log::error(kCategory, "Broken XML at byte {}: {}", result.offset, result.description());
-    return std::nullopt;
-  }
+  if (!result) throw std::runtime_error(fmt::format("Broken XML at byte {}: {}", result.offset, result.description()));
   const pugi::xml_node root = document.document_element();
-  if (std::string_view(root.name()) != "properties") {
-    Log::error(kCategory, "The XML's outermost element is <{}>, expected <properties>", root.name());
-    return std::nullopt;
-  }
-  return read(root);
+  if (std::string_view(root.name()) != "properties")
+    throw std::runtime_error(fmt::format("The XML's outermost element is <{}>, expected <properties>", root.name()));
+  return propertiesOf(root);
 }
 
 } // namespace Kelvaris::PropertiesIO

@@ -30,6 +30,8 @@ std::string toXml(const Properties& properties);
 /// Reads the XML of one <properties>. On broken XML, foreign elements, a missing key or too deep nesting: an error is
 /// logged and nothing is returned.
 std::optional<Properties> fromXml(std::string_view xml);
+/// The same without a log: std::runtime_error says what is wrong.
+Properties parseXml(std::string_view xml);
 
 /// Writes the params and sub-properties as children of `node`.
 void write(const Properties& properties, pugi::xml_node node);

@@ -20,6 +20,7 @@ public:
 /// under a DataComponentFactory::OwnerScope of itself.
 class KelvarisLibPlugin : public PluginBase {
 public:
+  using PluginBase::PluginBase;
   ~KelvarisLibPlugin() override;
 
   virtual void setApplicationController(ApplicationController&) {}

@@ -26,6 +26,8 @@ template <typename T> void registerComponent() {
 
 } // namespace
 
+KelvarisUSImgFormationPlugin::KelvarisUSImgFormationPlugin() : KelvarisLibPlugin({KELVARIS_PLUGIN_VERSION}) {}
+
 KelvarisUSImgFormationPlugin::~KelvarisUSImgFormationPlugin() = default;
 
 const char* KelvarisUSImgFormationPlugin::id() {

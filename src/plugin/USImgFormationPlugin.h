@@ -12,6 +12,7 @@ namespace Kelvaris::US {
 /// The plugin object: hands the host everything that the library contributes.
 class KelvarisUSImgFormationPlugin : public KelvarisLibPlugin {
 public:
+  KelvarisUSImgFormationPlugin();
   ~KelvarisUSImgFormationPlugin() override;
 
   /// "Kelvaris.USImgFormation".

@@ -51,6 +51,7 @@ TEST(PropertyTextTest, ReadsNumbersAsPeopleWriteThem) {
   ASSERT_TRUE(points);
   EXPECT_EQ(*points, (std::vector<Eigen::Vector2d>{{0, 1}, {2, 3}, {4, 5}}));
   EXPECT_EQ(parse<std::vector<Eigen::Vector2d>>(PropertyText::toText(*points)), points);
+  EXPECT_EQ(parse<std::vector<Eigen::Vector3d>>("0 1 2;3 4 5"), (std::vector<Eigen::Vector3d>{{0, 1, 2}, {3, 4, 5}}));
 }
 
 TEST(PropertyTextTest, RefusesWhatIsNoSuchValueInFull) {

@@ -89,6 +89,7 @@ TEST(PluginLibraryTest, InitBringsInWhatTheLibraryHas) {
             "Plugin for the acquisition, processing and representation of low level ultrasound data");
   EXPECT_EQ(plugin.dependencies(), (std::vector<std::string>{"Kelvaris.US", "Kelvaris.Stream"}));
   EXPECT_FALSE(plugin.author().empty());
+  EXPECT_GT(plugin.version(), Utils::Version());
   EXPECT_EQ(manager.entries().back().id, "Kelvaris.USImgFormation");
 
   const struct {
