@@ -6,7 +6,9 @@
 #include "imaging/LogCompressionAlgorithm.h"
 #include "imaging/StreamScanConversionAlgorithm.h"
 #ifdef KELVARIS_HAVE_GL
+#include "Stream/CreateStreamIoAlgorithm.h"
 #include "imaging/ScanConversionUltrafastImaging.h"
+#include "simulation/SimulatedChannelDataStream.h"
 #endif
 #include "processing/ChannelDataFilterAlgorithm.h"
 #include "processing/ChannelDataRemappingAlgorithm.h"
@@ -22,6 +24,10 @@ template <typename... T> bool isOneOf(Algorithm* algorithm) {
 } // namespace
 
 USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
+#ifdef KELVARIS_HAVE_GL
+  registerAlgorithm<CreateStreamIoAlgorithm<SimulatedChannelDataStream, true, true>>(
+      "CreateStreamIoSimulatedChannelData", "IO;Streaming;Simulated Ultrasound Channel Data");
+#endif
   registerAlgorithm<ChannelDataFilterAlgorithm>("ChannelDataFilter", "Ultrasound;Filter Channel Data");
   registerAlgorithm<ChannelDataRemappingAlgorithm>("ChannelDataRemapping", "Ultrasound;Remap Channel Data");
   registerAlgorithm<EnvelopeDetectionAlgorithm>("EnvelopeDetection", "Ultrasound;Envelope Detection");

@@ -2,6 +2,9 @@
 
 #include "Core/Progress.h"
 #include "Core/PropertiesIO.h"
+#ifdef KELVARIS_HAVE_GL
+#include "GL/ContextManager.h"
+#endif
 #include "Lib/DataComponentFactory.h"
 #include "Lib/DefaultAlgorithmController.h"
 #include "Lib/FactoryRegistry.h"
@@ -12,8 +15,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
+#include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -245,6 +251,9 @@ TEST_P(AlgorithmContract, HasItsParametersAndAFormThatSetsThemAtOnce) {
 TEST(AlgorithmMenu, ListsTheAlgorithmsInOrder) {
   PluginManager::get().load(PLUGIN_FILE);
   const std::vector<std::string> expected = {
+#ifdef KELVARIS_HAVE_GL
+      "USImgFormation.CreateStreamIoSimulatedChannelData|IO;Streaming;Simulated Ultrasound Channel Data|0",
+#endif
       "USImgFormation.ChannelDataFilter|Ultrasound;Filter Channel Data|0",
       "USImgFormation.ChannelDataRemapping|Ultrasound;Remap Channel Data|0",
       "USImgFormation.EnvelopeDetection|Ultrasound;Envelope Detection|0",
@@ -274,6 +283,38 @@ TEST(AlgorithmMenu, BothEntriesOfScanConversionMakeExecutorsThatFindIt) {
     const auto& executor = dynamic_cast<const StreamAlgorithmExecutor&>(*made);
     EXPECT_TRUE(FactoryRegistry::get().algorithmDescriptor(conversion, false)->isNamed(executor.streamAlgorithmName()));
   }
+}
+
+TEST(SimulatedStream, IsMadeFromNothingAndRunsAtOnce) {
+  PluginManager::get().load(PLUGIN_FILE);
+  const auto descriptor =
+      FactoryRegistry::get().algorithmDescriptor("USImgFormation.CreateStreamIoSimulatedChannelData", false);
+  SharedImageSet images;
+  EXPECT_FALSE(descriptor->isCompatible({&images}));
+  const auto algorithm = descriptor->create({});
+  ASSERT_NE(algorithm, nullptr);
+  if (!GL::ContextManager::get().isAvailable()) GTEST_SKIP() << GL::ContextManager::get().unavailableReason();
+  Properties settings;
+  settings.setParam("useSIMUS", false);
+  Properties& sequence = settings.subProperties("sequence");
+  acquisition()->configuration(&sequence.addSubProperties("frameAcquisitions"));
+  for (const int event : {0, 1})
+    sequence.addSubProperties("eventOrder").setParam("eventIndex", event);
+  const double noDelay = std::nan("");
+  sequence.setParam("interEventDelays", std::vector<double>{noDelay, noDelay});
+  algorithm->configure(&settings);
+  algorithm->compute();
+  ASSERT_EQ(algorithm->status(), Algorithm::Success);
+  const auto stream = algorithm->takeOutput().extract<ImageStream>();
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(stream->state(), Stream::State::Running);
+  std::promise<int> slices;
+  std::once_flag once;
+  const auto connection = stream->dataSignal.connectBlocking([&](const std::shared_ptr<const StreamData>& data) {
+    const auto& emission = dynamic_cast<const ImageStreamData&>(*data);
+    std::call_once(once, [&] { slices.set_value(emission.images()->get(0).descriptor().slices()); });
+  });
+  EXPECT_EQ(slices.get_future().get(), 2);
 }
 #endif
 

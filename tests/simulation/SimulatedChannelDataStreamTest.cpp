@@ -1,0 +1,372 @@
+#include "simulation/SimulatedChannelDataStream.h"
+
+#include "SimulatedStreamCases.h"
+#include "US/FrameGeometryMetadata.h"
+#include "US/UltrasoundMetadata.h"
+#include "model/Utils.h"
+#include "support/ErrorOf.h"
+#include "support/ExpectedLog.h"
+#include "support/Images.h"
+#include "support/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace Kelvaris::US {
+namespace {
+
+using Tests::changed;
+using Tests::ExpectedLog;
+using Tests::sameBytes;
+using Tests::shortFrame;
+using Tests::streamOf;
+using Axis = ChannelDataLayout::Axis;
+using Mode = AcquisitionSequence::EnsembleMode;
+using Messages = std::vector<std::string>;
+
+class SimulatedStreamTest : public Tests::SimulatedStream {};
+
+/// Collects emissions, from any thread.
+class Emissions {
+public:
+  explicit Emissions(Stream& stream)
+      : m_connection(stream.dataSignal.connectBlocking([this](const std::shared_ptr<const StreamData>& data) {
+          {
+            const std::scoped_lock lock(m_mutex);
+            m_emissions.push_back(std::dynamic_pointer_cast<const ImageStreamData>(data));
+          }
+          m_changed.notify_all();
+        })) {}
+  std::vector<std::shared_ptr<const ImageStreamData>> waitFor(std::size_t count) {
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [&] { return m_emissions.size() >= count; });
+    return m_emissions;
+  }
+
+private:
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::vector<std::shared_ptr<const ImageStreamData>> m_emissions;
+  BlockingConnection m_connection;
+};
+
+TEST_F(SimulatedStreamTest, EmitsAllFramesWithTheirComponentsAndClocks) {
+  const AcquisitionSequence sequence({shortFrame(0), shortFrame(1, 16, 16), shortFrame(2, 8, 12)}, {1, 2, 3},
+                                     {Mode::PerFrame, Mode::PerEvent, Mode::PerFrame}, {{}, 1e-3, {}});
+  const auto stream = streamOf(sequence, 0.5);
+  EXPECT_EQ(stream->size(), 3);
+  EXPECT_EQ(stream->kind(), Data::VolumeStreamKind);
+  stream->setChannelDataLayout(ChannelDataLayout(Axis::FastTime, Axis::Channels, Axis::SlowTime));
+  Emissions emissions(*stream);
+  ASSERT_TRUE(stream->openAsync().get());
+  ASSERT_TRUE(stream->startAsync().get());
+  const auto received = emissions.waitFor(3);
+  ASSERT_TRUE(stream->stopAsync().get());
+
+  for (std::size_t n = 0; n < 3; ++n)
+    EXPECT_EQ(received[n]->timestampDevice(), 33 * n);
+  EXPECT_GT(received[0]->timestampArrival(), 1'600'000'000'000u) << "milliseconds since 1970";
+  const SharedImageSet& images = *received[2]->images();
+  ASSERT_EQ(images.size(), 3);
+  EXPECT_EQ(images.modality(), Data::Ultrasound);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(isChannelData(images, i));
+    const FrameAcquisition effective = sequence.effectiveFrameAcquisition(i);
+    EXPECT_EQ(*getFrameAcquisition(images, i), effective);
+    EXPECT_EQ(effective.events().size(), i == 0 ? 3u : i == 1 ? 6u : 9u);
+    const DataComponentList& components = images.elementwiseComponents().components(i);
+    EXPECT_EQ(components.size(), 4u);
+    EXPECT_TRUE(components.get<FrameGeometryMetadata>() && components.get<UltrasoundMetadata>());
+    EXPECT_TRUE(components.get<ChannelDataLayout>());
+    const auto& descriptor = images.get(i).descriptor();
+    EXPECT_EQ(descriptor.width(), static_cast<int>(effective.events()[0].receive.endTime * 2e7));
+    EXPECT_EQ(descriptor.height(), i == 2 ? 12 : 16);
+    EXPECT_EQ(descriptor.slices(), static_cast<int>(effective.events().size()));
+    EXPECT_EQ(descriptor.spacing(), Eigen::Vector3d::Ones());
+  }
+  EXPECT_FALSE(sameBytes(*received[0]->images()->get(0).mem(), *received[1]->images()->get(0).mem())) << "fresh noise";
+  stream->setAcquisitionSequence(sequence);
+  EXPECT_EQ(stream->getNextAcquisition().at(0).second.get<ChannelDataLayout>(), nullptr)
+      << "a new sequence drops the layout";
+}
+
+TEST_F(SimulatedStreamTest, TheDelaysGiveEachEventItsStart) {
+  const FrameAcquisition a = shortFrame(1), b(Tests::kStraight, {a.events()[0]});
+  const AcquisitionSequence sequence({a, b}, {{0, 1}, {1, 0}, {0, 0}, {0, 2}, {1, 0}}, {0.5, {}, 0.25, 2.0, 8.0});
+  const auto stream = streamOf(sequence);
+  EXPECT_EQ(stream->computePerEventStartTimes(0), (std::vector<double>{0.0, 0.5, 0.75}));
+  EXPECT_EQ(stream->computePerEventStartTimes(1), (std::vector<double>{0.5, 2.75}));
+  EXPECT_TRUE(stream->computePerEventStartTimes(2).empty());
+}
+
+TEST_F(SimulatedStreamTest, TheMovingPhantomIsWhereItsVelocityTakesIt) {
+  const FrameAcquisition frame(Tests::kStraight, {shortFrame(1).events()[1]});
+  const auto imageOf = [&](const Eigen::Vector3d& origin, const Eigen::Vector3d& velocity) {
+    const auto stream = streamOf(AcquisitionSequence({frame}, {{0, 0}, {0, 0}}, {0.25, {}}));
+    stream->setPhantomOrigin(origin);
+    stream->setInterEventPhantomMotion(velocity);
+    return Tests::nextImages(*stream).at(0);
+  };
+  const auto moving = imageOf({0, 5, 0}, {4.0, 8.0, 0.0}), before = imageOf({0, 5, 0}, {0, 0, 0}),
+             after = imageOf({1, 7, 0}, {0, 0, 0});
+  const std::size_t slice = moving->byteSize() / 2;
+  const auto* const bytes = static_cast<const char*>(moving->data());
+  EXPECT_EQ(std::memcmp(bytes, before->data(), slice), 0);
+  EXPECT_EQ(std::memcmp(bytes + slice, after->data(), slice), 0);
+  EXPECT_NE(std::memcmp(bytes, bytes + slice, slice), 0);
+}
+
+TEST_F(SimulatedStreamTest, AnEchoAmplitudeWaitsForAnotherChange) {
+  const auto stream = streamOf(AcquisitionSequence({shortFrame(1)}));
+  const auto image = [&] { return Tests::nextImages(*stream).at(0); };
+  const auto before = image();
+  stream->setEchoAmplitude(77.0);
+  EXPECT_EQ(stream->echoAmplitude(), 77.0);
+  stream->setTargetFrameRate(20.0);
+  stream->setCacheSIMUSechos(false);
+  EXPECT_TRUE(sameBytes(*image(), *before));
+  stream->setTransmitAmplitude(stream->transmitAmplitude());
+  const auto after = image();
+  EXPECT_FALSE(sameBytes(*after, *before));
+
+  const std::vector<std::pair<const char*, std::function<void()>>> others = {
+      {"phantom type", [&] { stream->setPhantomType(PhantomType::Grid5mm); }},
+      {"origin",
+       [&] {
+         stream->setPhantomOrigin({0, 5, 0});
+       }},
+      {"motion",
+       [&] {
+         stream->setInterEventPhantomMotion({0, 1, 0});
+       }},
+      {"SIMUS", [&] { stream->setUseSIMUS(false); }},
+      {"pixel type", [&] { stream->setPixelType(PixelInt32); }},
+      {"layout",
+       [&] { stream->setChannelDataLayout(ChannelDataLayout(Axis::SlowTime, Axis::FastTime, Axis::Channels)); }},
+      {"sequence", [&] { stream->setAcquisitionSequence(AcquisitionSequence({shortFrame(1)})); }}};
+  auto last = after;
+  double amplitude = 77.0;
+  for (const auto& [name, change] : others) {
+    stream->setEchoAmplitude(amplitude += 10.0);
+    change();
+    const auto now = image();
+    EXPECT_FALSE(sameBytes(*now, *last)) << name;
+    last = now;
+  }
+  // Leaving the echoes out, or asking for some where there are none, works with any update.
+  stream->setNoiseAmplitude(1e-6);
+  stream->setEchoAmplitude(0.0);
+  EXPECT_FALSE(sameBytes(*image(), *last));
+}
+
+TEST_F(SimulatedStreamTest, WithoutNoiseNothingIsCountedAndTheSameImagesGoOut) {
+  const AcquisitionSequence sequence({shortFrame(1)});
+  const auto often = streamOf(sequence), once = streamOf(sequence);
+  const auto first = Tests::nextImages(*often).at(0);
+  EXPECT_TRUE(sameBytes(*Tests::nextImages(*often).at(0), *first));
+  EXPECT_TRUE(sameBytes(*Tests::nextImages(*once).at(0), *first));
+  often->setNoiseAmplitude(3.0);
+  once->setNoiseAmplitude(3.0);
+  const auto noisy = Tests::nextImages(*often).at(0);
+  EXPECT_FALSE(sameBytes(*noisy, *first));
+  EXPECT_TRUE(sameBytes(*Tests::nextImages(*once).at(0), *noisy)) << "the noise goes by the number of updates";
+}
+
+TEST_F(SimulatedStreamTest, PhantomsHaveTheirScatterers) {
+  const auto grid = phantomScatterers(PhantomType::Grid5mm, {0, 10, 3});
+  ASSERT_EQ(grid.size(), 66u);
+  EXPECT_EQ(grid.front(), Eigen::Vector3d(-25, 10, 3));
+  EXPECT_EQ(grid[1], Eigen::Vector3d(-25, 15, 3));
+  EXPECT_EQ(grid.back(), Eigen::Vector3d(25, 35, 3));
+
+  // An unknown phantom is empty.
+  const auto stream = streamOf(AcquisitionSequence({shortFrame(1)})),
+             without = streamOf(AcquisitionSequence({shortFrame(1)}));
+  Properties properties;
+  properties.setParam("phantomType", 9);
+  stream->configure(&properties);
+  without->setEchoAmplitude(0.0);
+  EXPECT_TRUE(sameBytes(*Tests::nextImages(*stream).at(0), *Tests::nextImages(*without).at(0)));
+}
+
+TEST_F(SimulatedStreamTest, RefusesWhatItCannotUseAndKeepsWhatItHad) {
+  const AcquisitionSequence sequence({shortFrame(1)});
+  const auto stream = streamOf(sequence);
+  const auto before = Tests::nextImages(*stream).at(0);
+  const double nan = std::nan("");
+  FrameAcquisition empty = shortFrame(0);
+  AcquisitionSequence withEmpty({shortFrame(0), empty}), disagreeing = sequence;
+  withEmpty.frameAcquisitions()[1].events().clear();
+  disagreeing.frameAcquisitions()[0].events()[2].receive.endTime *= 2;
+  AcquisitionSequence dangling = sequence;
+  dangling.frameAcquisitions()[0].events().resize(2);
+  const struct {
+    std::function<void()> set;
+    const char* message;
+    bool isTaken = false;
+  } cases[] = {
+      {[&] { stream->setTargetFrameRate(0.0); },
+       "4 SimulatedChannelDataStream: A targetFrameRate of 0 per second can't be kept; it must be from 0.001 to 1e9"},
+      {[&] { stream->setTargetFrameRate(-30.0); }, "of -30 per second"},
+      {[&] { stream->setTargetFrameRate(nan); }, "of nan per second"},
+      {[&] { stream->setTransmitAmplitude(nan); },
+       "4 SimulatedChannelDataStream: transmitAmplitude can't be nan; it must be a number below 3e38"},
+      {[&] { stream->setNoiseAmplitude(1e39); }, "noiseAmplitude can't be 1e+39"},
+      {[&] { stream->setPixelType(static_cast<PixelType>(17)); },
+       "4 SimulatedChannelDataStream: There is no pixelType 17; it must be one of 5120 to 5126, 5130 and 5131"},
+      {[&] {
+         stream->setChannelDataLayout({Axis::Channels, Axis::Channels, Axis::SlowTime});
+       },
+       "4 SimulatedChannelDataStream: A ChannelDataLayout (0, 0, 2) can't be made; it must carry each of the axes 0, 1 "
+       "and "
+       "2 once"},
+      {[&] { stream->setAcquisitionSequence({}); },
+       "4 SimulatedChannelDataStream: AcquisitionSequence must contain at least one FrameAcquisition"},
+      {[&] { stream->setAcquisitionSequence(withEmpty); },
+       "4 SimulatedChannelDataStream: FrameAcquisition 1 has no events"},
+      {[&] { stream->setAcquisitionSequence(dangling); },
+       "4 SimulatedChannelDataStream: The AcquisitionSequence is inconsistent: "},
+      {[&] { stream->setAcquisitionSequence(disagreeing); },
+       "3 SimulatedChannelDataStream: FrameAcquisition has inconsistencies among the events", true},
+  };
+  for (const auto& [set, message, isTaken] : cases) {
+    const ExpectedLog log;
+    set();
+    ASSERT_EQ(log.messages().size(), 1u) << message;
+    EXPECT_CONTAINS(log.messages()[0], message);
+    EXPECT_EQ(stream->acquisitionSequence() == sequence, !isTaken);
+    EXPECT_TRUE(sameBytes(*Tests::nextImages(*stream).at(0), *before)) << message;
+  }
+  EXPECT_EQ(stream->targetFrameRate(), 30.0);
+}
+
+TEST_F(SimulatedStreamTest, AFrameThatCannotBeSimulatedEndsTheEmissionsUntilAnotherOneComes) {
+  const AcquisitionSequence usual({shortFrame(1)});
+  const auto stream = streamOf(usual, 0.5);
+  PulseEchoEvent huge =
+      PulseEchoEvent::createPlaneWave(Transducer::createLinear(16384, 0.1), {0, 0, 0}, 0.0, 16384, 16384);
+  huge.transmit.pulseFrequency = 4e6;
+  huge.transmit.pulseLength = 2.0;
+  huge.transmit.speedOfSound = 1.54e6;
+  huge.receive.samplingFrequency = 2e7;
+  huge.receive.endTime = 5e-6;
+  const auto unusual = [&](const std::function<void(PulseEchoEvent&, int)>& change) {
+    return AcquisitionSequence({changed(shortFrame(1), change)});
+  };
+  const struct {
+    AcquisitionSequence sequence;
+    const char* message;
+  } cases[] = {
+      {AcquisitionSequence({FrameAcquisition(Transducer::createLinear(16384, 0.1), std::vector(8, huge))}),
+       "8 events x 16384 channels x 16384 transmit elements x 4 bytes = 8.59 GB for each scatterer"},
+      {unusual([](PulseEchoEvent& event, int) { event.receive.endTime = 0.0; }),
+       "FrameAcquisition 0 can't be simulated: its recordings would have 0 samples"},
+      {unusual([](PulseEchoEvent& event, int) { event.receive.endTime = 1.0; }), "20000000 samples"},
+      {unusual([](PulseEchoEvent& event, int) { event.transmit.apertureLast = 16; }),
+       "The transmit aperture from element 0 to 16 lies beyond the array"},
+  };
+  for (const auto& [sequence, message] : cases) {
+    {
+      const ExpectedLog log;
+      stream->setAcquisitionSequence(sequence);
+      for (int n = 0; n < 3; ++n)
+        EXPECT_TRUE(stream->getNextAcquisition().empty());
+      ASSERT_EQ(log.messages().size(), 1u) << "told once";
+      EXPECT_CONTAINS(log.messages()[0], message);
+      EXPECT_CONTAINS(log.messages()[0], "Nothing is emitted");
+    }
+    stream->setAcquisitionSequence(usual);
+    EXPECT_EQ(stream->getNextAcquisition().size(), 1u);
+  }
+}
+
+TEST_F(SimulatedStreamTest, WithoutAPulseFrequencyNoPulseIsTransmitted) {
+  const AcquisitionSequence sequence(
+      {changed(shortFrame(1), [](PulseEchoEvent& event, int) { event.transmit.pulseFrequency = 0.0; })});
+  const auto stream = streamOf(sequence);
+  stream->setEchoAmplitude(0.0);
+  const ExpectedLog log;
+  const auto image = Tests::nextImages(*stream).at(0);
+  EXPECT_EQ(log.messages(), Messages{"4 SimulatedChannelDataStream: Invalid frequency configuration: "
+                                     "receiveSamplingFrequency 20000000, pulseFrequency 0"});
+  EXPECT_EQ(Tests::worstError(*image, [](int, int, int, int) { return 0.0; }), 0.0);
+}
+
+TEST_F(SimulatedStreamTest, SimusFallsBackOnSimpleEchoesUntilItIsAskedForAgain) {
+  const AcquisitionSequence sequence({shortFrame(1)});
+  const Messages unavailable = {
+      "3 SimulatedChannelDataStream: SIMUS simulation is not available: Python Interpreter was "
+      "not found. Please specify one in the Application Settings.",
+      "3 SimulatedChannelDataStream: SIMUS simulation failed, falling back to simple echos"};
+  SimulatedChannelDataStream stream;
+  EXPECT_TRUE(stream.useSIMUS());
+  stream.setNoiseAmplitude(0.0);
+  const auto messagesOf = [&](const std::function<void()>& change) {
+    const ExpectedLog log;
+    change();
+    EXPECT_FALSE(stream.useSIMUS());
+    return log.messages();
+  };
+  EXPECT_EQ(messagesOf([&] { stream.setAcquisitionSequence(sequence); }), unavailable);
+  EXPECT_EQ(messagesOf([&] { stream.setPhantomOrigin({0, 5, 0}); }), Messages());
+  EXPECT_EQ(messagesOf([&] { stream.setUseSIMUS(true); }), unavailable);
+  EXPECT_EQ(messagesOf([&] { std::thread([&] { stream.setUseSIMUS(true); }).join(); }),
+            (Messages{"4 SimulatedChannelDataStream: Simulation must be performed on the main thread",
+                      "3 SimulatedChannelDataStream: SIMUS simulation failed, falling back to simple echos"}));
+  const auto simple = streamOf(sequence);
+  simple->setPhantomOrigin({0, 5, 0});
+  EXPECT_TRUE(sameBytes(*Tests::nextImages(stream).at(0), *Tests::nextImages(*simple).at(0)));
+}
+
+TEST_F(SimulatedStreamTest, StoresEverythingButTheMotion) {
+  const AcquisitionSequence sequence({shortFrame(0), shortFrame(2)}, {1, 2}, {Mode::PerEvent, Mode::PerFrame},
+                                     {{}, 1e-3});
+  const auto stream = streamOf(sequence, 0.25), other = streamOf({});
+  stream->setPixelType(PixelFloat);
+  stream->setTargetFrameRate(12.5);
+  stream->setCacheSIMUSechos(false);
+  stream->setEchoAmplitude(3.0);
+  stream->setTransmitAmplitude(4.0);
+  stream->setPhantomOrigin({1, 2, 3});
+  stream->setInterEventPhantomMotion({7, 8, 9});
+  stream->setPhantomType(PhantomType::Grid5mm);
+  stream->setChannelDataLayout(ChannelDataLayout(Axis::FastTime, Axis::SlowTime, Axis::Channels));
+  Properties properties, copy;
+  stream->configuration(&properties);
+  other->configure(&properties);
+  other->configuration(&copy);
+  EXPECT_EQ(copy, properties);
+  std::string keys;
+  for (const auto& [key, value] : properties.params())
+    keys += key + " ";
+  EXPECT_EQ(keys, "useSIMUS cacheSIMUSechos pixelType targetFrameRate echoAmplitude transmitAmplitude noiseAmplitude "
+                  "phantomOrigin phantomType ");
+  EXPECT_EQ(other->acquisitionSequence(), sequence);
+  EXPECT_EQ(other->interEventPhantomMotion(), Eigen::Vector3d::Zero());
+  stream->setInterEventPhantomMotion({0, 0, 0});
+  EXPECT_TRUE(sameBytes(*Tests::nextImages(*other).at(1), *Tests::nextImages(*stream).at(1)));
+
+  // An empty sequence is refused, while the rest is taken over.
+  const auto fresh = streamOf({});
+  properties.removeSubProperties("sequence");
+  properties.addSubProperties("sequence");
+  properties.setParam("targetFrameRate", -1.0);
+  const ExpectedLog log;
+  fresh->configure(&properties);
+  fresh->configure(nullptr);
+  EXPECT_EQ(log.messages(),
+            (Messages{"4 SimulatedChannelDataStream: A targetFrameRate of -1 per second can't be kept; it must be from "
+                      "0.001 to 1e9",
+                      "4 SimulatedChannelDataStream: AcquisitionSequence must contain at least one FrameAcquisition"}));
+  EXPECT_EQ(fresh->targetFrameRate(), 30.0);
+  EXPECT_EQ(fresh->echoAmplitude(), 3.0);
+  EXPECT_TRUE(fresh->getNextAcquisition().empty());
+}
+
+} // namespace
+} // namespace Kelvaris::US

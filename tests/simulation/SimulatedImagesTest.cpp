@@ -1,0 +1,157 @@
+// What the stream's images hold, against the sum of its layers in double precision.
+
+#include "SimulatedStreamCases.h"
+#include "simulation/PulseLocations.h"
+#include "support/Images.h"
+#include "support/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <span>
+#include <vector>
+
+namespace Kelvaris::US {
+namespace {
+
+using Tests::shortFrame;
+using Tests::stored;
+using Tests::streamOf;
+using Axis = ChannelDataLayout::Axis;
+
+/// The sum of the pulses that begin at `locations`, as (channels, samples, events).
+std::vector<double> layerOf(const FrameAcquisition& frame, const std::vector<std::int32_t>& locations,
+                            double amplitude) {
+  const FrameSizes sizes(frame);
+  const PulseEchoEvent& first = frame.events().front();
+  const std::size_t columns = static_cast<std::size_t>(sizes.events * sizes.channels),
+                    pulses = locations.size() / columns, width = static_cast<std::size_t>(sizes.channels);
+  std::vector<double> layer(columns * static_cast<std::size_t>(sizes.samples));
+  for (std::size_t k = 0; k < locations.size(); ++k) {
+    const std::size_t column = k / pulses, event = column / width;
+    if (locations[k] < 0) continue;
+    for (int i = 0; i < sizes.pulseLength && locations[k] < sizes.samples - i; ++i) {
+      const auto row = event * static_cast<std::size_t>(sizes.samples) + static_cast<std::size_t>(locations[k] + i);
+      layer[row * width + column % width] += amplitude * std::sin(2 * std::numbers::pi * first.transmit.pulseFrequency *
+                                                                  i / first.receive.samplingFrequency);
+    }
+  }
+  return layer;
+}
+
+class SimulatedImages : public Tests::SimulatedStream {};
+
+struct Expected {
+  double value;
+  bool isSure; ///< no layer leaves it so near to the border between two integers that a float's rounding decides
+};
+
+Expected sumOf(double noise, double transmit, double echo, int pixelType) {
+  Expected sum = {0.0, true};
+  for (const double layer : {noise, transmit, echo}) {
+    const double exact = sum.value + layer, fraction = std::abs(exact) - std::floor(std::abs(exact));
+    sum.isSure = sum.isSure && std::abs(fraction - 0.5) > 1e-3;
+    sum.value = stored(exact, pixelType);
+  }
+  return sum;
+}
+
+TEST_F(SimulatedImages, AreTheSumOfTheirLayersInEveryPixelTypeAndLayout) {
+  // Echoes that the end of the recordings cuts, and a frame of one event.
+  const AcquisitionSequence sequence(
+      {shortFrame(1), FrameAcquisition(Tests::kStraight, {shortFrame(2).events().front()})});
+  const FrameSizes cut(sequence.frameAcquisitions()[0]);
+  const Eigen::Vector3d origin(0.5, (cut.samples - 15) / 2e7 * 1.54e6 / 2, 0.0);
+  std::vector<std::vector<double>> transmits, echoes;
+  for (const FrameAcquisition& frame : sequence.frameAcquisitions()) {
+    const FrameSizes sizes(frame);
+    const std::vector<Eigen::Vector3d> scatterers = {origin}, still(frame.events().size(), Eigen::Vector3d::Zero());
+    transmits.push_back(layerOf(frame, transmitPulseLocations(frame, sizes), 50.0));
+    echoes.push_back(layerOf(frame, echoPulseLocations(frame, sizes, scatterers, still), 30.0));
+  }
+  const auto lastRow = std::span(echoes[0]).last(static_cast<std::size_t>(cut.channels));
+  EXPECT_TRUE(std::any_of(lastRow.begin(), lastRow.end(), [](double sample) { return sample != 0.0; }));
+  for (const int pixelType : {5120, 5121, 5122, 5123, 5124, 5125, 5126, 5130, 5131})
+    for (const ChannelDataLayout& layout :
+         {ChannelDataLayout(), ChannelDataLayout(Axis::FastTime, Axis::Channels, Axis::SlowTime),
+          ChannelDataLayout(Axis::SlowTime, Axis::FastTime, Axis::Channels)}) {
+      SCOPED_TRACE(ImageDescriptor::pixelTypeName(pixelType));
+      // The same noise in every stream: it depends on the number of the acquisition and the sizes alone.
+      const auto noiseAlone = streamOf(sequence, 2.0), stream = streamOf(sequence, 2.0);
+      noiseAlone->setPixelType(PixelFloat);
+      noiseAlone->setTransmitAmplitude(0.0);
+      noiseAlone->setEchoAmplitude(0.0);
+      const auto noise = Tests::nextImages(*noiseAlone);
+      stream->setPixelType(static_cast<PixelType>(pixelType));
+      stream->setPhantomOrigin(origin);
+      stream->setEchoAmplitude(30.0);
+      stream->setChannelDataLayout(layout);
+      const auto images = Tests::nextImages(*stream);
+      ASSERT_EQ(images.size(), 2u);
+      for (std::size_t f = 0; f < images.size(); ++f) {
+        const FrameSizes sizes(sequence.frameAcquisitions()[f]);
+        ASSERT_EQ(images[f]->descriptor().pixelType(), pixelType);
+        ASSERT_EQ(images[f]->descriptor().dimensions(), layout.packVec(sizes.channels, sizes.samples, sizes.events));
+        const double tolerance = pixelType == PixelHalf ? 0.5 : 1e-3;
+        int wrong = 0, sure = 0;
+        std::size_t i = 0;
+        Tests::forEachSample(noise[f]->descriptor(), [&](int channel, int sample, int event, int) {
+          const Eigen::Vector3i at = layout.packVec(channel, sample, event);
+          const auto [value, isSure] =
+              sumOf(noise[f]->valueAsDouble(channel, sample, event, 0), transmits[f][i], echoes[f][i], pixelType);
+          ++i;
+          if (!isSure) return;
+          ++sure;
+          wrong += std::abs(images[f]->valueAsDouble(at.x(), at.y(), at.z(), 0) - value) > tolerance;
+        });
+        EXPECT_EQ(wrong, 0) << "frame " << f;
+        EXPECT_GT(sure, static_cast<int>(i) * 9 / 10);
+      }
+    }
+}
+
+TEST_F(SimulatedImages, AreClearWithoutNoiseAndPulses) {
+  const auto stream = streamOf(AcquisitionSequence({shortFrame(1)}));
+  stream->setTransmitAmplitude(0.0);
+  stream->setEchoAmplitude(0.0);
+  for (const PixelType type : {PixelInt16, PixelFloat}) {
+    stream->setPixelType(type);
+    EXPECT_EQ(Tests::worstError(*Tests::nextImages(*stream).at(0), [](int, int, int, int) { return 0.0; }), 0.0);
+  }
+}
+
+TEST_F(SimulatedImages, NoiseHasItsDeviationAndIsIndependent) {
+  FrameAcquisition frame = shortFrame(1);
+  frame.events().resize(3);
+  for (PulseEchoEvent& event : frame.events()) {
+    event.receive.endTime = 7000.5 / event.receive.samplingFrequency;
+    event.transmit.pulseLength = 0.0;
+  }
+  const auto stream =
+      streamOf(AcquisitionSequence({frame}, {3}, {AcquisitionSequence::EnsembleMode::PerEvent}, {{}}), 2.5);
+  stream->setPixelType(PixelFloat);
+  const auto now = Tests::nextImages(*stream).at(0), next = Tests::nextImages(*stream).at(0);
+  const auto& size = now->descriptor();
+  ASSERT_GT(size.elementCount(), 1'000'000u);
+  const auto* const a = static_cast<const float*>(now->data());
+  const auto* const b = static_cast<const float*>(next->data());
+  const auto count = size.elementCount(), row = static_cast<std::size_t>(size.width()),
+             slice = row * static_cast<std::size_t>(size.height());
+  const auto mean = [&](const auto& value) {
+    double sum = 0.0;
+    for (std::size_t i = 0; i < count; ++i)
+      sum += value(i);
+    return sum / static_cast<double>(count);
+  };
+  const double limit = 4.5 / std::sqrt(static_cast<double>(count)), variance = 2.5 * 2.5;
+  EXPECT_NEAR(mean([&](std::size_t i) { return a[i]; }), 0.0, 2.5 * limit);
+  EXPECT_NEAR(mean([&](std::size_t i) { return a[i] * a[i]; }), variance, variance * 1.5 * limit);
+  for (const std::size_t lag : {std::size_t{1}, row, slice})
+    EXPECT_NEAR(mean([&](std::size_t i) { return a[i] * a[(i + lag) % count]; }), 0.0, variance * limit) << lag;
+  EXPECT_NEAR(mean([&](std::size_t i) { return a[i] * b[i]; }), 0.0, variance * limit) << "the next acquisition";
+}
+
+} // namespace
+} // namespace Kelvaris::US
