@@ -64,6 +64,11 @@ const FrameAcquisition& SimulatedChannelDataStream::Frame::acquisition() const {
   return *components.get<FrameAcquisition>();
 }
 
+std::unique_lock<std::mutex> SimulatedChannelDataStream::takeTurn() const {
+  const std::scoped_lock next(m_nextTurn);
+  return std::unique_lock(m_mutex);
+}
+
 bool SimulatedChannelDataStream::acceptTargetFrameRate(double rate) const {
   if (rate >= 1e-3 && rate <= 1e9) return true;
   Log::error(kCategory, "A targetFrameRate of {} per second can't be kept; it must be from 0.001 to 1e9", rate);
@@ -93,14 +98,14 @@ bool SimulatedChannelDataStream::acceptAmplitude(const char* name, double amplit
 
 void SimulatedChannelDataStream::setTargetFrameRate(double rate) {
   if (!acceptTargetFrameRate(rate)) return;
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   m_targetFrameRate = rate;
 }
 
 void SimulatedChannelDataStream::setAmplitude(const char* name, std::atomic<double>& amplitude, double value,
                                               bool setsDirty) {
   if (!acceptAmplitude(name, value)) return;
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   amplitude = value;
   m_dirty = m_dirty || setsDirty;
 }
@@ -119,34 +124,34 @@ void SimulatedChannelDataStream::setTransmitAmplitude(double amplitude) {
 
 void SimulatedChannelDataStream::setPixelType(PixelType type) {
   if (!acceptPixelType(type)) return;
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   m_pixelType = type;
   m_dirty = true;
 }
 
 void SimulatedChannelDataStream::setUseSIMUS(bool use) {
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   m_useSimus = use;
   updateSimusData();
   m_dirty = true;
 }
 
 void SimulatedChannelDataStream::setPhantomOrigin(const Eigen::Vector3d& origin) {
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   m_phantomOrigin = origin;
   updateScatterers();
   updateSimusData();
 }
 
 void SimulatedChannelDataStream::setInterEventPhantomMotion(const Eigen::Vector3d& motion) {
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   m_interEventPhantomMotion = motion;
   updateScatterers();
   updateSimusData();
 }
 
 void SimulatedChannelDataStream::setPhantomType(PhantomType type) {
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   m_phantomType = type;
   updateScatterers();
   updateSimusData();
@@ -154,7 +159,7 @@ void SimulatedChannelDataStream::setPhantomType(PhantomType type) {
 
 void SimulatedChannelDataStream::setChannelDataLayout(const ChannelDataLayout& layout) {
   if (!acceptLayout(layout)) return;
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   m_channelDataLayout = layout;
   for (Frame& frame : m_frames)
     frame.components.add<ChannelDataLayout>(layout);
@@ -163,7 +168,7 @@ void SimulatedChannelDataStream::setChannelDataLayout(const ChannelDataLayout& l
 }
 
 void SimulatedChannelDataStream::setAcquisitionSequence(const AcquisitionSequence& sequence) {
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   storeSequence(sequence);
 }
 
@@ -260,7 +265,7 @@ Stream::Continuation SimulatedChannelDataStream::doWork() {
   images->setVolumetric(true);
   auto data = std::make_shared<ImageStreamData>(images);
   {
-    const std::scoped_lock lock(m_mutex);
+    const auto lock = takeTurn();
     updateIfRequired();
     for (const Frame& frame : m_frames)
       if (frame.image) {
@@ -280,7 +285,7 @@ Stream::Continuation SimulatedChannelDataStream::doWork() {
 std::vector<std::pair<std::unique_ptr<SharedImage>, DataComponentList>>
 SimulatedChannelDataStream::getNextAcquisition() {
   const GL::ContextManager::ActivationGuard guard;
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   updateIfRequired();
   std::vector<std::pair<std::unique_ptr<SharedImage>, DataComponentList>> acquisition;
   for (const Frame& frame : m_frames)
@@ -294,7 +299,7 @@ void SimulatedChannelDataStream::configure(const Properties* properties) {
   const auto amplitude = [&](const char* name) {
     return [this, name](double value) { return acceptAmplitude(name, value); };
   };
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   read<bool>(p, "useSIMUS", m_useSimus, kAnything);
   read<bool>(p, "cacheSIMUSechos", m_cacheSimusEchos, kAnything);
   read<int>(p, "pixelType", m_pixelType, [&](int type) { return acceptPixelType(type); });
@@ -315,7 +320,7 @@ void SimulatedChannelDataStream::configure(const Properties* properties) {
 
 void SimulatedChannelDataStream::configuration(Properties* properties) const {
   if (!properties) return;
-  const std::scoped_lock lock(m_mutex);
+  const auto lock = takeTurn();
   properties->setParam("useSIMUS", m_useSimus.load());
   properties->setParam("cacheSIMUSechos", m_cacheSimusEchos.load());
   properties->setParam("pixelType", static_cast<int>(m_pixelType.load()));

@@ -120,6 +120,10 @@ private:
     const FrameAcquisition& acquisition() const; ///< the effective one
   };
 
+  /// Takes the mutex. Who waits for it is the next to have it, also where the worker, which may hold it most of the
+  /// time, asks for it again at once.
+  std::unique_lock<std::mutex> takeTurn() const;
+
   // These need the mutex, but take it themselves nowhere.
   void storeSequence(const AcquisitionSequence& sequence);
   void updateScatterers();
@@ -142,6 +146,7 @@ private:
 
   CUDA::DeviceBufferPool::ActivationGuard m_deviceBuffers;
   mutable std::mutex m_mutex;
+  mutable std::mutex m_nextTurn; ///< held while waiting for the other
   SimusBridge m_simus;
   std::unique_ptr<PulseOverlay> m_overlay; ///< null where there is no OpenGL
 
