@@ -2,13 +2,13 @@
 
 #include "kelvaris/AcquisitionSummary.h"
 #include "kelvaris/CancelOnInterrupt.h"
+#include "kelvaris/MakeComponent.h"
 #include "kelvaris/NumberList.h"
 #include "kelvaris/ProgressBar.h"
 #include "kelvaris/PropertiesFile.h"
 #include "kelvaris/Recording.h"
 
 #include "Core/Progress.h"
-#include "Lib/DataComponentFactory.h"
 #include "Lib/KelvarisFile.h"
 #include "Lib/PluginManager.h"
 #include "Lib/SampleFile.h"
@@ -34,18 +34,6 @@ struct ImportOptions {
   double frameRate = 0.0;
   bool anyLength = false;
 };
-
-/// A component of that id, made by the plugin that knows it.
-std::unique_ptr<DataComponentBase> component(const std::string& id, const Properties& properties) {
-  auto made = DataComponentFactory::get().create(id);
-  if (!made) throw std::runtime_error(fmt::format("No plugin provides the component \"{}\"", id));
-  made->configure(&properties);
-  Properties taken;
-  made->configuration(&taken);
-  if (taken.empty())
-    throw std::runtime_error(fmt::format("The component \"{}\" took nothing of what it was given", id));
-  return made;
-}
 
 std::unique_ptr<SampleArray> openSamples(const ImportOptions& options) {
   if (options.shape.empty() != options.type.empty())
@@ -100,11 +88,11 @@ void run(const ImportOptions& options) {
 
   // Algorithms look for these beside each image, not beside the set.
   DataComponentList components;
-  components.add(component("FrameAcquisition", acquisition));
+  components.add(makeComponent("FrameAcquisition", acquisition));
   Properties layout;
   layout.setParam("axisSemantics",
                   std::vector<int>(recording.axisSemantics().begin(), recording.axisSemantics().end()));
-  components.add(component("ChannelDataLayout", layout));
+  components.add(makeComponent("ChannelDataLayout", layout));
 
   KelvarisFile::Writer writer(options.output);
   {

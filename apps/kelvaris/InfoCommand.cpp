@@ -89,7 +89,8 @@ std::string describeScan(const ImageDescriptor& d, const DataComponentList& comp
   if (settings->scanConverted)
     return fmt::format(", scan-converted: {:.6g} x {:.6g} mm", d.width() * d.spacing().x(),
                        d.height() * d.spacing().y());
-  return components.get<US::FrameGeometryMetadata>() ? ", lines and depths (pre-scan)" : "";
+  const auto* frame = components.get<US::FrameGeometryMetadata>();
+  return frame && frame->frameGeometry() ? ", lines and depths (pre-scan)" : "";
 }
 
 /// Smallest and largest valid sample, and how many are invalid.

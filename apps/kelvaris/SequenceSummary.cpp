@@ -48,10 +48,12 @@ void readOrder(const Properties& properties, SequenceSummary& summary) {
   }
   for (std::size_t frame = 0; frame < counts.size(); ++frame) {
     const std::vector<int>& ofFrame = counts[frame];
-    for (std::size_t event = 0; event < ofFrame.size(); ++event)
-      require(ofFrame[event] == ofFrame[0] && ofFrame[event] > 0,
+    for (std::size_t event = 0; event < ofFrame.size(); ++event) {
+      require(ofFrame[event] > 0, "event {} of frame {} never fires", event, frame);
+      require(ofFrame[event] == ofFrame[0],
               "event {} of frame {} fires {} times and event 0 {} times; all events of a frame must fire equally often",
               event, frame, ofFrame[event], ofFrame[0]);
+    }
     summary.repetitions.push_back(ofFrame[0]);
   }
 }

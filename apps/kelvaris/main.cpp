@@ -5,6 +5,8 @@
 #include "kelvaris/InfoCommand.h"
 #include "kelvaris/RunCommand.h"
 #include "kelvaris/SequenceCommand.h"
+#include "kelvaris/SimulateCommand.h"
+#include "kelvaris/StreamCommand.h"
 
 #include <CLI/CLI.hpp>
 
@@ -32,6 +34,8 @@ int main(int argc, char** argv) {
   addImportCommand(app, job);
   addAcquisitionCommand(app, job);
   addSequenceCommand(app, job);
+  addSimulateCommand(app, job);
+  addStreamCommand(app, job);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,9 +1,15 @@
+#include "apps/Amplitudes.h"
 #include "apps/Program.h"
 #include "support/ErrorOf.h"
 #include "support/TemporaryFolder.h"
+#ifdef KELVARIS_HAVE_GL
+#include "GL/RequireGL.h"
+#endif
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <numbers>
 #include <sstream>
 
 namespace Kelvaris::Tests {
@@ -72,6 +78,79 @@ TEST(SequenceCommand, SaysWhatIsInASequenceAndWhatIsWrong) {
     EXPECT_FALSE(fs::exists(folder / "s.xml"));
   }
 }
+
+#ifdef KELVARIS_HAVE_GL
+struct PictureOfPoints {
+  const char* sequence;
+  int frame;
+  double fNumber;
+  const char* size;
+  double brightest; ///< at least the amplitude of the brightest point
+  double halfAngle; ///< of the sector, degrees
+  double radius;    ///< of its top, mm
+  double beamWidth; ///< mm
+};
+void PrintTo(const PictureOfPoints& picture, std::ostream* stream) {
+  *stream << picture.sequence << ", frame " << picture.frame;
+}
+
+constexpr double kWavelength = 1540.0 / 3e3; // mm
+/// An echo begins where its point is and ends a pulse of two cycles later.
+constexpr double kEchoBehindPoint = kWavelength * 2.0 / 4.0;
+
+class PicturesOfPoints : public testing::TestWithParam<PictureOfPoints> {
+protected:
+  /// Scan-converted, from x = 0 in the middle and the depth of the upper edge on.
+  static Amplitudes simulate(const std::string& phantom) {
+    const PictureOfPoints& p = GetParam();
+    const TemporaryFolder folder;
+    std::string frame = "frame-" + std::to_string(p.frame) + ".kvx", size = p.size;
+    for (const std::string& line :
+         {"simulate --sequence " + (kSequences / p.sequence).string() + " --pixel float --output . " + phantom,
+          "run " + frame + " --step IqDemodulation --step Beamforming:fNumber=" + std::to_string(p.fNumber) +
+              ",outputSize=" + size + " --step LogCompression:dynamicRange=50,referenceAmplitude=" +
+              std::to_string(p.brightest) + " --step ScanConversionUltrafastImaging --output picture.kvx"}) {
+      const ProgramResult result = runKelvaris(line, folder.path());
+      if (result.status != 0) throw std::runtime_error(line + ": " + result.error);
+    }
+    const double top = p.radius * (std::cos(p.halfAngle * std::numbers::pi / 180.0) - 1.0);
+    Amplitudes picture(folder / "picture.kvx", 50.0);
+    picture.depthAtTop = top;
+    return picture;
+  }
+
+  /// The brightest pixel within `box` mm around the place of a point lies at its echo.
+  static void expectPoint(const Amplitudes& picture, double x, double z, double box) {
+    const Amplitudes::Place place = picture.brightest(x - box, x + box, z - box, z + box);
+    EXPECT_NEAR(place.x, x, GetParam().beamWidth) << "point at " << x << ", " << z;
+    EXPECT_NEAR(place.z, z + kEchoBehindPoint, 0.5 * kWavelength) << "point at " << x << ", " << z;
+  }
+};
+
+TEST_P(PicturesOfPoints, HaveTheGridsPointsInTheirPlaces) {
+  KELVARIS_REQUIRE_GL();
+  const Amplitudes picture = simulate("--phantom grid --transmit 0");
+  for (int i = -5; i <= 5; ++i)
+    for (int j = 0; j <= 5; ++j)
+      expectPoint(picture, 5.0 * i, 10.0 + 5.0 * j, 2.2);
+}
+
+TEST_P(PicturesOfPoints, HaveASinglePointInItsPlace) {
+  KELVARIS_REQUIRE_GL();
+  expectPoint(simulate("--origin 7,22,0 --transmit 0"), 7.0, 22.0, 60.0);
+}
+
+// The beam widths: wavelength times F-number, of the transmit aperture for focused beams.
+INSTANTIATE_TEST_SUITE_P(
+    Examples, PicturesOfPoints,
+    testing::Values(PictureOfPoints{"focused.xml", 0, 2.0, "64x512", 1e4, 0.0, 0.0, kWavelength * 25.0 / (12 * 0.85)},
+                    PictureOfPoints{"plane-wave.xml", 0, 1.5, "256x512", 3e4, 12.0, 126.0, kWavelength * 1.5},
+                    PictureOfPoints{"diverging-wave.xml", 0, 1.5, "256x512", 3e4, 30.0, 38.2, kWavelength * 1.5},
+                    PictureOfPoints{"convex.xml", 0, 2.0, "64x512", 1e4, 22.0, 60.0, kWavelength * 25.0 / (12 * 0.72)},
+                    PictureOfPoints{"interleaved-ensemble.xml", 0, 1.5, "256x512", 3e4, 12.0, 126.0, kWavelength * 1.5},
+                    PictureOfPoints{"interleaved-ensemble.xml", 1, 1.5, "256x512", 1e5, 12.0, 126.0,
+                                    kWavelength * 1.5}));
+#endif
 
 } // namespace
 } // namespace Kelvaris::Tests

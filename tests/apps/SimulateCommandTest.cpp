@@ -1,0 +1,191 @@
+#include "apps/Program.h"
+#include "support/ErrorOf.h"
+#include "support/TemporaryFolder.h"
+#ifdef KELVARIS_HAVE_GL
+#include "GL/RequireGL.h"
+#endif
+
+#include "Lib/KelvarisFile.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+namespace Kelvaris::Tests {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kSequences = (fs::path(KELVARIS_EXAMPLES) / "sequences").string() + "/";
+const std::string kInterleaved = "simulate --sequence " + kSequences + "interleaved-ensemble.xml";
+
+TEST(SimulateCommand, RefusesWhatItCannotSimulate) {
+  const TemporaryFolder folder;
+  const std::string good = readFile(kSequences + "plane-wave.xml");
+  const auto changed = [&](const std::string& from, const std::string& to) {
+    std::string text = good;
+    return text.replace(text.find(from), from.size(), to);
+  };
+  writeFile(folder / "good.xml", good);
+  writeFile(folder / "broken.xml", good.substr(0, good.size() / 2));
+  writeFile(folder / "acquisition.xml", "<properties><param key=\"eventType\">1</param></properties>");
+  writeFile(folder / "order.xml", changed("\"eventIndex\">0<", "\"eventIndex\">5<"));
+  writeFile(folder / "uneven.xml", changed("\"eventIndex\">0<", "\"eventIndex\">1<"));
+  writeFile(folder / "delays.xml", changed("1e-04 1e-04", "1e-04 -1"));
+  fs::create_directory(folder / "x.kvx");
+  const struct {
+    std::string line;
+    int status;
+    const char* text;
+  } cases[] = {{"--sequence nowhere.xml", 1, "nowhere.xml can't be read"},
+               {"--sequence broken.xml", 1, "broken.xml doesn't hold a sequence"},
+               {"--sequence acquisition.xml", 1, "The sequence is broken: it has no \"frameAcquisitions\""},
+               {"--sequence order.xml", 1, "firing 0 is event 5 of frame 0, whose events are 0 to 4"},
+               {"--sequence uneven.xml", 1, "event 0 of frame 0 never fires"},
+               {"--sequence delays.xml", 1, "the delay after firing 1 is -1 s"},
+               {"--sequence good.xml --phantom cyst", 2, "--phantom"},
+               {"--sequence good.xml --pixel string", 2, "--pixel"},
+               {"--sequence good.xml --origin 0,10", 1, "\"0,10\" is no place; expected x,y,z"},
+               {"--sequence good.xml --origin 0,ten,0", 1, "\"ten\" is no length"},
+               {"--sequence good.xml --rate 0", 1, "The rate is 0 per second"},
+               {"--sequence good.xml --rate 30mm", 1, "\"30mm\" is no frequency"},
+               {"--sequence good.xml --noise -1", 1, "The amplitude of the noise is -1"},
+               {"--sequence good.xml --echo nan", 1, "The amplitude of the echoes is nan"},
+               {"", 2, "--sequence is required"}};
+  for (const auto& c : cases)
+    for (const std::string command : {"simulate --output out ", "stream simulated "}) {
+      const ProgramResult result = runKelvaris(command + c.line, folder.path());
+      EXPECT_EQ(result.status, c.status) << command << c.line;
+      EXPECT_CONTAINS(result.error, c.text);
+      EXPECT_FALSE(fs::exists(folder / "out"));
+    }
+  for (const auto& [line, text] :
+       {std::pair("--output out --frames 0", "There are 0 frames to simulate"),
+        {"--output out --layout channels,fastTime", "must name channels, fastTime and slowTime"},
+        {"--output out --layout channels,time,slowTime", "\"time\" is no axis"}})
+    EXPECT_CONTAINS(runKelvaris("simulate --sequence good.xml " + std::string(line), folder.path()).error, text);
+  EXPECT_CONTAINS(runKelvaris("stream simulated --sequence good.xml --seconds 0", folder.path()).error,
+                  "can't run for 0 seconds");
+}
+
+#ifdef KELVARIS_HAVE_GL
+/// Runs the command and expects success.
+std::string kelvaris(const std::string& line, const fs::path& folder) {
+  const ProgramResult result = runKelvaris(line, folder);
+  EXPECT_EQ(result.status, 0) << line << "\n" << result.error;
+  return result.output;
+}
+
+std::string bytesOf(const KelvarisFile::Reader& file, int image) {
+  const auto pixels = file.image(image)->mem();
+  return {static_cast<const char*>(pixels->data()), pixels->byteSize()};
+}
+
+TEST(SimulateCommand, WritesEveryEmission) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  const std::string options = " --frames 2 --rate 10Hz --pixel float";
+  EXPECT_CONTAINS(kelvaris(kInterleaved + options + " --output all.kvx", folder.path()), "Wrote all.kvx (4 images)");
+  EXPECT_CONTAINS(kelvaris(kInterleaved + options + " --output each", folder.path()),
+                  "Wrote each/frame-1.kvx (2 images)");
+  const KelvarisFile::Reader all(folder / "all.kvx"), frame0(folder / "each/frame-0.kvx"),
+      frame1(folder / "each/frame-1.kvx");
+  ASSERT_EQ(all.size(), 4);
+  for (int i = 0; i < 4; ++i) {
+    const KelvarisFile::Reader& frame = i % 2 ? frame1 : frame0;
+    EXPECT_EQ(all.descriptor(i).slices(), i % 2 ? 12 : 5);
+    EXPECT_EQ(all.timestamp(i), 100.0 * (i / 2));
+    EXPECT_EQ(bytesOf(all, i), bytesOf(frame, i / 2)) << "the noise of an emission is that of its number";
+  }
+  EXPECT_NE(bytesOf(frame0, 0), bytesOf(frame0, 1)) << "the noise of each emission is its own";
+  EXPECT_TRUE(all.set().isVolumetric());
+}
+
+/// Of the example's plane waves the third goes straight ahead.
+TEST(SimulateCommand, AnEchoComesWhenTheWaveHasBeenThereAndBack) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  kelvaris("simulate --sequence " + kSequences +
+               "plane-wave.xml --origin 3,20,0 --transmit 0 --noise 0 --echo 3 --pixel short --output x.kvx",
+           folder.path());
+  const KelvarisFile::Reader file(folder / "x.kvx");
+  ASSERT_EQ(file.descriptor(0).pixelType(), PixelInt16);
+  const auto image = file.image(0)->mem();
+  for (const int channel : {0, 31, 63}) {
+    const auto distance = [](int element) { return std::hypot((element - 31.5) * 0.85 - 3.0, 20.0); };
+    double nearest = 1e9;
+    for (int element = 0; element < 64; ++element)
+      nearest = std::min(nearest, distance(element));
+    int first = 0;
+    while (first < image->height() && image->valueAsDouble(channel, first, 2, 0) == 0.0)
+      ++first;
+    // A pulse begins with a zero.
+    EXPECT_EQ(first, static_cast<int>((nearest + distance(channel)) / 1.54e6 * 12e6) + 1) << channel;
+  }
+}
+
+TEST(SimulateCommand, AnyLayoutMakesTheSamePicture) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  std::vector<std::string> pictures;
+  for (const char* layout : {"channels,fastTime,slowTime", "slowTime,channels,fastTime"}) {
+    kelvaris(kInterleaved + " --pixel float --output x.kvx --layout " + layout, folder.path());
+    kelvaris("run x.kvx --images 0:1 --step IqDemodulation --step Beamforming:outputSize=16x64 --output y.kvx",
+             folder.path());
+    pictures.push_back(bytesOf(KelvarisFile::Reader(folder / "y.kvx"), 0));
+  }
+  const KelvarisFile::Reader file(folder / "x.kvx");
+  EXPECT_EQ(file.descriptor(0).width(), 5);
+  EXPECT_EQ(file.descriptor(0).height(), 64);
+  EXPECT_EQ(pictures[0], pictures[1]);
+}
+
+TEST(SimulateCommand, ReportsWhatOnlyShowsAtWork) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "x.kvx");
+  writeFile(folder / "file", "");
+  const std::string acquisition =
+      "acquisition --wave plane --elements 64 --pitch 0.3 --frequency 3 --depth 40 --output a.xml ";
+  kelvaris(acquisition + "--sampling-frequency 1e6", folder.path());
+  kelvaris("sequence a.xml --output huge.xml", folder.path());
+  for (const auto& [line, text] :
+       {std::pair(kInterleaved + " --output x.kvx", "x.kvx"),
+        {kInterleaved + " --output nowhere/x.kvx", "nowhere"},
+        {kInterleaved + " --output file", "file can't be made a folder, and a file must end in .kvx"},
+        {kInterleaved + " --output nowhere/folder", "nowhere/folder can't be made a folder"},
+        {std::string("simulate --sequence huge.xml --output huge.kvx"), "samples"},
+        {std::string("stream simulated --sequence huge.xml"), "samples"}}) {
+    const ProgramResult result = runKelvaris(line, folder.path());
+    EXPECT_EQ(result.status, 1) << line;
+    EXPECT_CONTAINS(result.error, text);
+  }
+  EXPECT_EQ(folder.names().size(), 4u) << "nothing but a.xml, huge.xml, file and x.kvx";
+}
+
+TEST(SimulateCommand, EndsWithoutAFileWhenInterrupted) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  // The shell gives background processes no Ctrl-C, but the signal of kill means the same.
+  const ProgramResult result =
+      runKelvaris(kInterleaved + " --frames 1000000 --output x.kvx & until ls .kelvaris*; do sleep 0.01; done; "
+                                 "kill -TERM $!; wait $!; }",
+                  folder.path(), "{ ");
+  EXPECT_EQ(result.status, 130);
+  EXPECT_CONTAINS(result.error, "Canceled; nothing was written");
+  EXPECT_TRUE(folder.names().empty());
+}
+
+TEST(StreamCommand, TellsHowTheRateIsKept) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  const std::string output =
+      kelvaris("stream simulated --sequence " + kSequences + "plane-wave.xml --seconds 0.5 --rate 10", folder.path());
+  EXPECT_CONTAINS(output, "per second (10 asked for)");
+  EXPECT_CONTAINS(output, "the period is 100.00 ms");
+}
+#endif
+
+} // namespace
+} // namespace Kelvaris::Tests
