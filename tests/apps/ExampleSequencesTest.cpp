@@ -52,6 +52,22 @@ TEST(ExampleSequences, AreWhatTheirCommandsWrite) {
   EXPECT_EQ(files, 5);
 }
 
+#ifdef KELVARIS_HAVE_GL
+TEST(ExampleSequences, ThePageOnSimulationWorks) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  fs::create_directory_symlink(KELVARIS_EXAMPLES, folder / "examples");
+  for (const std::string& command : commandsOf(fs::path(KELVARIS_EXAMPLES) / "../docs/simulation.md")) {
+    ASSERT_TRUE(command.starts_with("kelvaris ")) << command;
+    const ProgramResult result = runKelvaris(command.substr(9), folder.path());
+    ASSERT_EQ(result.status, 0) << command << "\n" << result.error;
+    ASSERT_EQ(result.error, "") << command;
+  }
+  EXPECT_EQ(KelvarisFile::Reader(folder / "sequence.kvx").size(), 6);
+  EXPECT_EQ(KelvarisFile::Reader(folder / "frames/frame-1.kvx").descriptor(2).slices(), 8);
+}
+#endif
+
 TEST(SequenceCommand, SaysWhatIsInASequenceAndWhatIsWrong) {
   const TemporaryFolder folder;
   writeFile(folder / "broken.xml", "<properties><param>");
