@@ -6,8 +6,8 @@
 #include "GL/ContextManager.h"
 #include "GL/GlImage.h"
 #include "GL/ShaderStorageBuffer.h"
-#include "imagemath/ImageMath.h"
 #include "processing/SignalProcessing.h"
+#include "simulation/LayerSum.h"
 #include "simulation/PulseLocations.h"
 #include "simulation/SimulationMemory.h"
 
@@ -34,17 +34,6 @@ GlImage pulseOf(const PulseEchoEvent& event, const FrameSizes& sizes, double amp
   return GlImage(Signal::sinusoidReal(static_cast<float>(event.receive.samplingFrequency),
                                       static_cast<float>(event.transmit.pulseFrequency), sizes.pulseLength,
                                       static_cast<float>(amplitude), kSine, 0));
-}
-
-/// An expression goes where the stream's images are computed: into a shader, or on the processor, where that would only
-/// be imitated.
-template <typename Expr> auto whereItIsQuicker(const Expr& expr) {
-  return ImageMath::DeviceStrategyWrapper(expr, GL::ContextManager::get().isSoftware() ? 0 : 2);
-}
-
-void addLayer(SharedImage& image, const SharedImage& layer) {
-  ImageMath::Array<SharedImage> sum(image);
-  sum = whereItIsQuicker(sum + ImageMath::Array<const SharedImage, float>(layer));
 }
 
 } // namespace
@@ -147,13 +136,14 @@ std::vector<Eigen::Vector3d> SimulatedChannelDataStream::offsetsOf(int frame) co
 void SimulatedChannelDataStream::updateImage(Frame& frame) {
   if (frame.acquisition().events().empty() || m_useSimus) return;
   const FrameSizes sizes(frame.acquisition());
-  auto image = std::make_unique<SharedImage>(ImageDescriptor(m_pixelType, sizes.channels, sizes.samples, sizes.events));
-  ImageMath::Array<SharedImage> target(*image);
-  const auto deviation = static_cast<float>(std::max(m_noiseAmplitude.load(), 0.0));
-  target = whereItIsQuicker(
-      ImageMath::makeNoise(*image, ImageMath::NoiseType::Gaussian, 0.0f, deviation, static_cast<int>(m_frameCounter)));
-  if (m_transmitAmplitude > 0.0 && frame.transmitLayer) addLayer(*image, *frame.transmitLayer);
-  if (m_echoAmplitude > 0.0 && frame.echoLayer) addLayer(*image, *frame.echoLayer);
+  std::vector<std::shared_ptr<SharedImage>> layers;
+  if (m_transmitAmplitude > 0.0 && frame.transmitLayer) layers.push_back(frame.transmitLayer);
+  if (m_echoAmplitude > 0.0 && frame.echoLayer) layers.push_back(frame.echoLayer);
+  // Where OpenGL runs on the processor, shaders only take longer than the processor by itself.
+  const int strategy = GL::ContextManager::get().isSoftware() ? 0 : 2;
+  std::unique_ptr<SharedImage> image = noiseAndLayers(
+      ImageDescriptor(m_pixelType, sizes.channels, sizes.samples, sizes.events),
+      static_cast<float>(std::max(m_noiseAmplitude.load(), 0.0)), static_cast<int>(m_frameCounter), layers, strategy);
   if (m_channelDataLayout != ChannelDataLayout())
     image->assign(permuteChannelData(*image->mem(), ChannelDataLayout(), m_channelDataLayout));
   frame.image = std::move(image);

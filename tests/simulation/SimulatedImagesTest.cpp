@@ -1,6 +1,7 @@
 // What the stream's images hold, against the sum of its layers in double precision.
 
 #include "SimulatedStreamCases.h"
+#include "simulation/LayerSum.h"
 #include "simulation/PulseLocations.h"
 #include "support/Images.h"
 #include "support/Samples.h"
@@ -16,6 +17,7 @@
 namespace Kelvaris::US {
 namespace {
 
+using Tests::sameBytes;
 using Tests::shortFrame;
 using Tests::stored;
 using Tests::streamOf;
@@ -109,6 +111,23 @@ TEST_F(SimulatedImages, AreTheSumOfTheirLayersInEveryPixelTypeAndLayout) {
         EXPECT_EQ(wrong, 0) << "frame " << f;
         EXPECT_GT(sure, static_cast<int>(i) * 9 / 10);
       }
+    }
+}
+
+TEST_F(SimulatedImages, AreTheSameByShadersAndOnTheProcessor) {
+  const GL::ContextManager::ActivationGuard guard;
+  const auto layerOfSeed = [](unsigned seed) {
+    return std::make_shared<SharedImage>(Tests::noiseImage(ImageDescriptor(PixelFloat, 37, 211, 10), seed));
+  };
+  const std::vector<std::shared_ptr<SharedImage>> layers = {layerOfSeed(1), layerOfSeed(2)};
+  for (const PixelType type : {PixelInt8, PixelUInt16, PixelFloat, PixelInt32})
+    for (const std::size_t count : {0u, 1u, 2u}) {
+      const auto sum = [&](int strategy) {
+        return noiseAndLayers(ImageDescriptor(type, 37, 211, 10), 20.0f, 5, std::span(layers).first(count), strategy);
+      };
+      const auto shaded = sum(2), computed = sum(0);
+      EXPECT_EQ(shaded->hasForm(ImageForm::Gl), type != PixelInt32) << "the sums of 32-bit integers need doubles";
+      EXPECT_TRUE(sameBytes(*shaded->mem(), *computed->mem())) << ImageDescriptor::pixelTypeName(type) << count;
     }
 }
 

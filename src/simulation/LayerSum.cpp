@@ -1,0 +1,18 @@
+#include "simulation/LayerSum.h"
+
+#include "imagemath/ImageMath.h"
+
+namespace Kelvaris::US {
+
+std::unique_ptr<SharedImage> noiseAndLayers(const ImageDescriptor& descriptor, float deviation, int frame,
+                                            std::span<const std::shared_ptr<SharedImage>> layers, int strategy) {
+  using namespace ImageMath;
+  auto image = std::make_unique<SharedImage>(descriptor);
+  Array<SharedImage> sum(*image);
+  sum = DeviceStrategyWrapper(makeNoise(*image, NoiseType::Gaussian, 0.0f, deviation, frame), strategy);
+  for (const std::shared_ptr<SharedImage>& layer : layers)
+    sum = DeviceStrategyWrapper(sum + Array<const SharedImage, float>(*layer), strategy);
+  return image;
+}
+
+} // namespace Kelvaris::US
