@@ -1,8 +1,10 @@
 // Feeds mutated input to every parser of what comes from outside, and checks what a parser accepts: written again, it
 // must read back the same. Crashes and undefined behaviour are the sanitizers' to find.
-//   ParserFuzz [SEED]
+//   ParserFuzz [SEED [PARSER INPUTS]]   all parsers, or one of them with so many inputs
+#include "fuzz/Finding.h"
 #include "fuzz/Mutator.h"
 #include "fuzz/RegisteredComponents.h"
+#include "fuzz/SimulationCacheFuzz.h"
 #include "support/Images.h"
 #include "support/TemporaryFolder.h"
 
@@ -29,12 +31,6 @@
 
 namespace Kelvaris::Tests {
 namespace {
-
-/// Ends the run: a parser accepted something that it can't read back.
-class Finding : public std::logic_error {
-public:
-  using std::logic_error::logic_error;
-};
 
 /// An input that takes longer hangs; the alarm then ends the program.
 constexpr unsigned kSecondsPerInput = 20;
@@ -189,7 +185,7 @@ void run(const Parser& parser, unsigned seed) {
     }
   }
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-  fmt::print("{:10} {:6} inputs, {:6} accepted, {:.1f} s\n", parser.name, parser.count, accepted, time.count());
+  fmt::print("{:15} {:6} inputs, {:6} accepted, {:.1f} s\n", parser.name, parser.count, accepted, time.count());
   std::fflush(stdout);
 }
 
@@ -203,7 +199,8 @@ int main(int argc, char** argv) {
     return parseFile(folder / "fuzz.kvx", folder / "copy.kvx");
   };
   const auto fileWords = words("SNOD|TREE|HEAP|GCOL|OHDR|FRHP|FADB|BTHD");
-  const std::vector<Parser> parsers = {
+  SimulationCacheFuzz cache(folder);
+  std::vector<Parser> parsers = {
       {"properties", {PropertiesIO::toXml(someProperties())}, kXmlWords, 40000, parseProperties},
       {"components", registered.examples(), kXmlWords, 40000, parseComponents},
       {"mask", {MaskIO::toXml(*sectorMask(ImageDescriptor(PixelUInt8, 5, 4)))}, kXmlWords, 20000, parseMask},
@@ -217,6 +214,16 @@ int main(int argc, char** argv) {
        words(",|:|=|[|]|(|)|\"|'"),
        20000,
        parseStep},
+      {"parametrization",
+       {cache.parametrization()},
+       kXmlWords,
+       5000,
+       [&](const std::string& xml) { return cache.loadsParametrization(xml); }},
+      {"simulation",
+       {cache.result()},
+       fileWords,
+       5000,
+       [&](const std::string& bytes) { return cache.loadsResult(bytes); }},
       {"kvx", {fileBytes(folder, false)}, fileWords, 4000, parseBytes},
 #ifndef __SANITIZE_ADDRESS__
       // Without checksums HDF5 1.10 itself reads a few bytes beyond damaged structures, which the sanitizer would
@@ -224,6 +231,11 @@ int main(int argc, char** argv) {
       {"kvx, old", {fileBytes(folder, true)}, fileWords, 4000, parseBytes},
 #endif
   };
+  if (argc > 3) {
+    std::erase_if(parsers, [&](const Parser& parser) { return std::string(parser.name) != argv[2]; });
+    for (Parser& parser : parsers)
+      parser.count = std::atoi(argv[3]);
+  }
   try {
     for (const Parser& parser : parsers)
       run(parser, seed);
