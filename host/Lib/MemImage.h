@@ -2,14 +2,14 @@
 
 #include "Lib/Image.h"
 
-#include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace Kelvaris {
 
-/// An image in main memory: all samples in one block, component by component, then along width, height, slices, 64-byte
-/// aligned. Made by create() or as a TypedImage. The pixels of a new image are not initialised. An image that has been
-/// moved from can only be destroyed.
+/// An image in main memory: all samples in one block, component by component, then along width, height, slices. Made by
+/// create() or as a TypedImage. The pixels of a new image are not initialised; its block is 64-byte aligned. An image
+/// may also stand on samples of others. An image that has been moved from can only be destroyed.
 class MemImage : public Image {
 public:
   static constexpr ImageForm form = ImageForm::Mem;
@@ -17,6 +17,10 @@ public:
   /// A new TypedImage of the descriptor's pixel type. Throws std::invalid_argument for an invalid descriptor,
   /// std::length_error or std::bad_alloc for one that is too large.
   static std::unique_ptr<MemImage> create(const ImageDescriptor& descriptor);
+  /// The same on samples that are there already, descriptor.byteSize() bytes, aligned as their type asks for. They are
+  /// read and written in place; the pointer keeps them alive, and lets go of them on whichever thread drops the image.
+  /// Throws std::invalid_argument for an invalid descriptor and for a null or misaligned pointer.
+  static std::unique_ptr<MemImage> create(const ImageDescriptor& descriptor, std::shared_ptr<void> samples);
 
   ImageForm imageForm() const override { return form; }
   std::unique_ptr<MemImage> download() const override { return clone(); }
@@ -50,12 +54,10 @@ protected:
   /// An extent may be 0: an image without pixels. Throws std::invalid_argument for an unknown pixel type, a negative
   /// extent or no channels.
   explicit MemImage(const ImageDescriptor& descriptor);
+  MemImage(const ImageDescriptor& descriptor, std::shared_ptr<void> samples);
 
 private:
-  struct Free {
-    void operator()(void* p) const { std::free(p); }
-  };
-  std::unique_ptr<void, Free> m_data;
+  std::shared_ptr<void> m_data;
 };
 
 /// The pixel type of samples of type T; PixelFloat for float.
@@ -93,6 +95,8 @@ public:
       : MemImage(ImageDescriptor(pixelTypeOf<T>(), width, height, slices, channels)) {}
   /// The pixel type must be one whose samples are T.
   explicit TypedImage(const ImageDescriptor& descriptor) : MemImage(descriptor) {}
+  TypedImage(const ImageDescriptor& descriptor, std::shared_ptr<void> samples)
+      : MemImage(descriptor, std::move(samples)) {}
 
   T* pointer() { return static_cast<T*>(data()); }
   const T* pointer() const { return static_cast<const T*>(data()); }

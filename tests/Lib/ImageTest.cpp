@@ -1,6 +1,7 @@
 #include "Lib/DataComponent.h"
 #include "Lib/IntensityMask.h"
 #include "Lib/MemImage.h"
+#include "Lib/PointCloud.h"
 #include "Lib/SharedImage.h"
 #include "Lib/SharedImageSet.h"
 #include "support/ErrorOf.h"
@@ -76,6 +77,39 @@ TEST(ImageDescriptorTest, ComparesEveryFieldWithinATolerance) {
     EXPECT_EQ(a.isApprox(b), change == slight) << b.toString();
     EXPECT_TRUE(b.isApprox(b)) << "equal to itself, NaN included";
   }
+}
+
+TEST(MemImageTest, StandsOnSamplesOfOthersAsLongAsItNeedsThem) {
+  auto samples = std::make_shared<std::vector<short>>(std::vector<short>{1, 2, 3, 4, 5, 6});
+  const std::weak_ptr<std::vector<short>> observed = samples;
+  short* const first = samples->data();
+  std::shared_ptr<MemImage> image = MemImage::create({PixelInt16, 3, 2}, {samples, first});
+  samples.reset();
+  EXPECT_EQ(image->data(), first);
+  EXPECT_EQ(image->valueAsDouble(2, 1, 0, 0), 6.0);
+  first[5] = 7;
+  const auto copy = image->clone();
+  SharedImage shared(std::move(image));
+  EXPECT_FALSE(observed.expired());
+  shared.assign(MemImage::create({PixelUInt8, 1, 1}));
+  EXPECT_TRUE(observed.expired());
+  EXPECT_EQ(copy->valueAsDouble(2, 1, 0, 0), 7.0);
+
+  alignas(8) char bytes[16] = {};
+  const auto at = [&](int offset) { return std::shared_ptr<void>(std::shared_ptr<void>(), bytes + offset); };
+  EXPECT_NE(MemImage::create({PixelFloat, 1, 1}, at(4)), nullptr);
+  EXPECT_THROW(MemImage::create({PixelDouble, 1, 1}, at(4)), std::invalid_argument);
+  EXPECT_THROW(MemImage::create({PixelFloat, 1, 1}, nullptr), std::invalid_argument);
+  EXPECT_THROW(MemImage::create({PixelFloat, 0, 1}, at(0)), std::invalid_argument);
+}
+
+TEST(PointCloudTest, HasOneWeightAPointOrNone) {
+  PointCloud cloud({{1, 2, 3}, {4, 5, 6}});
+  EXPECT_EQ(cloud.weights(), std::nullopt);
+  cloud.setWeights({{1.0, 0.5}});
+  EXPECT_EQ(Tests::errorOf<std::invalid_argument>([&] { cloud.setWeights({{1.0}}); }),
+            "1 weights for 2 points; expected one a point");
+  EXPECT_EQ(cloud.weights(), std::vector<double>({1.0, 0.5}));
 }
 
 TEST(SharedImageTest, MakesFormsOnDemandAndDropsStaleOnes) {
