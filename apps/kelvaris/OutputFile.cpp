@@ -2,9 +2,7 @@
 
 #include "Lib/KelvarisFile.h"
 #include "Lib/PngWriter.h"
-#include "US/FrameGeometryLinear.h"
-#include "US/FrameGeometryMetadata.h"
-#include "US/UltrasoundMetadata.h"
+#include "US/PixelSize.h"
 
 #include <fmt/format.h>
 
@@ -38,26 +36,6 @@ private:
   int m_count = 0;
 };
 
-/// The component of the image, else that of the whole set.
-template <typename T> const T* componentOf(const SharedImageSet& images, int index) {
-  if (const T* own = images.elementwiseComponents().components(index).get<T>()) return own;
-  return images.components().get<T>();
-}
-
-/// Size of the pixels (mm) of a picture of lines and depths, whose spacing counts lines across. Lines that aren't
-/// parallel and upright have no pixels of one size: zeros. Nothing for a picture that has been scan-converted, or of
-/// anything else.
-std::optional<Eigen::Vector2d> prescanPixelSize(const SharedImageSet& images, int index) {
-  const auto* metadata = componentOf<US::FrameGeometryMetadata>(images, index);
-  const US::FrameGeometry* geometry = metadata ? metadata->frameGeometry() : nullptr;
-  const auto* settings = componentOf<US::UltrasoundMetadata>(images, index);
-  if (!geometry || (settings && settings->scanConverted)) return std::nullopt;
-  const auto* linear = dynamic_cast<const US::FrameGeometryLinear*>(geometry);
-  if (!linear || linear->steeringAngle() != 0.0) return Eigen::Vector2d::Zero();
-  const ImageDescriptor& d = images.get(index).descriptor();
-  return Eigen::Vector2d(linear->width() / d.width(), linear->depth() / d.height());
-}
-
 class PngOutput : public OutputFile {
 public:
   PngOutput(std::filesystem::path path, bool several, const PictureStyle& style)
@@ -70,7 +48,7 @@ public:
       const SharedImage& image = images.get(i);
       PngWriter::checkSupported(image.descriptor());
       const int slices = image.descriptor().slices();
-      const PngWriter::Options options{.pixelSize = prescanPixelSize(images, i),
+      const PngWriter::Options options{.pixelSize = US::prescanPixelSize(images, i),
                                        .squarePixels = m_style.squarePixels,
                                        .maskColor = m_style.maskColor};
       for (int slice = 0; slice < slices; ++slice) {
