@@ -17,6 +17,7 @@
 namespace Kelvaris::US {
 namespace {
 
+using Tests::changed;
 using Tests::sameBytes;
 using Tests::shortFrame;
 using Tests::stored;
@@ -61,19 +62,21 @@ Expected sumOf(double noise, double transmit, double echo, int pixelType) {
 }
 
 TEST_F(SimulatedImages, AreTheSumOfTheirLayersInEveryPixelTypeAndLayout) {
-  // Echoes that the end of the recordings cuts, and a frame of one event.
-  const AcquisitionSequence sequence(
-      {shortFrame(1), FrameAcquisition(Tests::kStraight, {shortFrame(2).events().front()})});
-  const FrameSizes cut(sequence.frameAcquisitions()[0]);
-  const Eigen::Vector3d origin(0.5, (cut.samples - 15) / 2e7 * 1.54e6 / 2, 0.0);
+  // The grid's first row echoes while elements still transmit, its third where the recordings end. In the second frame,
+  // of one event, half of the elements transmit.
+  const auto endsAtThirdRow = [](PulseEchoEvent& event, int) { event.receive.endTime = 2 * 10.4 / 1.54e6; };
+  const FrameAcquisition few(Tests::kStraight, {shortFrame(2, 8).events().front()});
+  const AcquisitionSequence sequence({changed(shortFrame(1), endsAtThirdRow), changed(few, endsAtThirdRow)});
+  const Eigen::Vector3d origin(0.5, 0.3, 0.0);
+  const auto scatterers = phantomScatterers(PhantomType::Grid5mm, origin);
   std::vector<std::vector<double>> transmits, echoes;
   for (const FrameAcquisition& frame : sequence.frameAcquisitions()) {
     const FrameSizes sizes(frame);
-    const std::vector<Eigen::Vector3d> scatterers = {origin}, still(frame.events().size(), Eigen::Vector3d::Zero());
+    const std::vector<Eigen::Vector3d> still(frame.events().size(), Eigen::Vector3d::Zero());
     transmits.push_back(layerOf(frame, transmitPulseLocations(frame, sizes), 50.0));
     echoes.push_back(layerOf(frame, echoPulseLocations(frame, sizes, scatterers, still), 30.0));
   }
-  const auto lastRow = std::span(echoes[0]).last(static_cast<std::size_t>(cut.channels));
+  const auto lastRow = std::span(echoes[0]).last(16);
   EXPECT_TRUE(std::any_of(lastRow.begin(), lastRow.end(), [](double sample) { return sample != 0.0; }));
   for (const int pixelType : {5120, 5121, 5122, 5123, 5124, 5125, 5126, 5130, 5131})
     for (const ChannelDataLayout& layout :
@@ -87,6 +90,7 @@ TEST_F(SimulatedImages, AreTheSumOfTheirLayersInEveryPixelTypeAndLayout) {
       noiseAlone->setEchoAmplitude(0.0);
       const auto noise = Tests::nextImages(*noiseAlone);
       stream->setPixelType(static_cast<PixelType>(pixelType));
+      stream->setPhantomType(PhantomType::Grid5mm);
       stream->setPhantomOrigin(origin);
       stream->setEchoAmplitude(30.0);
       stream->setChannelDataLayout(layout);
@@ -112,6 +116,32 @@ TEST_F(SimulatedImages, AreTheSumOfTheirLayersInEveryPixelTypeAndLayout) {
         EXPECT_GT(sure, static_cast<int>(i) * 9 / 10);
       }
     }
+}
+
+TEST_F(SimulatedImages, HaveAllEchoesOfATableInPortions) {
+  // 64 firings x 64 channels x 64 transmit elements: 1 MiB a scatterer, so the grid's 66 go in two portions.
+  PulseEchoEvent event = PulseEchoEvent::createPlaneWave(Transducer::createLinear(64, 0.3), {0, 0, 0}, 0.1, 64, 64);
+  event.transmit.pulseFrequency = 4e6;
+  event.transmit.pulseLength = 0.5;
+  event.transmit.speedOfSound = 1.54e6;
+  event.receive.samplingFrequency = 2e7;
+  event.receive.endTime = 600.5 / 2e7;
+  const AcquisitionSequence sequence({FrameAcquisition(Transducer::createLinear(64, 0.3), {event})}, {64},
+                                     {AcquisitionSequence::EnsembleMode::PerEvent}, {{}});
+  const auto stream = streamOf(sequence);
+  stream->setPixelType(PixelFloat);
+  stream->setTransmitAmplitude(0.0);
+  stream->setPhantomType(PhantomType::Grid5mm);
+  stream->setPhantomOrigin(
+      {0, -20, 0}); // so that the last points of each column, whose portions differ, are the nearest
+  const auto image = Tests::nextImages(*stream).at(0);
+
+  const FrameAcquisition frame = sequence.effectiveFrameAcquisition(0);
+  const std::vector<Eigen::Vector3d> still(64, Eigen::Vector3d::Zero());
+  const auto scatterers = phantomScatterers(PhantomType::Grid5mm, {0, -20, 0});
+  const auto expected = layerOf(frame, echoPulseLocations(frame, FrameSizes(frame), scatterers, still), 10.0);
+  std::size_t i = 0;
+  EXPECT_LT(Tests::worstError(*image, [&](int, int, int, int) { return expected[i++]; }), 1e-2);
 }
 
 TEST_F(SimulatedImages, AreTheSameByShadersAndOnTheProcessor) {
