@@ -1,6 +1,9 @@
 #include "CUDA/DeviceBufferImage.h"
 
+#include "CUDA/Device.h"
+#include "Lib/GpuForms.h"
 #include "Lib/MemImage.h"
+#include "Lib/SharedImage.h"
 
 #include <fmt/format.h>
 
@@ -8,6 +11,11 @@
 
 namespace Kelvaris::CUDA {
 namespace {
+
+// Where the processor takes the place of the device, its memory is main memory, and another copy there is no gain.
+const GpuForms::Registration g_deviceBuffer{
+    {"device buffer", 0, &Device::isCuda, [](const SharedImage& image) { image.sharedCustom<DeviceBufferImage>(); }}};
+
 std::size_t checkedSize(const ImageDescriptor& descriptor) {
   if (!descriptor.isValid())
     throw std::invalid_argument(

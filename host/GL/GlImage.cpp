@@ -3,6 +3,8 @@
 #include "Core/Log.h"
 #include "GL/Check.h"
 #include "GL/ContextManager.h"
+#include "Lib/GpuForms.h"
+#include "Lib/SharedImage.h"
 
 #include <Eigen/Core>
 #include <epoxy/gl.h>
@@ -19,6 +21,9 @@ namespace Kelvaris {
 namespace {
 
 constexpr const char* kCategory = "GlImage";
+
+const GpuForms::Registration g_texture{{"texture", 1, [] { return GL::ContextManager::get().isAvailable(); },
+                                        [](const SharedImage& image) { image.sharedCustom<GlImage>(); }}};
 
 GLenum texelFormat(const ImageDescriptor& descriptor) {
   constexpr GLenum full[] = {GL_R32F, GL_RG32F, GL_RGBA32F, GL_RGBA32F};

@@ -1,5 +1,7 @@
 #include "Lib/SharedImageSet.h"
 
+#include "Lib/GpuForms.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -39,6 +41,11 @@ double SharedImageSet::timestamp(int index) const {
 void SharedImageSet::setTimestamp(double milliseconds, int index) {
   checkIndex(index);
   m_timestamps[static_cast<std::size_t>(index)] = milliseconds;
+}
+
+void SharedImageSet::prepareForGpu() const {
+  for (const auto& image : m_images)
+    GpuForms::get().make(*image);
 }
 
 std::unique_ptr<SharedImageSet> SharedImageSet::clone(int option) const {

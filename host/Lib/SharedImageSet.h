@@ -55,6 +55,10 @@ public:
   Selection& selection() { return m_selection; }
   const Selection& selection() const { return m_selection; }
 
+  /// Gives all images the form that the GPU works on, beside those that they have: a device buffer where there is a
+  /// CUDA device, else a texture where there is OpenGL. An image that can't have it stays as it is.
+  virtual void prepareForGpu() const;
+
   /// 1 and 3: the set-wide state (components, properties, modality, name, isVolumetric), no images. 4: that and the
   /// same images, shared, with their components and timestamps.
   virtual std::unique_ptr<SharedImageSet> clone(int option) const;
