@@ -9,6 +9,7 @@
 #include "Stream/CreateStreamIoAlgorithm.h"
 #include "imaging/ScanConversionUltrafastImaging.h"
 #include "simulation/SimulatedChannelDataStream.h"
+#include "streaming/SingleImageStreamAlgorithmExecutor.h"
 #endif
 #include "processing/ChannelDataFilterAlgorithm.h"
 #include "processing/ChannelDataRemappingAlgorithm.h"
@@ -43,6 +44,10 @@ USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFact
 #endif
   registerAlgorithm<StreamScanConversionAlgorithm>("StreamScanConversion",
                                                    "Ultrasound;Advanced;Advanced Scan-conversion", Descriptor::Expert);
+#ifdef KELVARIS_HAVE_GL
+  registerAlgorithm<SingleImageStreamAlgorithmExecutor>("SingleImageStreamAlgorithmExecutor",
+                                                        "Ultrasound;Advanced;Execute Stream Algorithm");
+#endif
 }
 
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}

@@ -264,6 +264,9 @@ TEST(AlgorithmMenu, ListsTheAlgorithmsInOrder) {
       "USImgFormation.ScanConversionUltrafastImaging|Ultrasound;Advanced;Scan-conversion for Ultrafast Imaging|2",
 #endif
       "USImgFormation.StreamScanConversion|Ultrasound;Advanced;Advanced Scan-conversion|2",
+#ifdef KELVARIS_HAVE_GL
+      "USImgFormation.SingleImageStreamAlgorithmExecutor|Ultrasound;Advanced;Execute Stream Algorithm|0",
+#endif
   };
   std::vector<std::string> found;
   for (const AlgorithmFactory::Descriptor& d : FactoryRegistry::get().algorithmDescriptors())

@@ -1,0 +1,410 @@
+#include "streaming/SingleImageStreamAlgorithmExecutor.h"
+
+#include "CUDA/Device.h"
+#include "GL/Context.h"
+#include "GL/RequireGL.h"
+#include "GL/SlowPicture.h"
+#include "StreamTools.h"
+#include "support/ExpectedLog.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Kelvaris::US {
+namespace {
+
+using namespace Tests;
+using Executor = SingleImageStreamAlgorithmExecutor;
+
+const std::string kLog = "4 SingleImageStreamAlgorithmExecutor: ";
+
+struct Note : DataComponent<Note> {
+  std::string id() const override { return "Note"; }
+  bool operator==(const Note&) const { return true; }
+};
+
+/// Calls a function of the test for every image.
+struct Callback : ShowParameters {
+  std::function<void(const SharedImage&)> f;
+  explicit Callback(std::function<void(const SharedImage&)> function) : f(std::move(function)) {}
+  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
+  processImage(const SharedImage& image, const DataComponentList& components) const override {
+    f(image);
+    return {image.clone(1), components};
+  }
+};
+
+class SingleImageStreamAlgorithmExecutorTest : public WithTestAlgorithms {
+protected:
+  void emitOnly(const std::vector<float>& pixels, std::uint64_t timestamp = 0) {
+    std::vector<std::shared_ptr<SharedImage>> images;
+    for (const float pixel : pixels)
+      images.push_back(row({pixel}));
+    input.dataSignal.emitSignal(emission(setOf(images), timestamp));
+  }
+  /// Emits one image for each pixel, and waits until the executor is through with it.
+  void emit(Executor& executor, const std::vector<float>& pixels = {1.0f}) {
+    emitOnly(pixels);
+    executor.waitUntilCompleted();
+  }
+
+  ImageStream input{"probe"};
+};
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, EmitsTheImageOfThatIndexAsTheInputBroughtIt) {
+  for (const bool blocking : {false, true}) {
+    std::thread::id thread;
+    bool hadContext = false;
+    Executor executor(input, std::make_unique<Callback>([&](const SharedImage&) {
+                        thread = std::this_thread::get_id();
+                        hadContext = GL::ContextManager::hasCurrent();
+                      }));
+    EXPECT_TRUE(dynamic_cast<const Callback&>(*executor.streamAlgorithm()).isSequentialMode());
+    EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
+    const Receiver receiver(*executor.stream());
+    executor.forceBlocking = blocking;
+    executor.imageIndex = 1;
+    const auto images = setOf({row({1.0f}), row({2.0f, 3.0f}), row({4.0f})});
+    images->elementwiseComponents().components(1).add<Note>();
+    input.dataSignal.emitSignal(emission(images, 77));
+    input.dataSignal.emitSignal(std::make_shared<StreamData>()); // nothing comes of these two
+    input.dataSignal.emitSignal(emission(setOf({})));
+    executor.waitUntilCompleted();
+
+    ASSERT_EQ(receiver.count(), 1u);
+    EXPECT_EQ(receiver.last(), (std::vector<float>{2.0f, 3.0f}));
+    const auto received = receiver.received()[0];
+    EXPECT_EQ(received->timestampDevice(), 77u);
+    EXPECT_EQ(received->timestampArrival(), 78u);
+    EXPECT_EQ(received->images()->size(), 1);
+    EXPECT_EQ(received->images()->timestamp(0), 101.0);
+    EXPECT_NE(received->images()->elementwiseComponents().components(0).get<Note>(), nullptr);
+    EXPECT_EQ(received->images()->modality(), Data::Ultrasound);
+    EXPECT_EQ(executor.stream()->modality(), Data::Ultrasound);
+    EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
+    EXPECT_EQ(thread == std::this_thread::get_id(), blocking);
+    EXPECT_EQ(hadContext, GL::ContextManager::get().isAvailable());
+
+    images->setVolumetric(true);
+    input.dataSignal.emitSignal(emission(images));
+    executor.waitUntilCompleted();
+    EXPECT_EQ(executor.stream()->kind(), Data::VolumeStreamKind);
+  }
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, IsMadeForOneStreamOfKnownKind) {
+  ImageStream other("other");
+  other.setKind(Data::OtherStreamKind);
+  const auto images = setOf({});
+  for (const DataList& data : {DataList{}, DataList{&input, &input}, DataList{&other}, DataList{images.get()}})
+    EXPECT_FALSE(Executor::createCompatible(data, nullptr));
+  EXPECT_TRUE(Executor::createCompatible({&input}, nullptr));
+  Algorithm* made = nullptr;
+  EXPECT_TRUE(Executor::createCompatible({&input}, &made));
+  const std::unique_ptr<Algorithm> executor(made);
+  const Tests::ExpectedLog log;
+  executor->compute();
+  EXPECT_EQ(executor->status(), Algorithm::IncompleteInput);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{kLog + "Algorithm name required to instantiate algorithm!"});
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, CreatesTheAlgorithmFromTheImageThatItWillGet) {
+  for (const char* name : {"Show Parameters", "Test.Show"}) {
+    Executor executor(input, nullptr);
+    const Receiver receiver(*executor.stream());
+    int changes = 0;
+    executor.outputChanged.connect([&] { ++changes; });
+    executor.imageIndex = 1;
+    emit(executor, {4, 5, 6});
+    EXPECT_EQ(executor.streamAlgorithm(), nullptr);
+    EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
+    executor.setStreamAlgorithmName(name);
+    executor.compute();
+    EXPECT_EQ(executor.status(), Algorithm::Success);
+    emit(executor, {4, 5, 6});
+    emit(executor, {4, 5, 6});
+    EXPECT_EQ(changes, 1);
+    EXPECT_EQ(receiver.count(), 2u);
+    EXPECT_EQ(executor.streamAlgorithmName(), name);
+    const auto& algorithm = dynamic_cast<const ShowParameters&>(*executor.streamAlgorithm());
+    ASSERT_EQ(algorithm.input->size(), 1);
+    EXPECT_EQ(algorithm.input->get(0).mem()->valueAsDouble(0, 0, 0, 0), 5.0);
+    EXPECT_TRUE(algorithm.isSequentialMode());
+  }
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithm) {
+  const std::string failed = kLog + "Could not factory-create algorithm ";
+  const struct {
+    const char* name;
+    float pixel;
+    std::vector<std::string> messages;
+    bool configureWorks; ///< brings it to life again, as setting a name does
+  } cases[] = {
+      {"Absent", 1, {failed + "Absent"}, false},
+      {"Show Parameters",
+       kRefuse,
+       {kLog + "The creation of the algorithm Show Parameters failed: no events", failed + "Show Parameters"},
+       false},
+      {"Whole",
+       1,
+       {kLog + "Algorithm Whole is not capable of processing images sequentially. Implement the "
+               "SequentialImageProcessor interface."},
+       true},
+  };
+  for (const auto& c : cases) {
+    Executor executor(input, nullptr);
+    const Receiver receiver(*executor.stream());
+    Properties settings;
+    settings.setParam("algorithmName", std::string("Show Parameters"));
+    for (int round = 0; round < 2; ++round) {
+      executor.setStreamAlgorithmName(c.name);
+      const Tests::ExpectedLog log;
+      emit(executor, {c.pixel});
+      emit(executor, {c.pixel});
+      EXPECT_EQ(log.messages(), c.messages);
+      EXPECT_EQ(executor.streamAlgorithmName(), "");
+      EXPECT_EQ(executor.streamAlgorithm(), nullptr);
+      EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
+    }
+    executor.configure(&settings);
+    emit(executor);
+    EXPECT_EQ(receiver.count(), c.configureWorks ? 1u : 0u) << c.name;
+    executor.setStreamAlgorithmName("Show Parameters");
+    emit(executor);
+    EXPECT_EQ(receiver.count(), c.configureWorks ? 2u : 1u) << c.name;
+  }
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, AFrameThatFailsIsLostAndTheNextOneWorks) {
+  const std::string bounds = " out of bounds for SharedImageSet with 1 images.";
+  const struct {
+    int index;
+    float pixel;
+    bool created; ///< already
+    std::vector<std::string> messages;
+  } cases[] = {
+      {0, kNull, true, {}},
+      {0, kThrow, true, {kLog + "A frame is lost: no device memory"}},
+      {0, kThrowNumber, true, {kLog + "A frame is lost: unknown exception"}},
+      {1, 1, true, {kLog + "Image index 1" + bounds + " No processing will be performed."}},
+      {-1, 1, true, {kLog + "Image index -1" + bounds + " No processing will be performed."}},
+      {1, 1, false, {kLog + "Image index 1" + bounds}},
+  };
+  for (const bool blocking : {false, true})
+    for (const auto& c : cases) {
+      Executor executor(input, nullptr);
+      executor.forceBlocking = blocking;
+      const Receiver receiver(*executor.stream());
+      executor.setStreamAlgorithmName("Test.Show");
+      if (c.created) emit(executor);
+      const std::size_t before = receiver.count();
+      executor.imageIndex = c.index;
+      {
+        const Tests::ExpectedLog log;
+        emit(executor, {c.pixel});
+        emit(executor, {c.pixel});
+        auto twice = c.messages;
+        twice.insert(twice.end(), c.messages.begin(), c.messages.end());
+        EXPECT_EQ(log.messages(), twice);
+      }
+      EXPECT_EQ(receiver.count(), before);
+      executor.imageIndex = 0;
+      emit(executor);
+      EXPECT_EQ(receiver.count(), before + 1);
+    }
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, AListenerThatThrowsCostsAFrame) {
+  Executor executor(input, std::make_unique<ShowParameters>());
+  const auto connection = executor.stream()->dataSignal.connect(
+      [](const std::shared_ptr<const StreamData>&) { throw std::runtime_error("disk is full"); });
+  const Tests::ExpectedLog log;
+  emit(executor);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{kLog + "A frame is lost: disk is full"});
+  connection.disconnect();
+  const Receiver receiver(*executor.stream());
+  emit(executor);
+  EXPECT_EQ(receiver.count(), 1u);
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, HoldsUpTheEmitterOnlyIfToldTo) {
+  std::counting_semaphore<> began(0), mayEnd(0);
+  Executor executor(input, std::make_unique<Callback>([&](const SharedImage&) {
+                      began.release();
+                      mayEnd.acquire();
+                    }));
+  const Receiver receiver(*executor.stream());
+  executor.queueSize = 2;
+  emitOnly({1}, 1);
+  began.acquire();
+  emitOnly({1}, 2);
+  emitOnly({1}, 3);
+  EXPECT_EQ(receiver.count(), 0u) << "the emitter is through, the algorithm isn't";
+  executor.queueSize = 1; // leaves 3 alone, which goes with the end of 1
+  mayEnd.release();
+  executor.waitUntilCompleted();
+  emitOnly({1}, 4);
+  mayEnd.release();
+  executor.waitUntilCompleted();
+  const auto received = receiver.received();
+  ASSERT_EQ(received.size(), 2u);
+  EXPECT_EQ(received[0]->timestampDevice(), 1u);
+  EXPECT_EQ(received[1]->timestampDevice(), 4u);
+
+  executor.forceBlocking = true;
+  mayEnd.release();
+  emitOnly({1}, 5);
+  EXPECT_EQ(receiver.count(), 3u);
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, KeepsSettingsForTheAlgorithmToCome) {
+  Executor executor(input, nullptr);
+  const Receiver receiver(*executor.stream());
+  Properties settings;
+  settings.setParam("forceBlocking", true);
+  settings.setParam("queueSize", 3);
+  settings.setParam("algorithmName", std::string("Show Parameters"));
+  settings.subProperties("algorithmConfig").setParam("first", 7);
+  executor.configure(nullptr);
+  executor.configure(&settings);
+  EXPECT_TRUE(executor.forceBlocking);
+  Properties stored;
+  executor.configuration(nullptr);
+  executor.configuration(&stored);
+  const auto firstOf = [](const Properties& properties) {
+    int first = -1;
+    const Properties* config = properties.findSubProperties("algorithmConfig");
+    if (config) config->param("first", first);
+    return first;
+  };
+  std::string name;
+  EXPECT_TRUE(stored.param("algorithmName", name));
+  EXPECT_EQ(name, "Show Parameters");
+  EXPECT_EQ(firstOf(stored), 7);
+
+  Executor restored(input, nullptr);
+  const Receiver restoredReceiver(*restored.stream());
+  restored.configure(&stored);
+  EXPECT_EQ(restored.queueSize.value(), 3);
+  emit(restored, {2});
+  EXPECT_EQ(restoredReceiver.last(), (std::vector<float>{7, 0, 2}));
+  EXPECT_EQ(receiver.last(), (std::vector<float>{7, 0, 2}));
+
+  // With an algorithm at work: what it has, and changes at once, by the name that it was asked for or its own.
+  for (const char* own : {"Show Parameters", "Test.Show"}) {
+    Executor running(input, nullptr);
+    const Receiver runningReceiver(*running.stream());
+    running.setStreamAlgorithmName(own);
+    emit(running);
+    Properties fromRunning;
+    running.configuration(&fromRunning);
+    fromRunning.subProperties("algorithmConfig").setParam("first", 8);
+    running.configure(&fromRunning);
+    Properties otherName = fromRunning;
+    otherName.setParam("algorithmName", std::string("Whole"));
+    otherName.subProperties("algorithmConfig").setParam("first", 9);
+    running.configure(&otherName); // waits for nothing
+    EXPECT_EQ(running.streamAlgorithmName(), "Whole");
+    emit(running, {2});
+    EXPECT_EQ(runningReceiver.last(), (std::vector<float>{8, 0, 2}));
+    Properties again;
+    running.configuration(&again);
+    EXPECT_EQ(again, fromRunning);
+  }
+
+  // A new name drops the settings that wait.
+  Executor renamed(input, nullptr);
+  renamed.configure(&settings);
+  renamed.setStreamAlgorithmName("Show Parameters");
+  Properties ofRenamed;
+  renamed.configuration(&ofRenamed);
+  EXPECT_EQ(firstOf(ofRenamed), -1);
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, OutputAndExecutorEndInAnyOrder) {
+  auto executor = std::make_unique<Executor>(input, std::make_unique<ShowParameters>());
+  OwningDataList output = executor->takeOutput();
+  ASSERT_EQ(output.size(), 1u);
+  EXPECT_TRUE(executor->takeOutput().empty());
+  emit(*executor);
+  executor.reset();
+  emitOnly({1});
+  EXPECT_EQ(output.extract<ImageStream>()->kind(), Data::ImageStreamKind);
+
+  int processed = 0;
+  executor = std::make_unique<Executor>(input, std::make_unique<Callback>([&](const SharedImage&) { ++processed; }));
+  executor->forceBlocking = true;
+  executor->takeOutput();
+  EXPECT_EQ(executor->stream(), nullptr);
+  executor->setStreamAlgorithmName("Test.Show");
+  emit(*executor);
+  executor->process({1, 2, std::make_shared<Executor::Payload>()}); // no images
+  EXPECT_EQ(processed, 0);
+
+  auto shortLived = std::make_unique<ImageStream>("short-lived");
+  Executor orphan(*shortLived, std::make_unique<ShowParameters>());
+  EXPECT_EQ(orphan.inputStream(), shortLived.get());
+  shortLived.reset();
+  EXPECT_EQ(orphan.inputStream(), nullptr);
+  orphan.setStreamAlgorithmName("Test.Show");
+  orphan.waitUntilCompleted();
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, WaitsForTheEmittersOpenGLWork) {
+  KELVARIS_REQUIRE_GL();
+  for (const bool blocking : {false, true}) {
+    SlowPicture picture;
+    bool wasDrawn = false;
+    Executor executor(input, std::make_unique<Callback>([&](const SharedImage&) { wasDrawn = picture.isDrawn(); }));
+    executor.forceBlocking = blocking;
+    const Receiver receiver(*executor.stream());
+    const auto emitPicture = [&] {
+      input.dataSignal.emitSignal(emission(setOf({std::make_shared<SharedImage>(picture.texture)})));
+    };
+    {
+      const auto context = GL::ContextManager::get().createContext();
+      picture.draw();
+      emitPicture();
+      executor.waitUntilCompleted(); // the end of the context would wait, too
+    }
+    EXPECT_TRUE(wasDrawn);
+    const Tests::ExpectedLog log;
+    emitPicture();
+    executor.waitUntilCompleted();
+    EXPECT_EQ(log.messages(),
+              std::vector<std::string>{
+                  "3 SingleImageStreamAlgorithmExecutor: ImageStreamData contains GL images, but the emitting thread "
+                  "does not have a GL context. Cannot synchronize GL contexts. Results may be incomplete"});
+    ASSERT_EQ(receiver.count(), 2u) << "all the same";
+    EXPECT_EQ(receiver.last()[5], SlowPicture::kOffset + 5);
+  }
+}
+
+TEST_F(SingleImageStreamAlgorithmExecutorTest, BringsImagesToTheGpuIfAskedTo) {
+  KELVARIS_REQUIRE_GL();
+  const ImageForm form = CUDA::Device::isCuda() ? ImageForm::Device : ImageForm::Gl;
+  bool onGpu = false;
+  Executor executor(input, std::make_unique<Callback>([&](const SharedImage& image) { onGpu = image.hasForm(form); }));
+  const Receiver receiver(*executor.stream());
+  for (const bool asked : {false, true}) {
+    executor.processOnGpu = asked;
+    emit(executor, {3});
+    EXPECT_EQ(onGpu, asked);
+    EXPECT_EQ(receiver.last(), std::vector<float>{3});
+  }
+  // A texture has four channels at most.
+  const auto five = std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(1, 1, 1, 5));
+  input.dataSignal.emitSignal(emission(setOf({five})));
+  executor.waitUntilCompleted();
+  EXPECT_EQ(receiver.count(), 3u);
+}
+
+} // namespace
+} // namespace Kelvaris::US

@@ -1,0 +1,154 @@
+#pragma once
+
+#include "Core/Parameter.h"
+#include "Lib/Algorithm.h"
+#include "Lib/AlgorithmFactory.h"
+#include "Lib/FactoryRegistry.h"
+#include "Lib/SharedImageSet.h"
+#include "Stream/ImageStream.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace Kelvaris::Tests {
+
+/// An ultrasound image of one row.
+inline std::shared_ptr<SharedImage> row(const std::vector<float>& pixels) {
+  auto image = std::make_shared<TypedImage<float>>(static_cast<int>(pixels.size()), 1);
+  std::copy(pixels.begin(), pixels.end(), image->pointer());
+  return std::make_shared<SharedImage>(image);
+}
+
+inline std::shared_ptr<SharedImageSet> setOf(const std::vector<std::shared_ptr<SharedImage>>& images) {
+  auto set = std::make_shared<SharedImageSet>();
+  set->setModality(Data::Ultrasound);
+  for (const auto& image : images)
+    set->add(image, 100.0 + set->size());
+  return set;
+}
+
+inline std::shared_ptr<ImageStreamData> emission(std::shared_ptr<const SharedImageSet> images,
+                                                 std::uint64_t timestampDevice = 0) {
+  auto data = std::make_shared<ImageStreamData>(std::move(images));
+  data->setTimestampDevice(timestampDevice);
+  data->setTimestampArrival(timestampDevice + 1);
+  return data;
+}
+
+/// First pixels of images that make trouble for processImage(), or for the creation of ShowParameters.
+constexpr float kNull = -1, kThrow = -2, kThrowNumber = -3, kRefuse = -4;
+
+/// Its result is one row: the value of `first`, that of `second`, the first pixel of the input. Its parameters have no
+/// guard of their own.
+struct ShowParameters : Algorithm, SequentialImageProcessor {
+  explicit ShowParameters(const SharedImageSet* images = nullptr) : input(images) {
+    registerParameter(&first);
+    registerParameter(&second);
+  }
+  static bool createCompatible(const DataList& data, Algorithm** algorithm) {
+    const auto images = data.getImages(Data::UnknownKind, Data::Ultrasound);
+    if (images.size() != 1) return false;
+    if (images[0]->get(0).mem()->valueAsDouble(0, 0, 0, 0) == kRefuse) throw std::out_of_range("no events");
+    if (algorithm) *algorithm = std::make_unique<ShowParameters>(images[0]).release();
+    return true;
+  }
+  void compute() override {}
+  OwningDataList takeOutput() override { return {}; }
+
+  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
+  processImage(const SharedImage& image, const DataComponentList& components) const override {
+    const auto pixel = static_cast<float>(image.mem()->valueAsDouble(0, 0, 0, 0));
+    if (pixel == kNull) return {};
+    if (pixel == kThrow) {
+      ++thrown;
+      throw std::runtime_error("no device memory");
+    }
+    if (pixel == kThrowNumber) throw 1;
+    const auto firstValue = static_cast<float>(first);
+    std::this_thread::yield(); // a change between the two reads would show
+    return {row({firstValue, static_cast<float>(second), pixel}), components};
+  }
+
+  Parameter<int> first{"first", 0}, second{"second", 0};
+  inline static std::atomic<std::size_t> thrown = 0; ///< by all of them
+  const SharedImageSet* input;                       ///< the example that it was created for
+};
+
+/// Works on whole sets alone.
+struct Whole : Algorithm {
+  static bool createCompatible(const DataList&, Algorithm** algorithm) {
+    if (algorithm) *algorithm = std::make_unique<Whole>().release();
+    return true;
+  }
+  void compute() override {}
+  OwningDataList takeOutput() override { return {}; }
+};
+
+struct TestFactory : AlgorithmFactory {
+  TestFactory() : AlgorithmFactory("Test") {
+    registerAlgorithm<ShowParameters>("Show", "Test;Show Parameters");
+    registerAlgorithm<Whole>("Whole", "Test;Whole");
+  }
+};
+
+/// Has the algorithms above registered.
+class WithTestAlgorithms : public ::testing::Test {
+protected:
+  WithTestAlgorithms() { FactoryRegistry::get().add(std::make_unique<TestFactory>(), nullptr, this); }
+  ~WithTestAlgorithms() override { FactoryRegistry::get().remove(this); }
+};
+
+/// Waits for what another thread is about to do.
+template <typename Condition> void waitFor(Condition&& condition) {
+  while (!condition())
+    std::this_thread::yield();
+}
+
+/// Collects what a stream emits.
+class Receiver {
+public:
+  explicit Receiver(Stream& stream)
+      : m_connection(stream.dataSignal.connectBlocking([this](const std::shared_ptr<const StreamData>& data) {
+          const std::scoped_lock lock(m_mutex);
+          m_received.push_back(std::dynamic_pointer_cast<const ImageStreamData>(data));
+        })) {}
+
+  std::vector<std::shared_ptr<const ImageStreamData>> received() const {
+    const std::scoped_lock lock(m_mutex);
+    return m_received;
+  }
+  std::size_t count() const {
+    const std::scoped_lock lock(m_mutex);
+    return m_received.size();
+  }
+  /// The device's timestamp of the last emission; 0 without one.
+  std::uint64_t newest() const {
+    const std::scoped_lock lock(m_mutex);
+    return m_received.empty() ? 0 : m_received.back()->timestampDevice();
+  }
+  /// The pixels of the last emission's first image.
+  std::vector<float> last() const {
+    const std::scoped_lock lock(m_mutex);
+    if (m_received.empty()) return {};
+    const auto image = m_received.back()->images()->get(0).mem();
+    const auto* pixels = static_cast<const float*>(image->data());
+    return {pixels, pixels + image->width()};
+  }
+
+private:
+  mutable std::mutex m_mutex;
+  std::vector<std::shared_ptr<const ImageStreamData>> m_received;
+  BlockingConnection m_connection;
+};
+
+} // namespace Kelvaris::Tests
