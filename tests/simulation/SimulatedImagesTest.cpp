@@ -161,46 +161,5 @@ TEST_F(SimulatedImages, AreTheSameByShadersAndOnTheProcessor) {
     }
 }
 
-TEST_F(SimulatedImages, AreClearWithoutNoiseAndPulses) {
-  const auto stream = streamOf(AcquisitionSequence({shortFrame(1)}));
-  stream->setTransmitAmplitude(0.0);
-  stream->setEchoAmplitude(0.0);
-  for (const PixelType type : {PixelInt16, PixelFloat}) {
-    stream->setPixelType(type);
-    EXPECT_EQ(Tests::worstError(*Tests::nextImages(*stream).at(0), [](int, int, int, int) { return 0.0; }), 0.0);
-  }
-}
-
-TEST_F(SimulatedImages, NoiseHasItsDeviationAndIsIndependent) {
-  FrameAcquisition frame = shortFrame(1);
-  frame.events().resize(3);
-  for (PulseEchoEvent& event : frame.events()) {
-    event.receive.endTime = 7000.5 / event.receive.samplingFrequency;
-    event.transmit.pulseLength = 0.0;
-  }
-  const auto stream =
-      streamOf(AcquisitionSequence({frame}, {3}, {AcquisitionSequence::EnsembleMode::PerEvent}, {{}}), 2.5);
-  stream->setPixelType(PixelFloat);
-  const auto now = Tests::nextImages(*stream).at(0), next = Tests::nextImages(*stream).at(0);
-  const auto& size = now->descriptor();
-  ASSERT_GT(size.elementCount(), 1'000'000u);
-  const auto* const a = static_cast<const float*>(now->data());
-  const auto* const b = static_cast<const float*>(next->data());
-  const auto count = size.elementCount(), row = static_cast<std::size_t>(size.width()),
-             slice = row * static_cast<std::size_t>(size.height());
-  const auto mean = [&](const auto& value) {
-    double sum = 0.0;
-    for (std::size_t i = 0; i < count; ++i)
-      sum += value(i);
-    return sum / static_cast<double>(count);
-  };
-  const double limit = 4.5 / std::sqrt(static_cast<double>(count)), variance = 2.5 * 2.5;
-  EXPECT_NEAR(mean([&](std::size_t i) { return a[i]; }), 0.0, 2.5 * limit);
-  EXPECT_NEAR(mean([&](std::size_t i) { return a[i] * a[i]; }), variance, variance * 1.5 * limit);
-  for (const std::size_t lag : {std::size_t{1}, row, slice})
-    EXPECT_NEAR(mean([&](std::size_t i) { return a[i] * a[(i + lag) % count]; }), 0.0, variance * limit) << lag;
-  EXPECT_NEAR(mean([&](std::size_t i) { return a[i] * b[i]; }), 0.0, variance * limit) << "the next acquisition";
-}
-
 } // namespace
 } // namespace Kelvaris::US
