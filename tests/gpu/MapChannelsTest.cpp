@@ -108,6 +108,33 @@ INSTANTIATE_TEST_SUITE_P(Types, MapChannels,
                          ::testing::Combine(::testing::Values(PixelInt16, PixelFloat), ::testing::Values(1, 2),
                                             ::testing::Range(0, 6)));
 
+class MapChannelsLarge : public Tests::DeviceTest<> {};
+
+TEST_F(MapChannelsLarge, OutputsThatNoCacheHolds) { // on the CPU they are written past the caches
+  constexpr int channels = 136, samples = 1027, events = 64;
+  std::mt19937 random(1);
+  std::vector<std::vector<int>> from(events, inOrder(channels));
+  for (std::vector<int>& mapping : from)
+    std::shuffle(mapping.begin(), mapping.end(), random);
+  const MapChannelsAndTranspose remapper(acquisition(from), acquisition({events, inOrder(channels)}));
+  for (const ChannelDataLayout& layout : {ChannelDataLayout(Axis::Channels, Axis::SlowTime, Axis::FastTime),
+                                          ChannelDataLayout(Axis::SlowTime, Axis::FastTime, Axis::Channels)}) {
+    const Eigen::Vector3i extent = layout.packVec(channels, samples, events);
+    const auto data = std::make_shared<TypedImage<short>>(extent.x(), extent.y(), extent.z());
+    std::generate_n(data->pointer(), data->size(), [&] { return static_cast<short>(random()); });
+    const auto result = remapper.mapAndTranspose(SharedImage(data), layout)->mem();
+    const auto* output = static_cast<const short*>(result->data());
+    std::ptrdiff_t wrong = 0;
+    for (int v = 0; v < events; ++v)
+      for (int s = 0; s < samples; ++s)
+        for (const int m : from[static_cast<std::size_t>(v)]) {
+          const Eigen::Vector3i p = layout.packVec(m, s, v);
+          wrong += *output++ != data->pointer()[(p.z() * extent.y() + p.y()) * extent.x() + p.x()];
+        }
+    EXPECT_EQ(wrong, 0);
+  }
+}
+
 class MapChannelsErrors : public Tests::DeviceTest<> {};
 
 TEST_F(MapChannelsErrors, AcquisitionsThatDoNotFitAreRefused) {
