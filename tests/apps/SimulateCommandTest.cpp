@@ -177,13 +177,65 @@ TEST(SimulateCommand, EndsWithoutAFileWhenInterrupted) {
   EXPECT_TRUE(folder.names().empty());
 }
 
-TEST(StreamCommand, TellsHowTheRateIsKept) {
+const std::string kStream = "stream simulated --sequence " + kSequences + "interleaved-ensemble.xml";
+const std::string kSteps = " --step IqDemodulation --step Beamforming:outputSize=16x64";
+
+TEST(StreamCommand, ShowsAndRecordsWhatTheStepsMakeOfALiveStream) {
   KELVARIS_REQUIRE_GL();
   const TemporaryFolder folder;
+  const std::string phantom = " --noise 0 --origin 2,20,0 --pixel float";
   const std::string output =
-      kelvaris("stream simulated --sequence " + kSequences + "plane-wave.xml --seconds 0.5 --rate 10", folder.path());
-  EXPECT_CONTAINS(output, "per second (10 asked for)");
-  EXPECT_CONTAINS(output, "the period is 100.00 ms");
+      kelvaris(kStream + phantom + " --rate 20 --seconds 1 --frame 1" + kSteps + " --record live.kvx", folder.path());
+  for (const char* text : {"per second (20 asked for)", "the period is 50.00 ms",
+                           "IqDemodulation: ", "Beamforming: ", "All steps: ", " in, ", " dropped", "Wrote live.kvx"})
+    EXPECT_CONTAINS(output, text);
+  kelvaris(kInterleaved + phantom + " --output files", folder.path());
+  kelvaris("run files/frame-1.kvx" + kSteps + " --output run.kvx", folder.path());
+  const KelvarisFile::Reader live(folder / "live.kvx"), run(folder / "run.kvx");
+  ASSERT_GT(live.size(), 0);
+  for (int i = 0; i < live.size(); ++i)
+    EXPECT_EQ(bytesOf(live, i), bytesOf(run, 0));
+  EXPECT_EQ(std::fmod(live.timestamp(live.size() - 1), 50.0), 0.0);
+}
+
+TEST(StreamCommand, EndsWithWhatItHasWhenInterrupted) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  const ProgramResult result = runKelvaris(
+      kStream + " --seconds 1000 --step IqDemodulation --step LogCompression --record x.kvx --png-every 1s p & "
+                "until ls p/*.png; do sleep 0.01; done; kill -TERM $!; wait $!; }",
+      folder.path(), "{ ");
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_GT(KelvarisFile::Reader(folder / "x.kvx").size(), 0);
+  EXPECT_EQ(folder.names().size(), 2u);
+}
+
+TEST(StreamCommand, TellsWhatIsWrongWithStepsAndRecordings) {
+  KELVARIS_REQUIRE_GL();
+  const TemporaryFolder folder;
+  writeFile(folder / "file", "");
+  const struct {
+    const char* options;
+    int status;
+    const char* text;
+  } cases[] = {{"--frame 2", 1, "There is no frame 2 in the sequence, its frames are 0 to 1"},
+               {"--step Beamformin", 1, "There is no algorithm \"Beamformin\" (did you mean"},
+               {"--step Beamforming:fNumbr=1", 1, "Beamforming has no parameter \"fNumbr\""},
+               {"--step Beamforming:fNumber=wide", 1, "\"wide\" is no value"},
+               {"--step ScanConversionUltrafastImaging", 1, "ScanConversionUltrafastImaging"},
+               {"--step IqDemodulation --chain chain.xml", 2, "excludes"},
+               {"--chain nowhere.xml", 1, "Can't read nowhere.xml"},
+               {"--record x.png", 1, "The recording x.png doesn't end in .kvx"},
+               {"--record nowhere/x.kvx", 1, "nowhere"},
+               {"--png-every soon folder", 1, "\"soon\" is no time"},
+               {"--png-every 0s folder", 1, "must be above 0"},
+               {"--png-every 1s file", 1, "file can't be made a folder"},
+               {"--png-every 1s pictures", 1, "A PNG can't show an image of int16"}};
+  for (const auto& c : cases) {
+    const ProgramResult result = runKelvaris(kStream + " --seconds 60 " + c.options, folder.path());
+    EXPECT_EQ(result.status, c.status) << c.options;
+    EXPECT_CONTAINS(result.error, c.text);
+  }
 }
 #endif
 
