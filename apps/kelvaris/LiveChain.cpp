@@ -23,19 +23,21 @@ Properties settingsOf(const Step& step, const AlgorithmFactory::Descriptor& desc
   return settings;
 }
 
+BlockingConnection enter(ImageStream& stream, StageStatistics& statistics) {
+  return stream.dataSignal.connectBlocking([&statistics](const std::shared_ptr<const StreamData>& data) {
+    statistics.enter(data->timestampDevice(), Clock::now());
+  });
+}
+
+BlockingConnection leave(ImageStream& stream, StageStatistics& statistics) {
+  return stream.dataSignal.connectBlocking([&statistics](const std::shared_ptr<const StreamData>& data) {
+    statistics.leave(data->timestampDevice(), Clock::now());
+  });
+}
+
 } // namespace
 
 LiveChain::LiveChain(ImageStream& source, const std::vector<Step>& steps, int image) : m_output(&source) {
-  const auto enter = [](ImageStream& stream, StageStatistics& statistics) {
-    return stream.dataSignal.connectBlocking([&statistics](const std::shared_ptr<const StreamData>& data) {
-      statistics.enter(data->timestampDevice(), Clock::now());
-    });
-  };
-  const auto leave = [](ImageStream& stream, StageStatistics& statistics) {
-    return stream.dataSignal.connectBlocking([&statistics](const std::shared_ptr<const StreamData>& data) {
-      statistics.leave(data->timestampDevice(), Clock::now());
-    });
-  };
   m_whole.name = "All steps";
   m_whole.entering = enter(source, m_whole.statistics);
   for (const Step& step : steps) {
@@ -56,6 +58,9 @@ LiveChain::LiveChain(ImageStream& source, const std::vector<Step>& steps, int im
     stage.leaving = leave(*output, stage.statistics);
     m_output = output;
   }
+}
+
+void LiveChain::watchOutput() {
   m_whole.leaving = leave(*m_output, m_whole.statistics);
 }
 
@@ -63,6 +68,10 @@ LiveChain::~LiveChain() {
   m_whole.leaving.disconnect();
   while (!m_stages.empty())
     m_stages.pop_back();
+}
+
+void LiveChain::waitUntilEmpty() {
+  m_whole.statistics.waitUntilEmpty(std::chrono::seconds(5));
 }
 
 std::string LiveChain::report() const {

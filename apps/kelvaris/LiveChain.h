@@ -24,6 +24,12 @@ public:
 
   /// What leaves the last step; the source if there are no steps.
   ImageStream& output() { return *m_output; }
+  /// To be called before the source emits, and when all who work on the output listen already: a frame has come out
+  /// when they are done with it.
+  void watchOutput();
+  /// To be called when the source emits no more: waits until the last frame has come out, for a few seconds at most,
+  /// since an algorithm may give no result.
+  void waitUntilEmpty();
   /// A line a step, and one for all of them together. Empty without steps.
   std::string report() const;
 

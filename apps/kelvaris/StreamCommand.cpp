@@ -70,12 +70,14 @@ void runSimulated(const Options& options) {
       [&](const std::shared_ptr<const StreamData>&) { arrivals.add(Clock::now()); });
   LiveChain chain(simulation.stream(), steps, options.frame);
   StreamRecorder recorder(chain.output(), recording, [&] { simulation.notify(); });
+  chain.watchOutput();
   simulation.start();
   const auto end =
       Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
   simulation.waitFor([&] { return Clock::now() >= end || progress.wasCanceled() || recorder.failed(); });
   simulation.stream().closeAsync().wait();
   connection.disconnect();
+  chain.waitUntilEmpty();
   const std::string written = recorder.finish();
   fmt::print("{}{}{}", arrivals.report(settings.rate), chain.report(), written);
 }

@@ -68,6 +68,12 @@ void StageStatistics::leave(std::uint64_t stamp, Clock::time_point time) {
   m_dropped += static_cast<int>(entered - m_inside.begin());
   m_latencies.push_back(seconds(time - entered->second));
   m_inside.erase(m_inside.begin(), entered + 1);
+  m_left.notify_all();
+}
+
+void StageStatistics::waitUntilEmpty(std::chrono::seconds patience) {
+  std::unique_lock lock(m_mutex);
+  m_left.wait_for(lock, patience, [&] { return m_inside.empty(); });
 }
 
 std::string StageStatistics::report() const {

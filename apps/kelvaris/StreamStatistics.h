@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -42,11 +43,14 @@ public:
 
   void enter(std::uint64_t stamp, Clock::time_point time);
   void leave(std::uint64_t stamp, Clock::time_point time);
+  /// Waits until all that has entered has left or was overtaken, or the time is over.
+  void waitUntilEmpty(std::chrono::seconds patience);
   /// "120 in, 118 out, 1 dropped, 1 unfinished; latency: median 8.1 ms, 95th percentile 12 ms".
   std::string report() const;
 
 private:
   mutable std::mutex m_mutex;
+  std::condition_variable m_left;
   std::deque<std::pair<std::uint64_t, Clock::time_point>> m_inside; ///< what has neither left nor been overtaken
   int m_in = 0;
   int m_dropped = 0;

@@ -168,10 +168,10 @@ TEST(SimulateCommand, EndsWithoutAFileWhenInterrupted) {
   KELVARIS_REQUIRE_GL();
   const TemporaryFolder folder;
   // The shell gives background processes no Ctrl-C, but the signal of kill means the same.
-  const ProgramResult result =
-      runKelvaris(kInterleaved + " --frames 1000000 --output x.kvx & until ls .kelvaris*; do sleep 0.01; done; "
-                                 "kill -TERM $!; wait $!; }",
-                  folder.path(), "{ ");
+  const ProgramResult result = runKelvaris(
+      kInterleaved + " --frames 1000000 --output x.kvx & until ls .kelvaris* || ! kill -0 $!; do sleep 0.01; done; "
+                     "kill -TERM $!; wait $!; }",
+      folder.path(), "{ ");
   EXPECT_EQ(result.status, 130);
   EXPECT_CONTAINS(result.error, "Canceled; nothing was written");
   EXPECT_TRUE(folder.names().empty());
@@ -203,7 +203,7 @@ TEST(StreamCommand, EndsWithWhatItHasWhenInterrupted) {
   const TemporaryFolder folder;
   const ProgramResult result = runKelvaris(
       kStream + " --seconds 1000 --step IqDemodulation --step LogCompression --record x.kvx --png-every 1s p & "
-                "until ls p/*.png; do sleep 0.01; done; kill -TERM $!; wait $!; }",
+                "until ls p/*.png || ! kill -0 $!; do sleep 0.01; done; kill -TERM $!; wait $!; }",
       folder.path(), "{ ");
   EXPECT_EQ(result.status, 0) << result.error;
   EXPECT_GT(KelvarisFile::Reader(folder / "x.kvx").size(), 0);
