@@ -16,9 +16,9 @@ namespace Kelvaris::CommandLine {
 /// Steps on a live stream, each on a thread of its own that drops what it can't keep up with.
 class LiveChain {
 public:
-  /// Listens to the source, which must outlive this object and be closed before it goes. `image`: the one of each
-  /// emission that is processed. Throws std::invalid_argument for an unknown algorithm, and for parameters that it
-  /// doesn't have as far as that shows without data.
+  /// Listens to the source, which must outlive this object. `image`: the one of each emission that is processed. Throws
+  /// std::invalid_argument for an unknown algorithm, and for parameters that it doesn't have as far as that shows
+  /// without data.
   LiveChain(ImageStream& source, const std::vector<Step>& steps, int image);
   ~LiveChain();
 
