@@ -15,4 +15,10 @@ std::unique_ptr<SharedImage> noiseAndLayers(const ImageDescriptor& descriptor, f
   return image;
 }
 
+void addLayer(SharedImage& image, const SharedImage& layer, float amplitude, int strategy) {
+  using namespace ImageMath;
+  Array<SharedImage> sum(image);
+  sum = DeviceStrategyWrapper(sum + amplitude * Array<const SharedImage, float>(layer), strategy);
+}
+
 } // namespace Kelvaris::US

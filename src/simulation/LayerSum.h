@@ -15,4 +15,7 @@ namespace Kelvaris::US {
 std::unique_ptr<SharedImage> noiseAndLayers(const ImageDescriptor& descriptor, float deviation, int frame,
                                             std::span<const std::shared_ptr<SharedImage>> layers, int strategy);
 
+/// Adds a layer of that extent, of any pixel type, times `amplitude`.
+void addLayer(SharedImage& image, const SharedImage& layer, float amplitude, int strategy);
+
 } // namespace Kelvaris::US

@@ -219,19 +219,32 @@ void SimulatedChannelDataStream::updateSimusData() {
     for (Frame& frame : m_frames)
       frame.echoLayer.reset();
   };
-  if (m_frames.empty()) return;
-  if (!m_useSimus) {
-    m_dirty = true;
+  if (m_acquisitionSequence.numFrameAcquisitions() == 0 || m_acquisitionSequence.numEvents() == 0) {
+    dropSimpleEchoes();
     return;
   }
-  for (const Frame& frame : m_frames)
-    if (!m_simus.simulateFrame(frame.acquisition())) {
+  const auto dropSimusImages = [&] {
+    for (Frame& frame : m_frames)
+      frame.simusImage.reset();
+  };
+  if (m_useSimus) {
+    dropSimusImages();
+    int index = 0;
+    for (Frame& frame : m_frames) {
+      frame.simusImage = simulateByChannel(m_simus, frame.acquisition(), m_channelDataLayout, m_scatterers,
+                                           offsetsOf(index++), m_cacheSimusEchos);
+      if (frame.simusImage) continue;
       Log::warning(kCategory, "SIMUS simulation failed, falling back to simple echos");
       m_useSimus = false;
-      m_dirty = true;
-      return;
+      break;
     }
-  dropSimpleEchoes();
+  }
+  if (m_useSimus) {
+    dropSimpleEchoes();
+    return;
+  }
+  dropSimusImages();
+  m_dirty = true;
 }
 
 std::vector<double> SimulatedChannelDataStream::computePerEventStartTimes(int frame) const {

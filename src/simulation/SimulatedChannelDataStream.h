@@ -115,6 +115,7 @@ private:
     DataComponentList components;
     std::shared_ptr<SharedImage> transmitLayer; ///< float, (channels, samples, events)
     std::shared_ptr<SharedImage> echoLayer;     ///< alike, of the simple echoes
+    std::unique_ptr<SharedImage> simusImage;    ///< echoes of amplitude 1 by SIMUS, in the place of the simple ones
     std::unique_ptr<SharedImage> image;         ///< as it is emitted
 
     const FrameAcquisition& acquisition() const; ///< the effective one

@@ -6,6 +6,7 @@
 #include "GL/ContextManager.h"
 #include "GL/GlImage.h"
 #include "GL/ShaderStorageBuffer.h"
+#include "Lib/ImageProcessing.h"
 #include "processing/SignalProcessing.h"
 #include "simulation/LayerSum.h"
 #include "simulation/PulseLocations.h"
@@ -34,6 +35,16 @@ GlImage pulseOf(const PulseEchoEvent& event, const FrameSizes& sizes, double amp
   return GlImage(Signal::sinusoidReal(static_cast<float>(event.receive.samplingFrequency),
                                       static_cast<float>(event.transmit.pulseFrequency), sizes.pulseLength,
                                       static_cast<float>(amplitude), kSine, 0));
+}
+
+/// Brings the image to the frame's number of samples: the end is cut off, or zeros are added to it.
+void fitSamples(std::unique_ptr<SharedImage>& image, const FrameSizes& sizes) {
+  const int height = image->descriptor().height();
+  const Eigen::Vector3i none = Eigen::Vector3i::Zero();
+  if (height > sizes.samples)
+    image = ImageProcessing::createCropped(*image, none, {sizes.channels, sizes.samples, sizes.events});
+  else if (height < sizes.samples)
+    image = ImageProcessing::createPadded(*image, none, {0, sizes.samples - height, 0});
 }
 
 } // namespace
@@ -134,7 +145,7 @@ std::vector<Eigen::Vector3d> SimulatedChannelDataStream::offsetsOf(int frame) co
 }
 
 void SimulatedChannelDataStream::updateImage(Frame& frame) {
-  if (frame.acquisition().events().empty() || m_useSimus) return;
+  if (frame.acquisition().events().empty() || (m_useSimus && !frame.simusImage)) return;
   const FrameSizes sizes(frame.acquisition());
   std::vector<std::shared_ptr<SharedImage>> layers;
   if (m_transmitAmplitude > 0.0 && frame.transmitLayer) layers.push_back(frame.transmitLayer);
@@ -144,6 +155,10 @@ void SimulatedChannelDataStream::updateImage(Frame& frame) {
   std::unique_ptr<SharedImage> image = noiseAndLayers(
       ImageDescriptor(m_pixelType, sizes.channels, sizes.samples, sizes.events),
       static_cast<float>(std::max(m_noiseAmplitude.load(), 0.0)), static_cast<int>(m_frameCounter), layers, strategy);
+  if (m_echoAmplitude > 0.0 && m_useSimus) {
+    fitSamples(frame.simusImage, sizes);
+    addLayer(*image, *frame.simusImage, static_cast<float>(m_echoAmplitude), strategy);
+  }
   if (m_channelDataLayout != ChannelDataLayout())
     image->assign(permuteChannelData(*image->mem(), ChannelDataLayout(), m_channelDataLayout));
   frame.image = std::move(image);

@@ -1,29 +1,65 @@
 #pragma once
 
 #include "Lib/SharedImage.h"
+#include "Lib/SharedImageSet.h"
+
+#include <Eigen/Core>
 
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
+
+namespace Kelvaris {
+class PythonInterpreter;
+}
 
 namespace Kelvaris::US {
 
+class ChannelDataLayout;
 class FrameAcquisition;
 
-/// Echoes by the SIMUS simulator of the host's Python interpreter. It needs an interpreter of the host; without one, as
-/// here, it isn't available, and the stream goes on with simple echoes.
+/// Echoes by the SIMUS simulator of the Python toolbox pymust, which a script of this library calls in the host's
+/// interpreter. One simulation takes far longer than a frame of a live stream.
 class SimusBridge {
 public:
-  /// Simulations are to be asked for on the thread that builds the bridge.
-  SimusBridge() = default;
+  /// Finds the interpreter, checks that it has what the script needs, and executes the script. Without SIMUS, whatever
+  /// the reason, the bridge is there all the same. Simulations are to be asked for on the thread that builds it.
+  SimusBridge();
 
-  /// The echoes of one frame; null if they can't be had, and the log says why: this isn't the thread that built the
-  /// bridge, or SIMUS isn't available.
-  std::unique_ptr<SharedImage> simulateFrame(const FrameAcquisition& frame) const;
+  /// Radio-frequency data of one frame (channels, samples, events) with the first event's speed of sound, sampling
+  /// frequency and pulse; an element's channel is its number modulo the number of channels. `scatterers` and, one for
+  /// each event, `offsets`, by which they are displaced, in mm. With `cache` a kept result of the same parameters is
+  /// taken, and a new one is kept; without, all that is kept is deleted. Null if they can't be had, and the log says
+  /// why.
+  std::unique_ptr<SharedImage> simulateFrame(const FrameAcquisition& frame, const ChannelDataLayout& layout,
+                                             const std::vector<Eigen::Vector3d>& scatterers,
+                                             const std::vector<Eigen::Vector3d>& offsets, bool cache) const;
 
 private:
+  void prepareSimus();
+  std::unique_ptr<SharedImageSet> simulate(const FrameAcquisition& frame,
+                                           const std::vector<Eigen::Vector3d>& scatterers,
+                                           const std::vector<Eigen::Vector3d>& offsets) const;
+
+  bool m_simusAvailable = false;
+  std::string m_errorText;
   std::thread::id m_mainThread = std::this_thread::get_id();
-  std::string m_errorText = "Python Interpreter was not found. Please specify one in the Application Settings.";
+  PythonInterpreter* m_interpreter = nullptr; ///< the host's
 };
+
+/// simulateFrame() for a stream: an element's samples lie in the channel that the event gives it, and elements without
+/// one are left out. Null, and the log says why, also if the simulation has not the frame's channels and events.
+std::unique_ptr<SharedImage> simulateByChannel(const SimusBridge& simus, const FrameAcquisition& frame,
+                                               const ChannelDataLayout& layout,
+                                               const std::vector<Eigen::Vector3d>& scatterers,
+                                               const std::vector<Eigen::Vector3d>& offsets, bool cache);
+
+/// An image of doubles, (elements, events): the transmit delay of each element in s, -1 where it doesn't transmit. Null
+/// for a frame without events. Throws what PulseEchoEvent::Transmit::calculateDelays throws.
+std::unique_ptr<SharedImageSet> createDelaysImage(const FrameAcquisition& frame);
+/// An image of ints, (2, events): first and last element of each event's receive aperture. Null for a frame without
+/// events.
+std::unique_ptr<SharedImageSet> createReceiveApertureIndexImage(const FrameAcquisition& frame);
 
 } // namespace Kelvaris::US
