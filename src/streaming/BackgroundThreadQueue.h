@@ -48,8 +48,8 @@ public:
 ///     a is done: b goes            c
 ///
 /// Every item has a promise. It is fulfilled when the item has been processed, or has been dropped by a push as a
-/// waiting one. It breaks if the item goes in another way: as the front of a busy queue or as b above, by
-/// setMaximumQueueSize(), by an exception while it is processed, with the queue.
+/// waiting one. It breaks if the item goes unprocessed in another way: as a waiting one at the front of a busy queue,
+/// as b above, by setMaximumQueueSize(), with the queue; and by an exception while it is processed.
 ///
 /// Any number of threads may push, and change the size. start() and stop() are for one thread at a time.
 template <typename T> class BackgroundThreadQueue {

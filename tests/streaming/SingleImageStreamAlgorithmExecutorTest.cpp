@@ -357,6 +357,31 @@ TEST_F(SingleImageStreamAlgorithmExecutorTest, OutputAndExecutorEndInAnyOrder) {
   orphan.waitUntilCompleted();
 }
 
+TEST_F(SingleImageStreamAlgorithmExecutorTest, TheEndOfTheOutputLetsTheImageInProgressFinishAndNoOther) {
+  std::counting_semaphore<> began(0), stopping(0), mayEnd(0);
+  int processed = 0;
+  Executor executor(input, std::make_unique<Callback>([&](const SharedImage&) {
+                      began.release();
+                      mayEnd.acquire();
+                      ++processed;
+                    }));
+  OwningDataList output = executor.takeOutput();
+  emitOnly({1});
+  began.acquire();
+  emitOnly({1});
+  const int sink = Log::addSink([&](const Log::Entry& entry) {
+    if (entry.message == "BackgroundThreadQueue waiting for processing thread to finish.") stopping.release();
+  });
+  std::thread ender([&] { output = {}; });
+  stopping.acquire();
+  mayEnd.release(2);
+  ender.join();
+  Log::removeSink(sink);
+  EXPECT_EQ(processed, 1);
+  executor.waitUntilCompleted(); // of nothing more to come
+  EXPECT_EQ(processed, 1);
+}
+
 TEST_F(SingleImageStreamAlgorithmExecutorTest, WaitsForTheEmittersOpenGLWork) {
   KELVARIS_REQUIRE_GL();
   for (const bool blocking : {false, true}) {
