@@ -18,6 +18,14 @@
 
 #include <sys/wait.h>
 
+#ifdef __SANITIZE_ADDRESS__
+/// Python goes on until the process ends, so what it holds then is no leak.
+extern "C" const char* __asan_default_options();
+extern "C" const char* __asan_default_options() {
+  return "detect_leaks=0";
+}
+#endif
+
 namespace Kelvaris {
 namespace {
 
