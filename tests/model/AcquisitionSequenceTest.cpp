@@ -102,13 +102,22 @@ TEST(AcquisitionSequence, SortsInterleavedEventsIntoTheirFrames) {
 }
 
 TEST(AcquisitionSequence, RefusesInTheStatedOrder) {
-  const auto enumerator = [](int value) { return static_cast<Mode>(value); };
   const auto other = [] { // the second frame on another array
     std::vector<FrameAcquisition> result = frames({1, 1});
     result[1].transducer().configureLinear(8, 0.31);
     return result;
   };
   using Make = std::function<void()>;
+  const auto ensembles = [](std::initializer_list<int> of, std::vector<int> sizes, const std::vector<int>& modes,
+                            Delays delays) -> Make {
+    std::vector<Mode> enumerators;
+    for (const int mode : modes)
+      enumerators.push_back(static_cast<Mode>(mode));
+    return [=, made = frames(of)] { AcquisitionSequence(made, sizes, enumerators, delays); };
+  };
+  const auto mapped = [](std::vector<int> mapping, int numEvents, std::size_t numDelays) -> Make {
+    return [=] { AcquisitionSequence(kArray, numberedEvents(numEvents), mapping, Delays(numDelays)); };
+  };
   const auto ordered = [](std::vector<FrameAcquisition> of, const std::vector<std::pair<int, int>>& entries,
                           Delays delays) -> Make { return [=] { AcquisitionSequence(of, order(entries), delays); }; };
   const char* const noFrames = "The list of FrameAcquisitions must not be empty.";
@@ -127,34 +136,18 @@ TEST(AcquisitionSequence, RefusesInTheStatedOrder) {
     const char* message; // empty: taken
   } cases[] = {{[] { AcquisitionSequence(std::vector<FrameAcquisition>()); }, noFrames},
                {[] { AcquisitionSequence(frames({0})); }, "The event order must not be empty."},
-               {[] { AcquisitionSequence({}, {1}, std::vector<Mode>(), Delays()); }, noFrames},
-               {[] {
-                  AcquisitionSequence(frames({1}), {0, 0}, {Mode()}, Delays(1));
-                },
-                perFrame},
-               {[] { AcquisitionSequence(frames({1}), {1}, std::vector<Mode>(), Delays(1)); }, perFrame},
-               {[] { AcquisitionSequence(frames({1}), {1}, {Mode()}, Delays(2)); }, perFrame},
-               {[&] { AcquisitionSequence(frames({1}), {0}, {enumerator(2)}, Delays(1)); },
-                "Ensemble sizes must be at least 1."},
-               {[&] {
-                  AcquisitionSequence(frames({1, 1}), {1, 0}, {enumerator(2), Mode()}, Delays(2));
-                },
-                "Unknown EnsembleMode."},
-               {[] { AcquisitionSequence(frames({1}), {1}, {Mode()}, Delays{-1e-9}); }, negativeDelay},
-               {[] { AcquisitionSequence(kArray, {}, {0}, {}); }, "The list of events must not be empty."},
-               {[] { AcquisitionSequence(kArray, numberedEvents(2), {-1}, Delays(2)); }, perEvent},
-               {[] {
-                  AcquisitionSequence(kArray, numberedEvents(2), {0, 0}, Delays(1));
-                },
-                perEvent},
-               {[] {
-                  AcquisitionSequence(kArray, numberedEvents(2), {0, -1}, Delays(2));
-                },
-                "Frame indices in eventToFrameMapping must be non-negative."},
-               {[] {
-                  AcquisitionSequence(kArray, numberedEvents(2), {0, 2}, Delays(2));
-                },
-                wrongFrame},
+               {ensembles({}, {1}, {}, {}), noFrames},
+               {ensembles({1}, {0, 0}, {0}, Delays(1)), perFrame},
+               {ensembles({1}, {1}, {}, Delays(1)), perFrame},
+               {ensembles({1}, {1}, {0}, Delays(2)), perFrame},
+               {ensembles({1}, {0}, {2}, Delays(1)), "Ensemble sizes must be at least 1."},
+               {ensembles({1, 1}, {1, 0}, {2, 0}, Delays(2)), "Unknown EnsembleMode."},
+               {ensembles({1}, {1}, {0}, {-1e-9}), negativeDelay},
+               {mapped({0}, 0, 0), "The list of events must not be empty."},
+               {mapped({-1}, 2, 2), perEvent},
+               {mapped({0, 0}, 2, 1), perEvent},
+               {mapped({0, -1}, 2, 2), "Frame indices in eventToFrameMapping must be non-negative."},
+               {mapped({0, 2}, 2, 2), wrongFrame},
                {ordered({}, {}, {1.0}), noFrames},
                {ordered(other(), {}, {1.0}), "The event order must not be empty."},
                {ordered(other(), {{2, 0}}, {}), perFiring},
