@@ -18,18 +18,11 @@
 #include <filesystem>
 #include <numbers>
 #include <numeric>
-#include <sstream>
 
 namespace Kelvaris::Tests {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Runs one command line without its "kelvaris" and expects success.
-void kelvaris(const std::string& line, const fs::path& folder) {
-  const ProgramResult result = runKelvaris(line, folder);
-  ASSERT_EQ(result.status, 0) << line << "\n" << result.error;
-}
 
 /// A copy of the folder of an example, and commands that a page of the documentation gives for it.
 class Example {
@@ -41,25 +34,10 @@ public:
 
   /// Runs the commands of the page, of which there must be three; the last result is written as picture.kvx too.
   void run(const fs::path& page) const {
-    std::istringstream text(readFile(page));
-    bool code = false;
-    std::string command;
-    int commands = 0;
-    for (std::string line; std::getline(text, line);) {
-      if (line == "```") {
-        code = !code;
-        continue;
-      }
-      if (!code) continue;
-      const bool continues = line.ends_with('\\');
-      command += continues ? line.substr(0, line.size() - 1) : line;
-      if (continues) continue;
-      ASSERT_TRUE(command.starts_with("kelvaris ")) << command;
-      if (++commands == 3) command += " --output picture.kvx";
-      ASSERT_NO_FATAL_FAILURE(kelvaris(command.substr(9), folder()));
-      command.clear();
-    }
-    EXPECT_EQ(commands, 3);
+    const std::vector<std::string> commands = commandsOf(page);
+    ASSERT_EQ(commands.size(), 3u);
+    for (const std::string& command : commands)
+      runSuccessfully(command + (&command == &commands.back() ? " --output picture.kvx" : ""), folder());
   }
 
   void runReadme() const {
@@ -145,16 +123,16 @@ TEST(ExampleRecordings, ScanConversionPutsNotchAndBackWallInPlace) {
   KELVARIS_REQUIRE_GL();
   const Example example("aluminium_notch");
   const fs::path& folder = example.folder();
-  kelvaris("acquisition --wave single-element --elements 64 --pitch 0.3 --speed-of-sound 6300 --frequency 5 "
-           "--sampling-frequency 25 --samples 750 --sector 40 --depth 45 --output sector.xml",
-           folder);
-  kelvaris("import contact_notch_aluminium.mat --dataset exp_data.time_data --layout fastTime,traces --pairs "
-           "exp_data.tx,exp_data.rx --offset trace-mean --acquisition sector.xml --output notch.kvx",
-           folder);
-  kelvaris("run notch.kvx --step IqDemodulation --step Beamforming:fNumber=0.1,outputSize=160x360 "
-           "--step LogCompression:dynamicRange=40,referenceAmplitude=1150 --step ScanConversionUltrafastImaging "
-           "--output picture.png --output picture.kvx",
-           folder);
+  runSuccessfully("acquisition --wave single-element --elements 64 --pitch 0.3 --speed-of-sound 6300 --frequency 5 "
+                  "--sampling-frequency 25 --samples 750 --sector 40 --depth 45 --output sector.xml",
+                  folder);
+  runSuccessfully("import contact_notch_aluminium.mat --dataset exp_data.time_data --layout fastTime,traces --pairs "
+                  "exp_data.tx,exp_data.rx --offset trace-mean --acquisition sector.xml --output notch.kvx",
+                  folder);
+  runSuccessfully("run notch.kvx --step IqDemodulation --step Beamforming:fNumber=0.1,outputSize=160x360 "
+                  "--step LogCompression:dynamicRange=40,referenceAmplitude=1150 --step ScanConversionUltrafastImaging "
+                  "--output picture.png --output picture.kvx",
+                  folder);
   // A sector with its apex on the array.
   const double spacing = 45.0 / 359.0, opening = 40.0 * std::numbers::pi / 180.0;
   const Amplitudes image(folder / "picture.kvx", 40.0);

@@ -10,7 +10,6 @@
 
 #include <cmath>
 #include <numbers>
-#include <sstream>
 
 namespace Kelvaris::Tests {
 namespace {
@@ -19,30 +18,10 @@ namespace fs = std::filesystem;
 
 const fs::path kSequences = fs::path(KELVARIS_EXAMPLES) / "sequences";
 
-/// The lines of the code blocks of a page, those that end in \ with the next.
-std::vector<std::string> commandsOf(const fs::path& page) {
-  std::istringstream text(readFile(page));
-  std::vector<std::string> commands;
-  bool code = false, continues = false;
-  for (std::string line; std::getline(text, line);) {
-    if (line == "```") {
-      code = !code;
-    } else if (code) {
-      if (!continues) commands.emplace_back();
-      continues = line.ends_with('\\');
-      commands.back() += continues ? line.substr(0, line.size() - 1) : line;
-    }
-  }
-  return commands;
-}
-
 TEST(ExampleSequences, AreWhatTheirCommandsWrite) {
   const TemporaryFolder folder;
-  for (const std::string& command : commandsOf(kSequences / "README.md")) {
-    ASSERT_TRUE(command.starts_with("kelvaris ")) << command;
-    const ProgramResult result = runKelvaris(command.substr(9), folder.path());
-    ASSERT_EQ(result.status, 0) << command << "\n" << result.error;
-  }
+  for (const std::string& command : commandsOf(kSequences / "README.md"))
+    runSuccessfully(command, folder.path());
   int files = 0;
   for (const auto& entry : fs::directory_iterator(kSequences)) {
     if (entry.path().extension() != ".xml") continue;
@@ -58,11 +37,9 @@ TEST(ExampleSequences, ThePageOnSimulationWorks) {
   const TemporaryFolder folder;
   fs::create_directory_symlink(KELVARIS_EXAMPLES, folder / "examples");
   for (const std::string& command : commandsOf(fs::path(KELVARIS_EXAMPLES) / "../docs/simulation.md")) {
-    ASSERT_TRUE(command.starts_with("kelvaris ")) << command;
-    const ProgramResult result = runKelvaris(command.substr(9), folder.path());
-    ASSERT_EQ(result.status, 0) << command << "\n" << result.error;
+    const std::string messages = runSuccessfully(command, folder.path()).error;
     for (const char* bad : {"error ", "warning "})
-      ASSERT_EQ(result.error.find(bad), std::string::npos) << command << "\n" << result.error;
+      ASSERT_EQ(messages.find(bad), std::string::npos) << command << "\n" << messages;
   }
   EXPECT_EQ(KelvarisFile::Reader(folder / "sequence.kvx").size(), 6);
   EXPECT_EQ(KelvarisFile::Reader(folder / "frames/frame-1.kvx").descriptor(2).slices(), 8);
@@ -126,10 +103,8 @@ protected:
          {"simulate --sequence " + (kSequences / p.sequence).string() + " --pixel float --output . " + phantom,
           "run " + frame + " --step IqDemodulation --step Beamforming:fNumber=" + std::to_string(p.fNumber) +
               ",outputSize=" + size + " --step LogCompression:dynamicRange=50,referenceAmplitude=" +
-              std::to_string(p.brightest) + " --step ScanConversionUltrafastImaging --output picture.kvx"}) {
-      const ProgramResult result = runKelvaris(line, folder.path());
-      if (result.status != 0) throw std::runtime_error(line + ": " + result.error);
-    }
+              std::to_string(p.brightest) + " --step ScanConversionUltrafastImaging --output picture.kvx"})
+      runSuccessfully(line, folder.path());
     const double top = p.radius * (std::cos(p.halfAngle * std::numbers::pi / 180.0) - 1.0);
     Amplitudes picture(folder / "picture.kvx", 50.0);
     picture.depthAtTop = top;

@@ -131,6 +131,7 @@ TEST(SequenceSummary, NamesWhatIsBrokenInAStoredSequence) {
                {firing("eventIndex", 3), "firing 3 is event 3 of frame 0, whose events are 0 to 2"},
                {firing("eventIndex", "x"), "\"eventIndex\" of firing 3 is no whole number"},
                {firing("eventIndex", 1), "event 1 of frame 0 fires 2 times and event 0 1 times"},
+               {[](auto& p) { p.subProperties("eventOrder").setParam("eventIndex", 1); }, "event 0 of frame 0 never"},
                {delays("nan nan"), "2 delays for 3 firings"},
                {delays("nan 0 -1"), "the delay after firing 2 is -1 s"},
                {delays("nan inf 0"), "the delay after firing 1 is inf s"}};

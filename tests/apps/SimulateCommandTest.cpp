@@ -23,17 +23,9 @@ const std::string kInterleaved = "simulate --sequence " + kSequences + "interlea
 TEST(SimulateCommand, RefusesWhatItCannotSimulate) {
   const TemporaryFolder folder;
   const std::string good = readFile(kSequences + "plane-wave.xml");
-  const auto changed = [&](const std::string& from, const std::string& to) {
-    std::string text = good;
-    return text.replace(text.find(from), from.size(), to);
-  };
   writeFile(folder / "good.xml", good);
   writeFile(folder / "broken.xml", good.substr(0, good.size() / 2));
   writeFile(folder / "acquisition.xml", "<properties><param key=\"eventType\">1</param></properties>");
-  writeFile(folder / "order.xml", changed("\"eventIndex\">0<", "\"eventIndex\">5<"));
-  writeFile(folder / "uneven.xml", changed("\"eventIndex\">0<", "\"eventIndex\">1<"));
-  writeFile(folder / "delays.xml", changed("1e-04 1e-04", "1e-04 -1"));
-  fs::create_directory(folder / "x.kvx");
   const struct {
     std::string line;
     int status;
@@ -41,15 +33,10 @@ TEST(SimulateCommand, RefusesWhatItCannotSimulate) {
   } cases[] = {{"--sequence nowhere.xml", 1, "nowhere.xml can't be read"},
                {"--sequence broken.xml", 1, "broken.xml doesn't hold a sequence"},
                {"--sequence acquisition.xml", 1, "The sequence is broken: it has no \"frameAcquisitions\""},
-               {"--sequence order.xml", 1, "firing 0 is event 5 of frame 0, whose events are 0 to 4"},
-               {"--sequence uneven.xml", 1, "event 0 of frame 0 never fires"},
-               {"--sequence delays.xml", 1, "the delay after firing 1 is -1 s"},
                {"--sequence good.xml --phantom cyst", 2, "--phantom"},
                {"--sequence good.xml --pixel string", 2, "--pixel"},
                {"--sequence good.xml --origin 0,10", 1, "\"0,10\" is no place; expected x,y,z"},
-               {"--sequence good.xml --origin 0,ten,0", 1, "\"ten\" is no length"},
                {"--sequence good.xml --rate 0", 1, "The rate is 0 per second"},
-               {"--sequence good.xml --rate 30mm", 1, "\"30mm\" is no frequency"},
                {"--sequence good.xml --noise -1", 1, "The amplitude of the noise is -1"},
                {"--sequence good.xml --echo nan", 1, "The amplitude of the echoes is nan"},
                {"", 2, "--sequence is required"}};
@@ -70,13 +57,6 @@ TEST(SimulateCommand, RefusesWhatItCannotSimulate) {
 }
 
 #ifdef KELVARIS_HAVE_GL
-/// Runs the command and expects success.
-std::string kelvaris(const std::string& line, const fs::path& folder) {
-  const ProgramResult result = runKelvaris(line, folder);
-  EXPECT_EQ(result.status, 0) << line << "\n" << result.error;
-  return result.output;
-}
-
 std::string bytesOf(const KelvarisFile::Reader& file, int image) {
   const auto pixels = file.image(image)->mem();
   return {static_cast<const char*>(pixels->data()), pixels->byteSize()};
@@ -86,8 +66,9 @@ TEST(SimulateCommand, WritesEveryEmission) {
   KELVARIS_REQUIRE_GL();
   const TemporaryFolder folder;
   const std::string options = " --frames 2 --rate 10Hz --pixel float";
-  EXPECT_CONTAINS(kelvaris(kInterleaved + options + " --output all.kvx", folder.path()), "Wrote all.kvx (4 images)");
-  EXPECT_CONTAINS(kelvaris(kInterleaved + options + " --output each", folder.path()),
+  EXPECT_CONTAINS(runSuccessfully(kInterleaved + options + " --output all.kvx", folder.path()).output,
+                  "Wrote all.kvx (4 images)");
+  EXPECT_CONTAINS(runSuccessfully(kInterleaved + options + " --output each", folder.path()).output,
                   "Wrote each/frame-1.kvx (2 images)");
   const KelvarisFile::Reader all(folder / "all.kvx"), frame0(folder / "each/frame-0.kvx"),
       frame1(folder / "each/frame-1.kvx");
@@ -106,9 +87,10 @@ TEST(SimulateCommand, WritesEveryEmission) {
 TEST(SimulateCommand, AnEchoComesWhenTheWaveHasBeenThereAndBack) {
   KELVARIS_REQUIRE_GL();
   const TemporaryFolder folder;
-  kelvaris("simulate --sequence " + kSequences +
-               "plane-wave.xml --origin 3,20,0 --transmit 0 --noise 0 --echo 3 --pixel short --output x.kvx",
-           folder.path());
+  runSuccessfully("simulate --sequence " + kSequences +
+                      "plane-wave.xml --origin 3,20,0 --transmit 0 --noise 0 --echo 3 --pixel short "
+                      "--layout slowTime,channels,fastTime --output x.kvx",
+                  folder.path());
   const KelvarisFile::Reader file(folder / "x.kvx");
   ASSERT_EQ(file.descriptor(0).pixelType(), PixelInt16);
   const auto image = file.image(0)->mem();
@@ -118,27 +100,11 @@ TEST(SimulateCommand, AnEchoComesWhenTheWaveHasBeenThereAndBack) {
     for (int element = 0; element < 64; ++element)
       nearest = std::min(nearest, distance(element));
     int first = 0;
-    while (first < image->height() && image->valueAsDouble(channel, first, 2, 0) == 0.0)
+    while (first < image->slices() && image->valueAsDouble(2, channel, first, 0) == 0.0)
       ++first;
     // A pulse begins with a zero.
     EXPECT_EQ(first, static_cast<int>((nearest + distance(channel)) / 1.54e6 * 12e6) + 1) << channel;
   }
-}
-
-TEST(SimulateCommand, AnyLayoutMakesTheSamePicture) {
-  KELVARIS_REQUIRE_GL();
-  const TemporaryFolder folder;
-  std::vector<std::string> pictures;
-  for (const char* layout : {"channels,fastTime,slowTime", "slowTime,channels,fastTime"}) {
-    kelvaris(kInterleaved + " --pixel float --output x.kvx --layout " + layout, folder.path());
-    kelvaris("run x.kvx --images 0:1 --step IqDemodulation --step Beamforming:outputSize=16x64 --output y.kvx",
-             folder.path());
-    pictures.push_back(bytesOf(KelvarisFile::Reader(folder / "y.kvx"), 0));
-  }
-  const KelvarisFile::Reader file(folder / "x.kvx");
-  EXPECT_EQ(file.descriptor(0).width(), 5);
-  EXPECT_EQ(file.descriptor(0).height(), 64);
-  EXPECT_EQ(pictures[0], pictures[1]);
 }
 
 TEST(SimulateCommand, ReportsWhatOnlyShowsAtWork) {
@@ -148,8 +114,8 @@ TEST(SimulateCommand, ReportsWhatOnlyShowsAtWork) {
   writeFile(folder / "file", "");
   const std::string acquisition =
       "acquisition --wave plane --elements 64 --pitch 0.3 --frequency 3 --depth 40 --output a.xml ";
-  kelvaris(acquisition + "--sampling-frequency 1e6", folder.path());
-  kelvaris("sequence a.xml --output huge.xml", folder.path());
+  runSuccessfully(acquisition + "--sampling-frequency 1e6", folder.path());
+  runSuccessfully("sequence a.xml --output huge.xml", folder.path());
   for (const auto& [line, text] :
        {std::pair(kInterleaved + " --output x.kvx", "x.kvx"),
         {kInterleaved + " --output nowhere/x.kvx", "nowhere"},
@@ -185,12 +151,14 @@ TEST(StreamCommand, ShowsAndRecordsWhatTheStepsMakeOfALiveStream) {
   const TemporaryFolder folder;
   const std::string phantom = " --noise 0 --origin 2,20,0 --pixel float";
   const std::string output =
-      kelvaris(kStream + phantom + " --rate 20 --seconds 1 --frame 1" + kSteps + " --record live.kvx", folder.path());
+      runSuccessfully(kStream + phantom + " --rate 20 --seconds 1 --frame 1" + kSteps + " --record live.kvx",
+                      folder.path())
+          .output;
   for (const char* text : {"per second (20 asked for)", "the period is 50.00 ms",
                            "IqDemodulation: ", "Beamforming: ", "All steps: ", " in, ", " dropped", "Wrote live.kvx"})
     EXPECT_CONTAINS(output, text);
-  kelvaris(kInterleaved + phantom + " --output files", folder.path());
-  kelvaris("run files/frame-1.kvx" + kSteps + " --output run.kvx", folder.path());
+  runSuccessfully(kInterleaved + phantom + " --output files", folder.path());
+  runSuccessfully("run files/frame-1.kvx" + kSteps + " --output run.kvx", folder.path());
   const KelvarisFile::Reader live(folder / "live.kvx"), run(folder / "run.kvx");
   ASSERT_GT(live.size(), 0);
   for (int i = 0; i < live.size(); ++i)
@@ -220,8 +188,6 @@ TEST(StreamCommand, TellsWhatIsWrongWithStepsAndRecordings) {
     const char* text;
   } cases[] = {{"--frame 2", 1, "There is no frame 2 in the sequence, its frames are 0 to 1"},
                {"--step Beamformin", 1, "There is no algorithm \"Beamformin\" (did you mean"},
-               {"--step Beamforming:fNumbr=1", 1, "Beamforming has no parameter \"fNumbr\""},
-               {"--step Beamforming:fNumber=wide", 1, "\"wide\" is no value"},
                {"--step ScanConversionUltrafastImaging", 1, "ScanConversionUltrafastImaging"},
                {"--step IqDemodulation --chain chain.xml", 2, "excludes"},
                {"--chain nowhere.xml", 1, "Can't read nowhere.xml"},

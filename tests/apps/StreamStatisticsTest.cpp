@@ -14,16 +14,6 @@ Clock::time_point at(double milliseconds) {
          std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(milliseconds));
 }
 
-TEST(StreamStatistics, QuantilesLieBetweenTheValues) {
-  const struct {
-    std::vector<double> values;
-    double fraction, expected;
-  } cases[] = {
-      {{}, 0.5, 0.0}, {{7}, 0.95, 7.0}, {{3, 1}, 0.5, 2.0}, {{4, 1, 3, 2, 5}, 0.95, 4.8}, {{2, 9, 4}, 1.0, 9.0}};
-  for (const auto& c : cases)
-    EXPECT_DOUBLE_EQ(quantile(c.values, c.fraction), c.expected);
-}
-
 TEST(StreamStatistics, TellHowTheBeatIsKept) {
   ArrivalStatistics arrivals;
   EXPECT_CONTAINS(arrivals.report(100.0), "Frames: 0");
