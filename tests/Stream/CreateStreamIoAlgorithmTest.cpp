@@ -1,7 +1,6 @@
 #include "Stream/CreateStreamIoAlgorithm.h"
 
 #include "Core/Parameter.h"
-#include "Lib/AlgorithmFactory.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -154,24 +153,6 @@ TEST(CreateStreamIoAlgorithmTest, KeepsSettingsForStreamsToCome) {
   EXPECT_FALSE(algorithm.autoStart()) << "missing keys leave flags alone";
   algorithm.resetStream();
   EXPECT_EQ(configuration(), change);
-}
-
-TEST(CreateStreamIoAlgorithmTest, IsOfferedForNoDataOnly) {
-  struct Factory : AlgorithmFactory {
-    Factory() : AlgorithmFactory("Test") {
-      registerAlgorithm<CreatePhantom>("CreatePhantom", "IO;Streaming;Phantom", 0,
-                                       properties({{"autoStart", "false"}}));
-    }
-  } factory;
-  ASSERT_EQ(factory.compatibleDescriptors({}).size(), 1u);
-  const auto algorithm = factory.instantiateAlgorithm("Test.CreatePhantom", {});
-  ASSERT_NE(algorithm, nullptr);
-  algorithm->compute();
-  EXPECT_EQ(dynamic_cast<StreamIoAlgorithm&>(*algorithm).stream()->state(), State::Open);
-
-  Phantom data;
-  EXPECT_TRUE(factory.compatibleDescriptors({&data}).empty());
-  EXPECT_EQ(factory.instantiateAlgorithm("Test.CreatePhantom", {&data}), nullptr);
 }
 
 } // namespace

@@ -25,47 +25,34 @@ using State = Stream::State;
 using Continuation = Stream::Continuation;
 using Clock = Continuation::Clock;
 
+/// What a stream has been asked to do, has told of and has worked on so far.
+struct Seen {
+  std::string calls;
+  std::vector<State> states;
+  std::vector<Clock::time_point> beats;
+};
+
 /// Records what its worker thread is asked to do. Answers and beats are set before the first command.
 class RecordingStream : public Stream {
 public:
   RecordingStream() : Stream("probe") {
-    stateChanged.connect([this](State state) {
-      {
-        const std::scoped_lock lock(m_mutex);
-        m_states.push_back(state);
-      }
-      m_changed.notify_all();
-    });
+    stateChanged.connect([this](State state) { note([&](Seen& seen) { seen.states.push_back(state); }); });
   }
   ~RecordingStream() override { closeAsync().wait(); }
 
   bool supportsPausing() const override { return pausable; }
   bool worksWhilePaused() const override { return restless; }
 
-  std::string calls() const {
+  Seen seen() const {
     const std::scoped_lock lock(m_mutex);
-    return m_calls;
+    return m_seen;
   }
   void clearCalls() {
-    const std::scoped_lock lock(m_mutex);
-    m_calls.clear();
+    note([](Seen& seen) { seen.calls.clear(); });
   }
-  std::vector<State> states() const {
-    const std::scoped_lock lock(m_mutex);
-    return m_states;
-  }
-  std::vector<Clock::time_point> beats() const {
-    const std::scoped_lock lock(m_mutex);
-    return m_beats;
-  }
-  void waitForBeats(std::size_t count) {
+  template <typename T> void waitFor(std::vector<T> Seen::*list, std::size_t count) {
     std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [&] { return m_beats.size() >= count; });
-  }
-
-  void waitForStates(std::size_t count) {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [&] { return m_states.size() >= count; });
+    m_changed.wait(lock, [&] { return (m_seen.*list).size() >= count; });
   }
 
   bool pausable = true;
@@ -81,28 +68,26 @@ protected:
   bool pauseImpl() override { return record("pause"); }
   bool resumeImpl() override { return record("resume"); }
   Continuation doWork() override {
-    {
-      const std::scoped_lock lock(m_mutex);
-      m_beats.push_back(Clock::now());
-    }
-    m_changed.notify_all();
+    note([](Seen& seen) { seen.beats.push_back(Clock::now()); });
     return beat();
   }
 
 private:
-  bool record(const std::string& impl) {
+  template <typename Change> void note(const Change& change) {
     {
       const std::scoped_lock lock(m_mutex);
-      m_calls += (m_calls.empty() ? "" : " ") + impl;
+      change(m_seen);
     }
+    m_changed.notify_all();
+  }
+  bool record(const std::string& impl) {
+    note([&](Seen& seen) { seen.calls += (seen.calls.empty() ? "" : " ") + impl; });
     return answer(impl);
   }
 
   mutable std::mutex m_mutex;
   std::condition_variable m_changed;
-  std::string m_calls;
-  std::vector<State> m_states;
-  std::vector<Clock::time_point> m_beats;
+  Seen m_seen;
 };
 
 using States = std::vector<State>;
@@ -166,7 +151,7 @@ TEST(StreamTest, EveryCommandInEveryState) {
       const std::shared_future<bool> result = (stream.*c.command)();
       result.wait();
       const bool hasImpl = *c.calls != '\0';
-      EXPECT_EQ(stream.calls(), c.calls);
+      EXPECT_EQ(stream.seen().calls, c.calls);
       if (hasImpl && refuses == "throw")
         EXPECT_THROW(result.get(), std::runtime_error);
       else
@@ -189,13 +174,13 @@ TEST(StreamTest, CommandsFollowOneAnotherAndEachTransitionIsTold) {
       (stream.*command)();
     EXPECT_TRUE(stream.closeAsync().get());
   }
-  EXPECT_EQ(stream.calls(),
+  EXPECT_EQ(stream.seen().calls,
             "open start pause resume stop start stop close open start pause resume stop start stop close");
   const States once = {State::Open, State::Running, State::Paused, State::Running,
                        State::Open, State::Running, State::Open,   State::Closed};
   States twice = once;
   twice.insert(twice.end(), once.begin(), once.end());
-  EXPECT_EQ(stream.states(), twice);
+  EXPECT_EQ(stream.seen().states, twice);
 }
 
 TEST(StreamTest, PausesOnlyWhereThatIsSupported) {
@@ -221,9 +206,9 @@ TEST(StreamTest, BeatsAreNeverEarlyAndPastOnesFollowAtOnce) {
   };
   stream.openAsync();
   stream.startAsync();
-  stream.waitForBeats(kBeats);
+  stream.waitFor(&Seen::beats, kBeats);
   stream.closeAsync().wait();
-  const auto beats = stream.beats();
+  const auto beats = stream.seen().beats;
   ASSERT_EQ(beats.size(), kBeats) << "never means never";
   for (std::size_t i = 1; i < kBeats; ++i)
     EXPECT_GE(beats[i], due[i - 1]) << i;
@@ -236,10 +221,10 @@ TEST(StreamTest, StartAndResumeBeatAtOnceWhateverWasAskedBefore) {
   std::size_t beats = 0;
   for (const auto& [command, back] : {std::pair(kStart, kStop), std::pair(kStart, kPause), std::pair(kResume, kStop)}) {
     (stream.*command)();
-    stream.waitForBeats(++beats);
+    stream.waitFor(&Seen::beats, ++beats);
     EXPECT_TRUE((stream.*back)().get()) << "the command wakes the waiting worker";
   }
-  EXPECT_EQ(stream.beats().size(), beats);
+  EXPECT_EQ(stream.seen().beats.size(), beats);
 }
 
 TEST(StreamTest, CommandsGetThroughBetweenBeatsThatAreAllLate) {
@@ -249,12 +234,12 @@ TEST(StreamTest, CommandsGetThroughBetweenBeatsThatAreAllLate) {
     stream.beat = [] { return Continuation::now(); };
     stream.openAsync();
     stream.startAsync();
-    stream.waitForBeats(3);
+    stream.waitFor(&Seen::beats, 3);
     EXPECT_TRUE(stream.pauseAsync().get());
-    const std::size_t beats = stream.beats().size();
-    if (restless) stream.waitForBeats(beats + 3);
+    const std::size_t beats = stream.seen().beats.size();
+    if (restless) stream.waitFor(&Seen::beats, beats + 3);
     EXPECT_TRUE(stream.resumeAsync().get());
-    stream.waitForBeats(beats + 1);
+    stream.waitFor(&Seen::beats, beats + 1);
   } // ends while it runs
 }
 
@@ -273,16 +258,16 @@ TEST(StreamTest, AnErrorInABeatIsLoggedAndStopsTheStream) {
     const Tests::ExpectedLog log;
     stream.openAsync();
     stream.startAsync();
-    stream.waitForStates(3);
-    EXPECT_EQ(stream.states(), (States{State::Open, State::Running, State::Open}));
-    EXPECT_EQ(stream.calls(), "open start stop");
+    stream.waitFor(&Seen::states, 3);
+    EXPECT_EQ(stream.seen().states, (States{State::Open, State::Running, State::Open}));
+    EXPECT_EQ(stream.seen().calls, "open start stop");
     std::vector<std::string> messages = {"4 Stream: The stream \"probe\" stops after an error: no signal"};
     if (stopFails) messages.emplace_back("4 Stream: The stream \"probe\" failed to stop: broken cable");
     EXPECT_EQ(log.messages(), messages);
 
     broken = false;
     EXPECT_TRUE(stream.startAsync().get());
-    stream.waitForBeats(2);
+    stream.waitFor(&Seen::beats, 2);
   }
 }
 
@@ -313,9 +298,9 @@ TEST(StreamTest, SlotsMayGiveCommandsAndWaitForThem) {
     stream.startAsync();
     EXPECT_TRUE(done.get_future().get());
     EXPECT_EQ(stream.state(), c.after);
-    stream.waitForBeats(c.beats);
+    stream.waitFor(&Seen::beats, c.beats);
     stream.closeAsync().wait();
-    EXPECT_EQ(stream.beats().size(), c.beats);
+    EXPECT_EQ(stream.seen().beats.size(), c.beats);
   }
 }
 
@@ -338,7 +323,7 @@ TEST(StreamTest, TellsOfItsEndOnceAndAfterTheLastBeat) {
       if (running) {
         stream.openAsync();
         stream.startAsync();
-        stream.waitForBeats(1);
+        stream.waitFor(&Seen::beats, 1);
       }
     }
     EXPECT_EQ(ends, 1);
@@ -371,7 +356,7 @@ TEST(StreamTest, RandomCommandsFromSeveralThreadsKeepTheOrderOfTheImpls) {
   const std::map<std::string, std::set<std::string>> followers = {
       {"open", {"start", "close"}},  {"start", {"pause", "stop"}}, {"pause", {"resume", "stop"}},
       {"resume", {"pause", "stop"}}, {"stop", {"start", "close"}}, {"close", {"open"}}};
-  std::istringstream calls(stream.calls());
+  std::istringstream calls(stream.seen().calls);
   std::string last = "close";
   for (std::string call; calls >> call; last = call)
     ASSERT_TRUE(followers.at(last).contains(call)) << call << " after " << last;
