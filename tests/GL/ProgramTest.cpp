@@ -91,35 +91,6 @@ TEST(Program, UniformsImagesAndIncludesReachTheShader) {
   program->disable();
 }
 
-TEST(Program, WritesAllSlicesAndReadsImages) {
-  KELVARIS_REQUIRE_GL();
-  const Guard guard;
-  const auto program = Program::createComputeFromText("double", R"(#version 450 core
-layout(local_size_x = 4) in;
-layout(r32f) readonly uniform image2DArray u_in;
-layout(r32f) writeonly uniform image2DArray u_out;
-void main() {
-  ivec3 p = ivec3(gl_GlobalInvocationID);
-  if (all(lessThan(p, imageSize(u_out))))
-    imageStore(u_out, p, FACTOR * imageLoad(u_in, p));
-}
-)",
-                                                      "#define FACTOR 3.0");
-  ASSERT_TRUE(program);
-  const auto in = Tests::imageOf(ImageDescriptor(PixelInt16, 5, 2, 3),
-                                 [](int x, int y, int z, int) { return 100 * (x + 5 * (y + 2 * z)) - 1000; });
-  const GlImage source(*in), target(in->descriptor());
-  program->enable();
-  program->bindImage("u_in", source, ImageAccess::ReadOnly);
-  program->bindImage("u_out", target, ImageAccess::WriteOnly);
-  program->dispatchCompute(2, 2, 3);
-  program->unbindImages();
-  program->disable();
-  GL::memoryBarrier(GL::kAllBarriers);
-  const auto tripled = [&](int x, int y, int z, int c) { return 3 * in->valueAsDouble(x, y, z, c); };
-  EXPECT_EQ(Tests::worstError(*target.download(), tripled), 0.0);
-}
-
 TEST(Program, TellsWhyATextCannotBeCompiled) {
   KELVARIS_REQUIRE_GL();
   const Guard guard;

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <vector>
 
 namespace Kelvaris {
@@ -23,8 +22,7 @@ layout(std430) readonly buffer _minuend { int minuend[]; };
 layout(std430) readonly buffer _subtrahend { int subtrahend[]; };
 void main() {
   int x = int(gl_GlobalInvocationID.x);
-  if (x < minuend.length() && x < imageSize(u_out).x)
-    imageStore(u_out, ivec2(x, 0), vec4(float(minuend[x] - subtrahend[x])));
+  imageStore(u_out, ivec2(x, 0), vec4(float(minuend[x] - subtrahend[x])));
 }
 )";
 
@@ -33,25 +31,23 @@ TEST(ShaderStorageBuffer, ReachesTheShaderUnderItsName) {
   const GL::ContextManager::ActivationGuard guard;
   const auto program = GL::Program::createComputeFromText("difference", kDifferenceText);
   ASSERT_TRUE(program);
-  const std::vector<std::int32_t> large = {1 << 30, -7, -(1 << 30), 5, 100, 3, 2}, small = {0, -1, 2, 9, 1, 1, 3};
+  const std::vector<std::int32_t> large = {1 << 30, -7, -(1 << 30), 5}, small = {0, -1, 0, 9};
   const GL::ShaderStorageBuffer a(large), b(small);
-  EXPECT_EQ(a.size(), 7u);
+  const GlImage out(ImageDescriptor(PixelFloat, 4, 1));
   program->enable();
-  for (const bool swapped : {false, true}) { // a name that is bound again takes the other buffer
-    const auto out = std::make_unique<GlImage>(ImageDescriptor(PixelFloat, 7, 1));
-    program->bindImage("u_out", *out, GL::ImageAccess::WriteOnly);
-    program->bindStorageBuffer("_minuend", swapped ? b : a);
-    program->bindStorageBuffer("_subtrahend", swapped ? a : b);
-    program->dispatchCompute(2, 1, 1);
-    GL::memoryBarrier(GL::kAllBarriers);
-    const double error = Tests::worstError(*out->download(), [&](int x, int, int, int) {
-      const auto i = static_cast<std::size_t>(x);
-      return static_cast<double>(static_cast<float>(swapped ? small[i] - large[i] : large[i] - small[i]));
-    });
-    EXPECT_EQ(error, 0.0) << swapped;
-  }
-  const std::string error = Tests::errorOf<GL::Error>([&] { program->bindStorageBuffer("_nothing", a); });
-  EXPECT_EQ(error, "the shader difference uses no storage buffer \"_nothing\"");
+  program->bindImage("u_out", out, GL::ImageAccess::WriteOnly);
+  program->bindStorageBuffer("_minuend", a);
+  program->bindStorageBuffer("_subtrahend", b);
+  program->dispatchCompute(1, 1, 1);
+  GL::memoryBarrier(GL::kAllBarriers);
+  EXPECT_EQ(Tests::worstError(*out.download(),
+                              [&](int x, int, int, int) {
+                                const auto i = static_cast<std::size_t>(x);
+                                return large[i] - small[i];
+                              }),
+            0.0);
+  EXPECT_EQ(Tests::errorOf<GL::Error>([&] { program->bindStorageBuffer("_nothing", a); }),
+            "the shader difference uses no storage buffer \"_nothing\"");
   program->disable();
 }
 
