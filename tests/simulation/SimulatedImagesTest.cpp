@@ -1,9 +1,7 @@
 // What the stream's images hold, against the sum of its layers in double precision.
 
 #include "SimulatedStreamCases.h"
-#include "simulation/LayerSum.h"
 #include "simulation/PulseLocations.h"
-#include "support/Images.h"
 #include "support/Samples.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +16,6 @@ namespace Kelvaris::US {
 namespace {
 
 using Tests::changed;
-using Tests::sameBytes;
 using Tests::shortFrame;
 using Tests::stored;
 using Tests::streamOf;
@@ -142,23 +139,6 @@ TEST_F(SimulatedImages, HaveAllEchoesOfATableInPortions) {
   const auto expected = layerOf(frame, echoPulseLocations(frame, FrameSizes(frame), scatterers, still), 10.0);
   std::size_t i = 0;
   EXPECT_LT(Tests::worstError(*image, [&](int, int, int, int) { return expected[i++]; }), 1e-2);
-}
-
-TEST_F(SimulatedImages, AreTheSameByShadersAndOnTheProcessor) {
-  const GL::ContextManager::ActivationGuard guard;
-  const auto layerOfSeed = [](unsigned seed) {
-    return std::make_shared<SharedImage>(Tests::noiseImage(ImageDescriptor(PixelFloat, 37, 211, 10), seed));
-  };
-  const std::vector<std::shared_ptr<SharedImage>> layers = {layerOfSeed(1), layerOfSeed(2)};
-  for (const PixelType type : {PixelInt8, PixelUInt16, PixelFloat, PixelInt32})
-    for (const std::size_t count : {0u, 1u, 2u}) {
-      const auto sum = [&](int strategy) {
-        return noiseAndLayers(ImageDescriptor(type, 37, 211, 10), 20.0f, 5, std::span(layers).first(count), strategy);
-      };
-      const auto shaded = sum(2), computed = sum(0);
-      EXPECT_EQ(shaded->hasForm(ImageForm::Gl), type != PixelInt32) << "the sums of 32-bit integers need doubles";
-      EXPECT_TRUE(sameBytes(*shaded->mem(), *computed->mem())) << ImageDescriptor::pixelTypeName(type) << count;
-    }
 }
 
 } // namespace
