@@ -1,6 +1,7 @@
 """Runs the test modules named on the command line; says on one line each what is skipped, and why.
 
-The environment variable LIBRARIES is the folder of the module, PLUGINS the plugin libraries of the tests.
+The environment variable LIBRARIES is the folder of the module, PLUGINS the plugin libraries of the tests. PACKAGES may
+name a virtual environment of the same Python that has more packages; where it is there, the tests run in it.
 """
 
 import os
@@ -9,6 +10,10 @@ import sys
 import unittest
 
 SKIPPED = 77  # as CTest is told
+
+python = pathlib.Path(os.environ.pop("PACKAGES", "")) / "bin/python"
+if python.is_absolute() and python.exists():
+    os.execv(python, [python, *sys.argv])
 
 sys.path.insert(0, os.environ["LIBRARIES"])
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
