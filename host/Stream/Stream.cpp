@@ -88,8 +88,8 @@ std::shared_future<bool> Stream::Worker::submit(bool (Stream::*method)()) {
     carryOut(stream, command);
     return result;
   }
-  if (!active && method == &Stream::close) { // as in most destructors
-    command.result.set_value(true);
+  if (ending || (!active && method == &Stream::close)) { // as in most destructors
+    command.result.set_value(method == &Stream::close);
     return result;
   }
   if (!active) {

@@ -132,11 +132,14 @@ void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& da
     if (mode == EveryImage) count = images.size();
   }
   auto results = std::make_shared<SharedImageSet>();
+  // Channel data of one event stay a volume on their way; many events that have become one picture don't.
+  bool volumetric = images.isVolumetric();
   for (int i = 0; i < count; ++i)
     try {
       const auto [image, components] =
           m_processor->processImage(images.get(i), images.elementwiseComponents().components(i));
       if (!image) continue;
+      volumetric = volumetric && image->descriptor().slices() == images.get(i).descriptor().slices();
       results->elementwiseComponents().add(components, results->size());
       results->add(image, images.timestamp(i));
     } catch (const std::exception& error) { // for want of memory or of a device; the stream must not see it
@@ -144,7 +147,7 @@ void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& da
     }
   if (results->size() == 0) return;
   results->setModality(images.modality());
-  results->setVolumetric(images.isVolumetric());
+  results->setVolumetric(volumetric);
 
   auto outputData = std::make_shared<ImageStreamData>(std::move(results));
   outputData->setTimestampDevice(data->timestampDevice());

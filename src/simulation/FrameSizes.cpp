@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <stdexcept>
 
@@ -48,11 +49,14 @@ FrameSizes::FrameSizes(const FrameAcquisition& frame) {
   checkReceiveApertures(frame);
   const PulseEchoEvent& first = frame.events().front();
   events = static_cast<int>(frame.events().size());
-  channels = first.receive.apertureLast - first.receive.apertureFirst + 1;
+  channels = std::max(first.receive.apertureLast, -1) - first.receive.apertureFirst + 1;
   if (channels < 1)
     throw std::invalid_argument(fmt::format("its receive aperture, element {} to {}, is empty",
                                             first.receive.apertureFirst, first.receive.apertureLast));
-  transmitElements = std::max(first.transmit.apertureLast - first.transmit.apertureFirst + 1, 0);
+  // One that doesn't fit the array is refused where its delays are computed.
+  transmitElements = static_cast<int>(
+      std::clamp<std::int64_t>(std::int64_t{first.transmit.apertureLast} - first.transmit.apertureFirst + 1, 0,
+                               frame.transducer().numElements()));
   samples = samplesOf(first.receive);
   pulseLength = pulseSamples(first, samples);
 }

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 
 namespace Kelvaris::US {
@@ -21,7 +22,7 @@ constexpr const char* kCategory = "SimulatedChannelDataStream";
 
 /// Whether a frame can be simulated with the first event's sizes and pulse.
 bool agree(const PulseEchoEvent& a, const PulseEchoEvent& b) {
-  const auto width = [](const auto& aperture) { return aperture.apertureLast - aperture.apertureFirst; };
+  const auto width = [](const auto& aperture) { return std::int64_t{aperture.apertureLast} - aperture.apertureFirst; };
   return width(a.receive) == width(b.receive) && width(a.transmit) == width(b.transmit) &&
          a.transmit.pulseFrequency == b.transmit.pulseFrequency && a.transmit.pulseLength == b.transmit.pulseLength &&
          a.receive.samplingFrequency == b.receive.samplingFrequency && a.receive.endTime == b.receive.endTime;
@@ -91,8 +92,14 @@ bool SimulatedChannelDataStream::acceptLayout(const ChannelDataLayout& layout) c
 }
 
 bool SimulatedChannelDataStream::acceptAmplitude(const char* name, double amplitude) const {
-  if (std::isfinite(static_cast<float>(amplitude))) return true;
-  Log::error(kCategory, "{} can't be {}; it must be a number below 3e38", name, amplitude);
+  if (std::abs(amplitude) <= std::numeric_limits<float>::max()) return true;
+  Log::error(kCategory, "{} can't be {}; it must be a number from -3e38 to 3e38", name, amplitude);
+  return false;
+}
+
+bool SimulatedChannelDataStream::acceptVector(const char* name, const Eigen::Vector3d& vector) const {
+  if (vector.allFinite()) return true;
+  Log::error(kCategory, "{} can't be ({}, {}, {}); it must be three numbers", name, vector.x(), vector.y(), vector.z());
   return false;
 }
 
@@ -137,6 +144,7 @@ void SimulatedChannelDataStream::setUseSIMUS(bool use) {
 }
 
 void SimulatedChannelDataStream::setPhantomOrigin(const Eigen::Vector3d& origin) {
+  if (!acceptVector("phantomOrigin", origin)) return;
   const auto lock = takeTurn();
   m_phantomOrigin = origin;
   updateScatterers();
@@ -144,6 +152,7 @@ void SimulatedChannelDataStream::setPhantomOrigin(const Eigen::Vector3d& origin)
 }
 
 void SimulatedChannelDataStream::setInterEventPhantomMotion(const Eigen::Vector3d& motion) {
+  if (!acceptVector("interEventPhantomMotion", motion)) return;
   const auto lock = takeTurn();
   m_interEventPhantomMotion = motion;
   updateScatterers();
@@ -172,16 +181,16 @@ void SimulatedChannelDataStream::setAcquisitionSequence(const AcquisitionSequenc
   storeSequence(sequence);
 }
 
-void SimulatedChannelDataStream::storeSequence(const AcquisitionSequence& sequence) {
+bool SimulatedChannelDataStream::storeSequence(const AcquisitionSequence& sequence) {
   if (sequence.numFrameAcquisitions() == 0) {
     Log::error(kCategory, "AcquisitionSequence must contain at least one FrameAcquisition");
-    return;
+    return false;
   }
   for (int i = 0; i < sequence.numFrameAcquisitions(); ++i) {
     const auto& events = sequence.frameAcquisitions()[static_cast<std::size_t>(i)].events();
     if (events.empty()) {
       Log::error(kCategory, "FrameAcquisition {} has no events", i);
-      return;
+      return false;
     }
     if (!std::all_of(events.begin(), events.end(), [&](const PulseEchoEvent& e) { return agree(e, events.front()); }))
       Log::warning(kCategory, "FrameAcquisition has inconsistencies among the events");
@@ -195,18 +204,19 @@ void SimulatedChannelDataStream::storeSequence(const AcquisitionSequence& sequen
       components.add<FrameGeometryMetadata>();
       components.add<UltrasoundMetadata>();
     }
-  } catch (const std::exception& error) { // what was stored may be anything
+  } catch (const std::logic_error& error) { // what was stored may be anything
     Log::error(kCategory,
                "The AcquisitionSequence is inconsistent: its event order names events or regions that its frames don't "
                "have ({})",
                error.what());
-    return;
+    return false;
   }
   m_acquisitionSequence = sequence;
   m_numFrameAcquisitions = sequence.numFrameAcquisitions();
   m_frames = std::move(frames);
   updateSimusData();
   m_dirty = true;
+  return true;
 }
 
 void SimulatedChannelDataStream::updateScatterers() {
@@ -313,6 +323,10 @@ void SimulatedChannelDataStream::configure(const Properties* properties) {
     return [this, name](double value) { return acceptAmplitude(name, value); };
   };
   const auto lock = takeTurn();
+  AcquisitionSequence sequence = m_acquisitionSequence;
+  sequence.configure(p.findSubProperties("sequence"));
+  ChannelDataLayout layout = m_channelDataLayout;
+  layout.configure(p.findSubProperties("channelDataLayout"));
   read<bool>(p, "useSIMUS", m_useSimus, kAnything);
   read<bool>(p, "cacheSIMUSechos", m_cacheSimusEchos, kAnything);
   read<int>(p, "pixelType", m_pixelType, [&](int type) { return acceptPixelType(type); });
@@ -320,15 +334,12 @@ void SimulatedChannelDataStream::configure(const Properties* properties) {
   read<double>(p, "echoAmplitude", m_echoAmplitude, amplitude("echoAmplitude"));
   read<double>(p, "transmitAmplitude", m_transmitAmplitude, amplitude("transmitAmplitude"));
   read<double>(p, "noiseAmplitude", m_noiseAmplitude, amplitude("noiseAmplitude"));
-  p.param("phantomOrigin", m_phantomOrigin);
+  if (Eigen::Vector3d origin; p.param("phantomOrigin", origin) && acceptVector("phantomOrigin", origin))
+    m_phantomOrigin = origin;
   read<int>(p, "phantomType", m_phantomType, kAnything);
-  AcquisitionSequence sequence = m_acquisitionSequence;
-  sequence.configure(p.findSubProperties("sequence"));
-  ChannelDataLayout layout = m_channelDataLayout;
-  layout.configure(p.findSubProperties("channelDataLayout"));
   if (acceptLayout(layout)) m_channelDataLayout = layout;
   updateScatterers();
-  storeSequence(sequence);
+  if (!storeSequence(sequence)) updateSimusData(); // the present one goes on, with the settings that were read
 }
 
 void SimulatedChannelDataStream::configuration(Properties* properties) const {

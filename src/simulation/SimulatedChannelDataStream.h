@@ -40,7 +40,8 @@ namespace Kelvaris::US {
 /// floats; an emission then takes one pass of noise and the sums. Rendering takes 4 bytes x events x channels x
 /// transmit elements x scatterers for the locations of the pulses, in portions of at most 64 MiB. A sequence that the
 /// machine has no memory for, or whose recordings OpenGL can't hold, is told in the log before anything is allocated.
-/// Then nothing is emitted until it is replaced, since images without their echoes would look like a measurement.
+/// Then nothing is emitted until a change makes it possible, since images without their echoes would look like a
+/// measurement.
 ///
 /// Threads: the stream is built, configured and read on one thread, by rule the main thread. The setters may be called
 /// on any; they wait while an emission is being computed. The stream's own worker makes the emissions, outside of the
@@ -130,7 +131,7 @@ private:
   std::unique_lock<std::mutex> takeTurn() const;
 
   // These need the mutex, but take it themselves nowhere.
-  void storeSequence(const AcquisitionSequence& sequence);
+  bool storeSequence(const AcquisitionSequence& sequence); ///< false, with a logged error: it was refused
   void updateScatterers();
   void updateSimusData();
   bool updateRequired() const { return m_dirty || m_noiseAmplitude > 0.0; }
@@ -148,6 +149,7 @@ private:
   bool acceptPixelType(int type) const;
   bool acceptLayout(const ChannelDataLayout& layout) const;
   bool acceptAmplitude(const char* name, double amplitude) const;
+  bool acceptVector(const char* name, const Eigen::Vector3d& vector) const;
 
   CUDA::DeviceBufferPool::ActivationGuard m_deviceBuffers;
   mutable std::mutex m_mutex;

@@ -62,8 +62,13 @@ void SimulatedChannelDataStream::updateImages() {
     frame.image.reset();
   updateWaveforms();
   if (!m_canBeSimulated) return;
-  for (Frame& frame : m_frames)
-    updateImage(frame);
+  try {
+    for (Frame& frame : m_frames)
+      updateImage(frame);
+  } catch (...) {
+    m_dirty = true; // the images are to be made by the next beat, if there is one
+    throw;
+  }
 }
 
 void SimulatedChannelDataStream::updateWaveforms() {
@@ -77,7 +82,10 @@ void SimulatedChannelDataStream::updateWaveforms() {
   try {
     std::vector<FrameSizes> sizes;
     for (const Frame& frame : m_frames) {
-      if (!frame.acquisition().events().empty()) sizes.emplace_back(frame.acquisition());
+      if (!frame.acquisition().events().empty()) {
+        sizes.emplace_back(frame.acquisition());
+        if (!(m_echoAmplitude > 0.0) || m_useSimus) sizes.back().transmitElements = 0; // no location table of echoes
+      }
       ++index;
     }
     checkMemory(sizes, ImageDescriptor::bytesPerComponent(m_pixelType), SimulationLimits::ofThisMachine());
@@ -102,7 +110,7 @@ void SimulatedChannelDataStream::updateTransmitWaveform(Frame& frame) {
   const PulseEchoEvent& first = acquisition.events().front();
   const double samplingFrequency = first.receive.samplingFrequency, pulseFrequency = first.transmit.pulseFrequency;
   constexpr double least = std::numeric_limits<double>::epsilon();
-  if (samplingFrequency < least || pulseFrequency < least) {
+  if (!(samplingFrequency >= least && pulseFrequency >= least)) {
     Log::error(kCategory, "Invalid frequency configuration: receiveSamplingFrequency {}, pulseFrequency {}",
                samplingFrequency, pulseFrequency);
     return;

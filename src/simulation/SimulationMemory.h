@@ -19,8 +19,8 @@ struct SimulationLimits {
   static SimulationLimits ofThisMachine();
 };
 
-/// Bytes of main memory that the system can still give to this process: what is available, within the limits of the
-/// control groups that it belongs to. The largest number if the system doesn't tell.
+/// Bytes of main memory that the system can still give to this process: what is available, within the limit that
+/// is set for all processes of its container. The largest number if the system doesn't tell.
 std::uint64_t availableMemory();
 
 /// How many scatterers' locations are computed and uploaded at once: as many as a table of kMostTableBytes takes (and
@@ -32,8 +32,8 @@ inline constexpr std::uint64_t kMostTableBytes = 64 << 20;
 /// Throws std::length_error, before anything is allocated, if the frames' images can't be made within the limits: how
 /// much it takes, how much there is, and what would make it less. What counts, for all frames together: for each pixel
 /// the image of `bytesPerSample` in main memory, its copy that is emitted and a third while it is brought into another
-/// layout, its texture, and the texture of each layer with its copy in main memory; and once the largest location
-/// table, twice while it is uploaded.
+/// layout, its texture, the texture of each layer with its copy in main memory, and what SIMUS gave; and once the
+/// largest location table, twice while it is uploaded.
 void checkMemory(const std::vector<FrameSizes>& frames, int bytesPerSample, const SimulationLimits& limits);
 
 } // namespace Kelvaris::US

@@ -49,15 +49,18 @@ template <typename F> void forEachChannel(const FrameAcquisition& frame, int cha
   for (std::size_t e = 0; e < frame.events().size(); ++e) {
     const PulseEchoEvent::Receive& receive = frame.events()[e].receive;
     const auto& mapping = receive.elementToChannelMapping;
+    const std::int64_t width = std::int64_t{receive.apertureLast} - receive.apertureFirst + 1;
     const int count =
-        std::min({receive.apertureLast - receive.apertureFirst + 1, channels, static_cast<int>(mapping.size())});
+        static_cast<int>(std::clamp<std::int64_t>(width, 0, std::min(channels, static_cast<int>(mapping.size()))));
     for (int i = 0; receive.apertureFirst >= 0 && i < count; ++i)
       f(static_cast<int>(e), (receive.apertureFirst + i) % channels, mapping[static_cast<std::size_t>(i)]);
   }
 }
 
 bool hasChannelsInOrder(const FrameAcquisition& frame, int channels) {
-  bool inOrder = true;
+  bool inOrder = std::all_of(frame.events().begin(), frame.events().end(), [&](const PulseEchoEvent& event) {
+    return static_cast<int>(event.receive.elementToChannelMapping.size()) >= channels;
+  });
   forEachChannel(frame, channels, [&](int, int simulated, int named) { inOrder = inOrder && simulated == named; });
   return inOrder;
 }
@@ -191,7 +194,8 @@ std::unique_ptr<SharedImage> simulateByChannel(const SimusBridge& simus, const F
   if (!image) return nullptr;
   const ImageDescriptor& d = image->descriptor();
   const PulseEchoEvent::Receive& first = frame.events().front().receive;
-  const int channels = first.apertureLast - first.apertureFirst + 1, events = static_cast<int>(frame.events().size());
+  const std::int64_t channels = std::int64_t{first.apertureLast} - first.apertureFirst + 1;
+  const int events = static_cast<int>(frame.events().size());
   if (d.width() != channels || d.slices() != events || d.channels() != 1) {
     Log::error(
         kCategory,
@@ -200,7 +204,7 @@ std::unique_ptr<SharedImage> simulateByChannel(const SimusBridge& simus, const F
         d.width(), d.slices(), d.channels(), channels, events);
     return nullptr;
   }
-  if (hasChannelsInOrder(frame, channels)) return image;
+  if (hasChannelsInOrder(frame, d.width())) return image;
   try {
     image->assign(inOrderOfChannels(*image->mem(), frame));
   } catch (const std::exception& error) {

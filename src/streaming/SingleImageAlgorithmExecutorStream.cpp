@@ -22,6 +22,8 @@ SingleImageAlgorithmExecutorStream::~SingleImageAlgorithmExecutorStream() {
   } catch (const std::exception& error) {
     Log::error("SingleImageAlgorithmExecutorStream", "The stream ends, though its input failed to stop: {}",
                error.what());
+  } catch (...) {
+    Log::error("SingleImageAlgorithmExecutorStream", "The stream ends, though its input failed to stop");
   }
   goneSignal.emitSignal();
 }

@@ -22,7 +22,8 @@ class SingleImageAlgorithmExecutorStream : public ImageStream {
 public:
   /// The input may be null, and may go away before this stream.
   SingleImageAlgorithmExecutorStream(bool topDown, Kind kind, ImageStream* input);
-  /// Closes, which stops the input if this stream has been started; then emits goneSignal.
+  /// Closes, which stops the input if this stream has been started (that it can't is a logged error); then emits
+  /// goneSignal. Closing alone, by closeAsync(), ends nothing.
   ~SingleImageAlgorithmExecutorStream() override;
 
   bool supportsPausing() const override; ///< as the input; false without

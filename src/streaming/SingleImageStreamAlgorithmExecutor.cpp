@@ -224,7 +224,9 @@ std::shared_ptr<SharedImageSet> SingleImageStreamAlgorithmExecutor::processedIma
   if (!image) return nullptr;
   auto results = std::make_shared<SharedImageSet>();
   results->setModality(images.modality());
-  results->setVolumetric(images.isVolumetric());
+  // Channel data of one event stay a volume on their way; many events that have become one picture don't.
+  results->setVolumetric(images.isVolumetric() &&
+                         image->descriptor().slices() == images.get(index).descriptor().slices());
   results->add(image, images.timestamp(index));
   results->elementwiseComponents().add(components, 0);
   return results;
@@ -246,8 +248,9 @@ bool SingleImageStreamAlgorithmExecutor::instantiateAlgorithm(const SharedImageS
     return false;
   }
   Log::info(kCategory, "Created algorithm: {}", nameOf(*m_algorithm));
-  if (m_pendingConfiguration) m_algorithm->configure(&*m_pendingConfiguration);
-  m_pendingConfiguration.reset();
+  guarded([&] {
+    if (const auto settings = std::exchange(m_pendingConfiguration, std::nullopt)) m_algorithm->configure(&*settings);
+  });
   m_processor = dynamic_cast<SequentialImageProcessor*>(m_algorithm.get());
   if (!m_processor) {
     Log::error(kCategory,

@@ -32,8 +32,8 @@ struct SingleImageStreamAlgorithmExecutorPayload {
 /// (BackgroundThreadQueue). See docs/streams.md.
 ///
 /// The algorithm, a SequentialImageProcessor, is given, or created by its id or display name from the first emission.
-/// If that fails, it is logged once, the name is cleared, and the input is no longer listened to until a name is set
-/// again. Once there is an algorithm it stays; another name then waits for nothing.
+/// If that fails, it is logged once, the name is cleared, and the input is no longer listened to until
+/// setStreamAlgorithmName() is called. Once there is an algorithm it stays; another name then waits for nothing.
 ///
 /// Parameters:
 ///

@@ -193,8 +193,12 @@ TEST_F(SimulatedStreamTest, RefusesWhatItCannotUseAndKeepsWhatItHad) {
        "4 SimulatedChannelDataStream: A targetFrameRate of 0 per second can't be kept; it must be from 0.001 to 1e9"},
       {[&] { stream->setTargetFrameRate(nan); }, "of nan per second"},
       {[&] { stream->setTransmitAmplitude(nan); },
-       "4 SimulatedChannelDataStream: transmitAmplitude can't be nan; it must be a number below 3e38"},
+       "4 SimulatedChannelDataStream: transmitAmplitude can't be nan; it must be a number from -3e38 to 3e38"},
       {[&] { stream->setNoiseAmplitude(1e39); }, "noiseAmplitude can't be 1e+39"},
+      {[&] {
+         stream->setPhantomOrigin({0.0, nan, 0.0});
+       },
+       "4 SimulatedChannelDataStream: phantomOrigin can't be (0, nan, 0); it must be three numbers"},
       {[&] { stream->setPixelType(static_cast<PixelType>(17)); },
        "4 SimulatedChannelDataStream: There is no pixelType 17; it must be one of 5120 to 5126, 5130 and 5131"},
       {[&] {
@@ -269,6 +273,16 @@ TEST_F(SimulatedStreamTest, WithoutAnInterpreterSimusFallsBackOnSimpleEchoes) {
             (Messages{"3 SimulatedChannelDataStream: SIMUS simulation is not available: Python Interpreter was "
                       "not found. Please specify one in the Application Settings.",
                       "3 SimulatedChannelDataStream: SIMUS simulation failed, falling back to simple echos"}));
+  EXPECT_TRUE(sameBytes(*image(stream), *image(*streamOf(usual))));
+
+  // So it does for the present sequence when the one that comes with the wish is refused.
+  Properties properties;
+  properties.setParam("useSIMUS", true);
+  Properties& broken = properties.addSubProperties("sequence");
+  broken.addSubProperties("frameAcquisitions");
+  broken.addSubProperties("eventOrder");
+  stream.configure(&properties);
+  EXPECT_CONTAINS(log.messages().back(), "falling back to simple echos");
   EXPECT_TRUE(sameBytes(*image(stream), *image(*streamOf(usual))));
 }
 

@@ -98,6 +98,17 @@ TEST_F(SingleImageStreamAlgorithmExecutorTest, EmitsTheImageOfThatIndexAsTheInpu
   }
 }
 
+TEST_F(SingleImageStreamAlgorithmExecutorTest, ManyEventsThatBecomeOnePictureAreNoVolume) {
+  input.setKind(Data::VolumeStreamKind);
+  SingleImageStreamAlgorithmExecutor executor(input, std::make_unique<ShowParameters>());
+  auto images = std::make_shared<SharedImageSet>();
+  images->setVolumetric(true);
+  images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(1, 1, 2)));
+  input.dataSignal.emitSignal(emission(images));
+  executor.waitUntilCompleted();
+  EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
+}
+
 TEST_F(SingleImageStreamAlgorithmExecutorTest, IsMadeForOneStreamOfKnownKind) {
   ImageStream other("other");
   other.setKind(Data::OtherStreamKind);
