@@ -3,6 +3,7 @@
 #include "Core/Log.h"
 #include "GL/Check.h"
 #include "GL/Context.h"
+#include "GL/DriverLock.h"
 
 #include <dlfcn.h>
 #include <epoxy/egl.h>
@@ -224,10 +225,13 @@ ContextManager::ActivationGuard::ActivationGuard() {
 ContextManager::ActivationGuard::~ActivationGuard() {
   if (!m_previous) return;
   Impl& impl = *get().m_impl;
-  glFinish();
-  // Releasing needs the API that the context belongs to, and another may be bound by now.
-  eglBindAPI(EGL_OPENGL_API);
-  eglMakeCurrent(impl.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+  {
+    const DriverLock lock;
+    glFinish();
+    // Releasing needs the API that the context belongs to, and another may be bound by now.
+    eglBindAPI(EGL_OPENGL_API);
+    eglMakeCurrent(impl.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+  }
   impl.release(t_current);
   t_current = EGL_NO_CONTEXT;
   eglBindAPI(m_previous->api);

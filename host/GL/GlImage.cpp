@@ -3,6 +3,7 @@
 #include "Core/Log.h"
 #include "GL/Check.h"
 #include "GL/ContextManager.h"
+#include "GL/DriverLock.h"
 #include "Lib/GpuForms.h"
 #include "Lib/SharedImage.h"
 
@@ -78,6 +79,7 @@ template <typename T> T fromTexel(float value) {
 GlImage::GlImage(const ImageDescriptor& descriptor) : Image(descriptor) {
   checkDescriptor(descriptor);
   const GL::ContextManager::ActivationGuard guard;
+  const GL::DriverLock lock;
   checkLimits(descriptor);
   m_internalFormat = texelFormat(descriptor);
   KELVARIS_GL_CHECKED(glCreateTextures(target(descriptor), 1, &m_texture));
@@ -105,6 +107,7 @@ GlImage::GlImage(const MemImage& image) : GlImage(image.descriptor()) {
 GlImage::~GlImage() {
   try {
     const GL::ContextManager::ActivationGuard guard;
+    const GL::DriverLock lock;
     glDeleteTextures(1, &m_texture);
   } catch (const GL::Error& error) {
     Log::warning(kCategory, "A texture can't be deleted: {}", error.what());
@@ -117,6 +120,7 @@ void GlImage::upload(const MemImage& image) {
     throw std::invalid_argument(fmt::format("An image of {} doesn't fit into a texture of {}",
                                             image.descriptor().toString(), m_descriptor.toString()));
   const GL::ContextManager::ActivationGuard guard;
+  const GL::DriverLock lock;
   const auto transfer = [&](GLenum type, const void* data) {
     const GLenum format = transferFormat(m_descriptor);
     if (image.slices() > 1)
@@ -147,6 +151,7 @@ void GlImage::upload(const MemImage& image) {
 std::unique_ptr<MemImage> GlImage::download() const {
   std::unique_ptr<MemImage> image = MemImage::create(m_descriptor);
   const GL::ContextManager::ActivationGuard guard;
+  const GL::DriverLock lock;
   const auto transfer = [&](float* data, std::size_t bytes) {
     if (bytes > static_cast<std::size_t>(std::numeric_limits<GLsizei>::max()))
       throw GL::Error(fmt::format("The texture of {} is too large to be read back", m_descriptor.toString()));

@@ -1,7 +1,9 @@
 #include "GL/ImageProgram.h"
 
 #include "GL/Check.h"
+#include "GL/DriverLock.h"
 #include "GL/GlImage.h"
+#include "GL/ShaderRebinding.h"
 
 #include <epoxy/gl.h>
 #include <fmt/format.h>
@@ -83,6 +85,7 @@ std::unique_ptr<ImageProgram> ImageProgram::createFromText(const std::string& na
 void ImageProgram::compute(const GlImage& output, const Geometry::AlignedBox& box) {
   requireEnabled();
   const ImageDescriptor& d = output.descriptor();
+  const DriverLock lock;
   const FrameBuffer buffer;
   KELVARIS_GL_CHECKED(glViewport(0, 0, d.width(), d.height()));
   if (!box.isEmpty()) {
@@ -92,6 +95,7 @@ void ImageProgram::compute(const GlImage& output, const Geometry::AlignedBox& bo
   }
   for (int slice = 0; slice < d.slices(); ++slice) {
     buffer.attach(output, slice);
+    if (slice == 0) rebindDrawShaders();
     setUniform("u_slice", slice);
     KELVARIS_GL_CHECKED(glDrawArrays(GL_TRIANGLES, 0, 3));
   }

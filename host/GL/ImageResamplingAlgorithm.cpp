@@ -205,7 +205,7 @@ ImageResamplingAlgorithm::ImageResamplingAlgorithm(const SharedImageSet* input, 
       m_input(input),
       m_program(std::make_unique<TextureProgram>()) {
   registerParameter(&mode, &m_mutex);
-  mode.setAttribute("values", "Linear;Nearest");
+  mode.setAttribute("values", "Linear,Nearest");
 }
 
 ImageResamplingAlgorithm::~ImageResamplingAlgorithm() = default;

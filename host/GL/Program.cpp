@@ -5,7 +5,9 @@
 #include "GL/AbstractInclude.h"
 #include "GL/Check.h"
 #include "GL/ContextManager.h"
+#include "GL/DriverLock.h"
 #include "GL/GlImage.h"
+#include "GL/ShaderRebinding.h"
 #include "GL/ShaderStorageBuffer.h"
 
 #include <epoxy/gl.h>
@@ -103,11 +105,13 @@ void memoryBarrier(unsigned barriers) {
 
 void finish() {
   requireContext();
+  const DriverLock lock;
   KELVARIS_GL_CHECKED(glFinish());
 }
 
 void flush() {
   requireContext();
+  const DriverLock lock;
   KELVARIS_GL_CHECKED(glFlush());
 }
 
@@ -148,6 +152,7 @@ Program::~Program() {
   if (m_program == 0 && m_boundTextures.empty()) return;
   try {
     const ContextManager::ActivationGuard guard;
+    const DriverLock lock;
     unbindTextures();
     glDeleteProgram(m_program);
   } catch (const Error& error) {
@@ -187,6 +192,7 @@ void Program::setText(std::string& part, std::string text) {
   part = std::move(text);
   if (m_program == 0) return;
   requireContext();
+  const DriverLock lock;
   glDeleteProgram(std::exchange(m_program, 0));
 }
 
@@ -219,6 +225,7 @@ bool Program::hasAllDefinitions() const {
 
 bool Program::build() {
   requireContext();
+  const DriverLock lock;
   glDeleteProgram(std::exchange(m_program, 0));
   for (const auto& [include, definition] : m_includes)
     if (definition.text.empty() && !definition.optional) {
@@ -394,6 +401,8 @@ void Program::dispatchCompute(int groupsX, int groupsY, int groupsZ) {
   requireEnabled();
   if (groupsX < 1 || groupsY < 1 || groupsZ < 1)
     throw Error(fmt::format("{} x {} x {} work groups: each number must be at least 1", groupsX, groupsY, groupsZ));
+  const DriverLock lock;
+  rebindComputeShader();
   KELVARIS_GL_CHECKED(
       glDispatchCompute(static_cast<GLuint>(groupsX), static_cast<GLuint>(groupsY), static_cast<GLuint>(groupsZ)));
 }

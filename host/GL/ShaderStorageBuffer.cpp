@@ -3,6 +3,7 @@
 #include "Core/Log.h"
 #include "GL/Check.h"
 #include "GL/ContextManager.h"
+#include "GL/DriverLock.h"
 
 #include <epoxy/gl.h>
 #include <fmt/format.h>
@@ -14,6 +15,7 @@ ShaderStorageBuffer::ShaderStorageBuffer(std::span<const std::int32_t> values, u
     throw Error(fmt::format("A storage buffer of {} values takes {} bytes; OpenGL's largest here has {}", values.size(),
                             values.size_bytes(), most));
   const ContextManager::ActivationGuard guard;
+  const DriverLock lock;
   KELVARIS_GL_CHECKED(glCreateBuffers(1, &m_buffer));
   try {
     KELVARIS_GL_CHECKED(
@@ -27,6 +29,7 @@ ShaderStorageBuffer::ShaderStorageBuffer(std::span<const std::int32_t> values, u
 ShaderStorageBuffer::~ShaderStorageBuffer() {
   try {
     const ContextManager::ActivationGuard guard;
+    const DriverLock lock;
     glDeleteBuffers(1, &m_buffer);
   } catch (const Error& error) {
     Log::warning("GL.ShaderStorageBuffer", "A storage buffer can't be deleted: {}", error.what());

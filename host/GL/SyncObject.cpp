@@ -3,6 +3,7 @@
 #include "Core/Log.h"
 #include "GL/Check.h"
 #include "GL/ContextManager.h"
+#include "GL/DriverLock.h"
 
 #include <epoxy/gl.h>
 
@@ -18,6 +19,7 @@ GLsync fenceOf(void* fence) {
 SyncObject::SyncObject() {
   if (!ContextManager::hasCurrent())
     throw Error("a sync object marks the work of the calling thread's OpenGL context, and the thread has none");
+  const DriverLock lock;
   m_fence = KELVARIS_GL_CHECKED(glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0));
 }
 

@@ -6,6 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
+
 namespace Kelvaris {
 namespace {
 
@@ -64,6 +68,58 @@ uniform float u_at;
 layout(location = 0) out vec4 result;
 void main() { result = texture(u_input, vec2(u_at, 0.5)); }
 )";
+
+TEST(ImageProgram, OthersMayBeDeletedUnderAnotherContext) {
+  KELVARIS_REQUIRE_GL();
+  const std::string text = "#version 450 core\nlayout(location = 0) out vec4 result;\n"
+                           "void main() { result = vec4(VALUE); }\n";
+  const Guard guard;
+  const GlImage output(ImageDescriptor(PixelFloat, 5, 4));
+  const auto draw = [&](ImageProgram& program) {
+    program.enable();
+    program.compute(output);
+    program.disable();
+    GL::finish();
+  };
+  auto first = ImageProgram::createFromText("first", text, "#define VALUE 1.0");
+  const auto second = ImageProgram::createFromText("second", text, "#define VALUE 2.0");
+  ASSERT_TRUE(first && second);
+  draw(*first);
+  draw(*second);
+  std::thread([&] { first.reset(); }).join();
+  GL::finish();
+  draw(*second);
+  EXPECT_EQ(output.download()->valueAsDouble(4, 3, 0, 0), 2.0);
+}
+
+TEST(ImageProgram, DrawsWhileOtherThreadsMakeTextures) {
+  KELVARIS_REQUIRE_GL();
+  const auto image = MemImage::create(ImageDescriptor(PixelFloat, 256, 256, 1));
+  std::atomic<int> drawing = 2;
+  const auto draw = [&] {
+    const Guard guard;
+    const auto program = ImageProgram::createFromText("sample", kSampleText);
+    for (int i = 0; i < 1000; ++i) {
+      const GlImage input(*image), output(ImageDescriptor(PixelFloat, 256, 256, 1 + i % 5));
+      program->enable();
+      program->setUniform("u_at", 0.5f);
+      program->bindTexture("u_input", input);
+      program->compute(output);
+      program->disable();
+      GL::flush();
+    }
+    --drawing;
+  };
+  const auto upload = [&] {
+    const auto small = MemImage::create(ImageDescriptor(PixelFloat, 64, 64));
+    const Guard guard;
+    while (drawing > 0)
+      const GlImage texture(*small);
+  };
+  std::thread threads[] = {std::thread(draw), std::thread(draw), std::thread(upload), std::thread(upload)};
+  for (std::thread& thread : threads)
+    thread.join();
+}
 
 TEST(ImageProgram, SamplesAsTold) {
   KELVARIS_REQUIRE_GL();

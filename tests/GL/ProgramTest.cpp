@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 namespace Kelvaris {
 namespace {
 
@@ -64,6 +66,30 @@ void run(Program& program, const GlImage& out) {
   program.dispatchCompute((out.descriptor().width() + 7) / 8, (out.descriptor().height() + 7) / 8, 1);
   program.unbindImages();
   GL::memoryBarrier(GL::kAllBarriers);
+}
+
+TEST(Program, OthersMayBeDeletedUnderAnotherContext) {
+  KELVARIS_REQUIRE_GL();
+  const std::string text = "#version 450 core\nlayout(local_size_x = 8, local_size_y = 8) in;\n"
+                           "layout(r32f) uniform writeonly image2D u_out;\n"
+                           "void main() { imageStore(u_out, ivec2(gl_GlobalInvocationID.xy), vec4(VALUE)); }\n";
+  const Guard guard;
+  const GlImage out(ImageDescriptor(PixelFloat, 8, 8));
+  auto first = Program::createComputeFromText("first", text, "#define VALUE 1.0");
+  const auto second = Program::createComputeFromText("second", text, "#define VALUE 2.0");
+  ASSERT_TRUE(first && second);
+  const auto compute = [&](Program& program) {
+    program.enable();
+    run(program, out);
+    program.disable();
+    GL::finish();
+  };
+  compute(*first);
+  compute(*second);
+  std::thread([&] { first.reset(); }).join();
+  GL::finish();
+  compute(*second);
+  EXPECT_EQ(out.download()->valueAsDouble(7, 7, 0, 0), 2.0);
 }
 
 TEST(Program, UniformsImagesAndIncludesReachTheShader) {
