@@ -155,20 +155,6 @@ TEST(SharedImageTest, ClonesWithAndWithoutPixels) {
   EXPECT_THROW(image.clone(2), std::invalid_argument);
 }
 
-TEST(SharedImageSetTest, ItsKindFollowsItsImages) {
-  const std::pair<std::vector<int>, Data::Kind> cases[] = {{{}, Data::UnknownKind},
-                                                           {{1}, Data::OneImage},
-                                                           {{3}, Data::OneVolume},
-                                                           {{1, 1}, Data::Images},
-                                                           {{1, 3}, Data::Volumes}};
-  for (const auto& [slices, kind] : cases) {
-    SharedImageSet set;
-    for (const int count : slices)
-      set.add(std::make_shared<SharedImage>(pixel(1, count)));
-    EXPECT_EQ(set.kind(), kind);
-  }
-}
-
 struct Label : DataComponent<Label> {
   explicit Label(std::string s = {}) : text(std::move(s)) {}
   std::string id() const override { return "Label"; }

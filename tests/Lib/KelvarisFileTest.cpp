@@ -148,7 +148,6 @@ TEST(KelvarisFile, RegisteredMasksComeBackAndOthersAreErrorsThatCostTheMaskOnly)
                {"OtherMask", 2, nullptr, "no kind of mask \"OtherMask\""},
                {"", 2, nullptr, "can't be stored"},
                {"ColumnMask", 2, "<mask id='ColumnMask'/>", "The ColumnMask can't be made"},
-               {"ColumnMask", 2, "<components/>", "<components>"},
                {"ColumnMask", 2, "2", "Broken XML"}};
   for (const auto& c : table) {
     const ExpectedLog log;
@@ -265,7 +264,6 @@ Change image(hid_t type, const std::vector<hsize_t>& extent, const std::vector<h
 TEST(KelvarisFile, TamperedFilesAreErrors) {
   const TemporaryFolder folder;
   const std::string whole = smallFile(folder);
-  const std::vector<double> nine(9);
   const hid_t bytes = H5T_NATIVE_UCHAR, floats = H5T_NATIVE_FLOAT;
   const struct {
     const char* what;
@@ -278,11 +276,9 @@ TEST(KelvarisFile, TamperedFilesAreErrors) {
       {"properties", [](hid_t f, hid_t) { Hdf5::writeText(f, "properties", "<properties><param>"); }, "\"properties\""},
       {"no image 0", [](hid_t f, hid_t) { H5Ldelete(f, "/images/00000", H5P_DEFAULT); }, "/images/00000"},
       {"pixel type that does not fit", [](hid_t, hid_t i) { Hdf5::writeInteger(i, "pixelType", PixelInt16); }, "5122"},
-      {"matrix of nine", [&](hid_t, hid_t i) { Hdf5::writeDoubles(i, "matrix", nine); }, "holds 9 values, expected 16"},
       {"shift as text", [](hid_t, hid_t i) { Hdf5::writeText(i, "shift", "1"); }, "no numbers"},
       {"rank 2", image(bytes, {5, 9}), "2 dimensions"},
       {"nothing in it", image(bytes, {1, 0, 9, 1}), "extent is 0"},
-      {"64-bit integers", image(H5T_NATIVE_LLONG, {1, 5, 9, 1}), "elements"},
       {"terabytes", image(floats, {1000, 30000, 30000, 1}, {1, 10, 10, 1}), "the file holds 0"},
       {"beyond the address space", image(floats, {INT_MAX, INT_MAX, INT_MAX, 1}, {1, 9, 9, 1}), "exceeds the address"},
       {"extent over int", image(floats, {1, 1, 4294967297, 1}, {1, 1, 10, 1}), "4294967297"},

@@ -3,8 +3,7 @@
 #include "Lib/AlgorithmFactory.h"
 #include "Lib/DataComponentFactory.h"
 #include "Lib/KelvarisLibPlugin.h"
-#include "Lib/PluginAutoRegistrationGuard.h"
-#include "Lib/PluginInterface.h"
+#include "support/TestPluginExports.h"
 
 #include <cstdlib>
 #include <stdexcept>
@@ -13,10 +12,6 @@
 namespace {
 
 using namespace Kelvaris;
-
-const char* id() {
-  return "Test.Plugin";
-}
 
 std::string mode() {
   const char* value = std::getenv("TEST_PLUGIN");
@@ -56,19 +51,6 @@ struct TestPlugin : KelvarisLibPlugin {
   }
 };
 
-const PluginAutoRegistrationGuard g_guard(&id);
-
 } // namespace
 
-extern "C" {
-extern const char* const kelvarisPluginDescriptor;
-const char* const kelvarisPluginDescriptor = KELVARIS_PLUGIN_DESCRIPTOR("1.2");
-const char* kelvarisPluginId();
-const char* kelvarisPluginId() {
-  return id();
-}
-Kelvaris::PluginBase* kelvarisCreatePlugin();
-Kelvaris::PluginBase* kelvarisCreatePlugin() {
-  return std::make_unique<TestPlugin>().release();
-}
-}
+KELVARIS_TEST_PLUGIN(TestPlugin, "Test.Plugin", "1.2");

@@ -3,7 +3,6 @@
 #include "Lib/SharedImageSet.h"
 #include "Python/PythonPlugin.h"
 #include "support/ErrorOf.h"
-#include "support/ExpectedLog.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -123,9 +122,7 @@ TEST_F(EmbeddedPython, ErrorsCarryPythonsText) {
       {"import sys; sys.exit(3)", false, "SystemExit: 3", ""},
       {"raise KeyboardInterrupt", false, "KeyboardInterrupt", ""},
       {"class E(Exception):\n  def __str__(self): raise E()\nraise E()", false, "E", ""},
-      {"import", true, "SyntaxError: invalid syntax (<host>, line 1)", ""},
       {"undefined_name", true, "NameError: name 'undefined_name' is not defined", ""},
-      {"3.5", true, "The expression gave 3.5 (float); expected data of the module kelvaris", ""},
       {"[None, 'x']", true, "The expression gave 'x' (str); expected data of the module kelvaris", ""},
       {"__import__('numpy').zeros((2, 2))", true, "The expression gave array([[0., 0.],", ""},
   };
@@ -192,19 +189,16 @@ TEST(EmbeddedPythonSettings, ABrokenPythonIsAReasonAndNoEnd) {
   std::filesystem::create_directories(folder / "empty");
   std::filesystem::create_directories(folder / "hollow");
   Tests::writeFile(folder / "hollow/pyvenv.cfg", "home = /usr/bin\nversion = " PYTHON_VERSION ".9\n");
-  Tests::writeFile(folder / "nolib.so", "no library");
   const std::string at = folder.path().string();
   const struct {
     std::string settings;
     const char* reason;
   } cases[] = {
       {"KELVARIS_PYTHON_HOME='" + at + "/empty'", "neither a virtual environment (no pyvenv.cfg) nor an installation"},
-      {"KELVARIS_PYTHON_HOME='" + at + "/absent'", "neither a virtual environment"},
       {"KELVARIS_PYTHON_HOME='" + at + "/old'", "a virtual environment of Python 3.4.1; expected one of Python"},
       {"KELVARIS_PYTHON_HOME='" + at + "/hollow'", "hollow/bin/python3"},
       {"PYTHONHOME='" + at + "/empty'", "Python can't be started: "},
       {"KELVARIS_LIBPYTHON='" + at + "/absent.so'", "absent.so: cannot open shared object file"},
-      {"KELVARIS_LIBPYTHON='" + at + "/nolib.so'", "nolib.so"},
   };
   for (const auto& c : cases) {
     const std::string output = probe(c.settings, "print(1)");

@@ -5,13 +5,12 @@
 #include "Core/Parameter.h"
 #include "Core/Progress.h"
 #include "Lib/KelvarisLibPlugin.h"
-#include "Lib/PluginAutoRegistrationGuard.h"
-#include "Lib/PluginInterface.h"
 #include "Lib/PluginManager.h"
 #include "Lib/SharedImageSet.h"
 #include "Python/PythonPlugin.h"
 #include "Stream/CreateStreamIoAlgorithm.h"
 #include "Stream/ImageStream.h"
+#include "support/TestPluginExports.h"
 
 #include <chrono>
 #include <memory>
@@ -21,10 +20,6 @@
 namespace {
 
 using namespace Kelvaris;
-
-const char* id() {
-  return "Kelvaris.PythonTest";
-}
 
 /// Gives its input back after `steps` steps, each of which takes a millisecond; fails at step `failAt`.
 class Steps : public Algorithm {
@@ -157,19 +152,6 @@ public:
   }
 };
 
-const PluginAutoRegistrationGuard g_guard(&id);
-
 } // namespace
 
-extern "C" {
-extern const char* const kelvarisPluginDescriptor;
-const char* const kelvarisPluginDescriptor = KELVARIS_PLUGIN_DESCRIPTOR("");
-const char* kelvarisPluginId();
-const char* kelvarisPluginId() {
-  return id();
-}
-Kelvaris::PluginBase* kelvarisCreatePlugin();
-Kelvaris::PluginBase* kelvarisCreatePlugin() {
-  return std::make_unique<Plugin>().release();
-}
-}
+KELVARIS_TEST_PLUGIN(Plugin, "Kelvaris.PythonTest", "");

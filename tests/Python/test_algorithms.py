@@ -76,18 +76,12 @@ class ParameterTest(unittest.TestCase):
             ({"factor": True}, TypeError, "expected a float"),
             ({"factor": 10**400}, ValueError, "expected a float"),
             ({"offset": []}, TypeError, "expected a float, or None"),
-            ({"factor": None}, TypeError, "expected a float"),
-            ({"outputSize": 3}, TypeError, "expected two ints"),
             ({"outputSize": (1, 2, 3)}, ValueError, "expected two ints"),
-            ({"outputSize": (1, 2.5)}, TypeError, "expected two ints"),
             ({"mode": "Hamming"}, ValueError, 'expected one of "Plain", "Hamming Das"'),
             ({"mode": 3}, ValueError, "expected one of"),
-            ({"mode": 0.0}, TypeError, "expected one of"),
             ({"levels": 1}, TypeError, "expected a bool"),
-            ({"count": 2.0}, TypeError, "expected an int"),
             ({"count": True}, TypeError, "expected an int"),
             ({"count": 2**31}, ValueError, "expected an int"),
-            ({"label": b"x"}, TypeError, "expected a str"),
             ({"fcator": 2.0}, ValueError, 'Gain has no parameter "fcator"; it has factor, offset'),
         ]
         for values, kind, text in cases:

@@ -10,7 +10,6 @@ import struct
 import tempfile
 import threading
 import unittest
-import weakref
 
 import kelvaris
 import numpy as np
@@ -77,25 +76,17 @@ class ArrayTest(unittest.TestCase):
         image = kelvaris.SharedImage
         cases = [
             (TypeError, "int64.*expected int8", lambda: image([[1, 2], [3, 4]])),
-            (TypeError, "bool", lambda: image(np.zeros((2, 2), bool))),
             (TypeError, "complex128", lambda: image(np.zeros((2, 2), complex))),
-            (TypeError, "object", lambda: image(np.array([[None]]))),
             (TypeError, "half=True", lambda: image(np.zeros((2, 2), "int16"), half=True)),
             (ValueError, r"shape \(5,\).*expected \(height, width\)", lambda: image(np.zeros(5, "f4"))),
-            (ValueError, r"shape \(\)", lambda: image(np.float32(1))),
-            (ValueError, "shape", lambda: image(np.zeros((1, 1, 1, 1, 1), "f4"))),
             (ValueError, r"shape \(3, 0\).*expected 1 to", lambda: image(np.zeros((3, 0), "f4"))),
             (ValueError, "one channel", lambda: image(np.zeros((1, 2, 3, 2), "complex64"))),
             (ValueError, "spacing", lambda: image(np.zeros((2, 2), "f4"), spacing=(1, 0, 1))),
             (ValueError, "spacing", lambda: image(np.zeros((2, 2), "f4"), spacing=(1, math.nan, 1))),
-            (TypeError, "", lambda: image(np.zeros((2, 2), "f4"), spacing=(1, 1))),
-            (TypeError, "", lambda: image()),
-            (ValueError, "2 dimensions|shape", lambda: kelvaris.PointCloud([1.0, 2.0, 3.0])),
             (ValueError, r"expected \(2, 3\)", lambda: kelvaris.PointCloud([[1, 2], [3, 4]])),
             (ValueError, "1 weights for 2 points", lambda: kelvaris.PointCloud(np.zeros((2, 3)), weights=[1])),
             (ValueError, "modality", lambda: kelvaris.SharedImageSet(modality="x-ray")),
             (IndexError, "no image 1 in a set of 1", lambda: kelvaris.SharedImageSet([np.zeros((2, 2), "f4")])[1]),
-            (IndexError, "no image -2", lambda: kelvaris.SharedImageSet([np.zeros((2, 2), "f4")])[-2]),
         ]
         for kind, text, call in cases:
             with self.subTest(text=text), self.assertRaisesRegex(kind, text):
@@ -136,22 +127,6 @@ class ArrayTest(unittest.TestCase):
 
 
 class LifetimeTest(unittest.TestCase):
-    @staticmethod
-    def watched(value=3.0):
-        class Array(np.ndarray):
-            pass
-
-        array = np.full((64, 64), value, "float32").view(Array)
-        return array, weakref.ref(array)
-
-    def test_the_image_keeps_the_array(self):
-        array, seen = self.watched()
-        images = kelvaris.SharedImageSet([array])
-        del array
-        gc.collect()
-        self.assertIsNotNone(seen().base if seen() is not None else images[0].array())
-        self.assertEqual(images[0].array().sum(), 3 * 64 * 64)
-
     def test_memory_goes_with_the_last_of_both(self):
         source = bytearray(struct.pack("4f", 1, 2, 3, 4))  # can't be resized while a view of it lives
         view = np.frombuffer(source, "float32").reshape(2, 2)
@@ -165,14 +140,6 @@ class LifetimeTest(unittest.TestCase):
         del result
         gc.collect()
         source.append(0)
-
-    def test_the_array_keeps_the_image(self):
-        view = kelvaris.SharedImageSet([np.full((128, 128), 7, "int16")])[0].array()
-        part = view[0, 3:5]
-        del view
-        gc.collect()
-        np.full((128, 128), 0, "int16")  # would likely get the memory
-        self.assertTrue((part == 7).all())
 
     def test_released_on_other_threads(self):
         source = bytearray(64)

@@ -223,11 +223,9 @@ TEST(AcquisitionDesign, RefusesNonsenseInWords) {
     void (*change)(AcquisitionDesign&);
     const char* part;
   } cases[] = {
-      {Wave::Plane, [](AcquisitionDesign& d) { d.numElements = 1 << 30; }, "1073741824 elements"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.radius = 1.0; }, "more than a half circle"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.pulseFrequency = 0.0; }, "pulse frequency is 0 MHz"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.startTime = NAN; }, "start time is nan us"},
-      {Wave::Plane, [](AcquisitionDesign& d) { d.angles = {2.0}; }, "-90 and 90"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.distance = 20.0; }, "neither a focus nor a virtual source"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.receiveAperture = 65; }, "65 elements, it must have 1 to"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.origins = {20.0}; }, "reaches from -9.45"},
@@ -240,7 +238,6 @@ TEST(AcquisitionDesign, RefusesNonsenseInWords) {
       {Wave::Plane, [](AcquisitionDesign& d) { d.apertures = 4, d.beams = 4; }, "only one of them"},
       {Wave::Diverging, [](AcquisitionDesign&) {}, "either the distance of the virtual source or its positions"},
       {Wave::Diverging, [](AcquisitionDesign& d) { d.points.emplace_back(0.0, 5.0); }, "must lie behind the array"},
-      {Wave::Focused, [](AcquisitionDesign& d) { d.distance = 20.0, d.beams = 1 << 30; }, "1073741824 beams"},
       {Wave::Focused, [](AcquisitionDesign& d) { d.points = unevenFoci; }, "its columns"},
       {Wave::SingleElement, [](AcquisitionDesign& d) { d.firing = {64}; }, "Element 64 fires"},
       {Wave::SingleElement, [](AcquisitionDesign& d) { d.beams = 3; }, "no transmit aperture"},

@@ -94,10 +94,7 @@ TEST_F(Program, RunsAChainIntoSeveralOutputs) {
 
   ASSERT_EQ(run("run in.kvx --images 3 --chain chain.xml --output one.png").status, 0);
   EXPECT_EQ(readFile(m_folder / "one.png"), readFile(m_folder / "picture_0002.png"));
-}
-
-TEST_F(Program, OverwritesItsOwnInput) {
-  ASSERT_EQ(run("run in.kvx --step Gain:factor=2 --output in.kvx").status, 0);
+  ASSERT_EQ(run("run in.kvx --step Gain:factor=2 --output in.kvx").status, 0) << "over its own input";
   EXPECT_EQ(KelvarisFile::load(m_folder / "in.kvx")->get(4).mem()->valueAsDouble(5, 5, 0, 0), 10.0);
 }
 
@@ -165,7 +162,6 @@ TEST_F(Program, SaysWhatIsInAFile) {
 
 TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
   writeFile(m_folder / "cut.kvx", readFile(m_folder / "in.kvx").substr(0, 3000));
-  writeFile(m_folder / "broken.xml", "<chain><step>");
   KelvarisFile::save(m_folder / "none.kvx", SharedImageSet());
   SharedImageSet unmarked;
   unmarked.add(floatImage(4, 3, 1.0F));
@@ -188,11 +184,6 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
       {"run in.kvx --step Gain --output a.png", 1, "LogCompression"},
       {"run in.kvx --step Levels --mask-color '#1234567' --output a.png", 1,
        "\"#1234567\" is no colour of masked pixels; expected transparent, #rrggbb"},
-      {"run in.kvx --mask-color nave --output a.png", 1, "\"nave\" is no colour"},
-      {"run in.kvx --mask-color '#12345g' --output a.png", 1, "\"#12345g\" is no colour"},
-      {"run in.kvx --step Levels --png-pixels round --output a.png", 2, "round"},
-      {"run in.kvx --images 3:9 --step Gain --output a.kvx", 1, "it holds 5"},
-      {"run in.kvx --chain broken.xml --output a.kvx", 1, "broken.xml: Broken XML"},
       {"run in.kvx --step Levels --step Gain --output a.kvx", 1,
        "Gain does not work on this data (images of a file: uint8, 40 x 30 x 1, 1 channel, with OfTheSet, OfTheImage); "
        "what does: nothing"},

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 
 namespace Kelvaris::Tests {
 namespace {
@@ -34,11 +33,9 @@ TEST(SimulateCommand, RefusesWhatItCannotSimulate) {
                {"--sequence broken.xml", 1, "broken.xml doesn't hold a sequence"},
                {"--sequence acquisition.xml", 1, "The sequence is broken: it has no \"frameAcquisitions\""},
                {"--sequence good.xml --phantom cyst", 2, "--phantom"},
-               {"--sequence good.xml --pixel string", 2, "--pixel"},
                {"--sequence good.xml --origin 0,10", 1, "\"0,10\" is no place; expected x,y,z"},
                {"--sequence good.xml --rate 0", 1, "The rate is 0 per second"},
                {"--sequence good.xml --noise -1", 1, "The amplitude of the noise is -1"},
-               {"--sequence good.xml --echo nan", 1, "The amplitude of the echoes is nan"},
                {"", 2, "--sequence is required"}};
   for (const auto& c : cases)
     for (const std::string command : {"simulate --output out ", "stream simulated "}) {
@@ -70,6 +67,11 @@ TEST(SimulateCommand, WritesEveryEmission) {
                   "Wrote all.kvx (4 images)");
   EXPECT_CONTAINS(runSuccessfully(kInterleaved + options + " --output each", folder.path()).output,
                   "Wrote each/frame-1.kvx (2 images)");
+  runSuccessfully(kInterleaved + " --frames 1 --pixel short --layout slowTime,channels,fastTime --output other.kvx",
+                  folder.path());
+  const KelvarisFile::Reader other(folder / "other.kvx");
+  EXPECT_EQ(other.descriptor(1).width(), 12);
+  EXPECT_EQ(other.descriptor(1).pixelType(), PixelInt16);
   const KelvarisFile::Reader all(folder / "all.kvx"), frame0(folder / "each/frame-0.kvx"),
       frame1(folder / "each/frame-1.kvx");
   ASSERT_EQ(all.size(), 4);
@@ -81,30 +83,6 @@ TEST(SimulateCommand, WritesEveryEmission) {
   }
   EXPECT_NE(bytesOf(frame0, 0), bytesOf(frame0, 1)) << "the noise of each emission is its own";
   EXPECT_TRUE(all.set().isVolumetric());
-}
-
-/// Of the example's plane waves the third goes straight ahead.
-TEST(SimulateCommand, AnEchoComesWhenTheWaveHasBeenThereAndBack) {
-  KELVARIS_REQUIRE_GL();
-  const TemporaryFolder folder;
-  runSuccessfully("simulate --sequence " + kSequences +
-                      "plane-wave.xml --origin 3,20,0 --transmit 0 --noise 0 --echo 3 --pixel short "
-                      "--layout slowTime,channels,fastTime --output x.kvx",
-                  folder.path());
-  const KelvarisFile::Reader file(folder / "x.kvx");
-  ASSERT_EQ(file.descriptor(0).pixelType(), PixelInt16);
-  const auto image = file.image(0)->mem();
-  for (const int channel : {0, 31, 63}) {
-    const auto distance = [](int element) { return std::hypot((element - 31.5) * 0.85 - 3.0, 20.0); };
-    double nearest = 1e9;
-    for (int element = 0; element < 64; ++element)
-      nearest = std::min(nearest, distance(element));
-    int first = 0;
-    while (first < image->slices() && image->valueAsDouble(2, channel, first, 0) == 0.0)
-      ++first;
-    // A pulse begins with a zero.
-    EXPECT_EQ(first, static_cast<int>((nearest + distance(channel)) / 1.54e6 * 12e6) + 1) << channel;
-  }
 }
 
 TEST(SimulateCommand, ReportsWhatOnlyShowsAtWork) {
@@ -192,9 +170,7 @@ TEST(StreamCommand, TellsWhatIsWrongWithStepsAndRecordings) {
                {"--step IqDemodulation --chain chain.xml", 2, "excludes"},
                {"--chain nowhere.xml", 1, "Can't read nowhere.xml"},
                {"--record x.png", 1, "The recording x.png doesn't end in .kvx"},
-               {"--record nowhere/x.kvx", 1, "nowhere"},
                {"--png-every soon folder", 1, "\"soon\" is no time"},
-               {"--png-every 0s folder", 1, "must be above 0"},
                {"--png-every 1s file", 1, "file can't be made a folder"},
                {"--png-every 1s pictures", 1, "A PNG can't show an image of int16"}};
   for (const auto& c : cases) {

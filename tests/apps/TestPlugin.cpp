@@ -2,15 +2,10 @@
 #include "apps/TestAlgorithms.h"
 
 #include "Lib/KelvarisLibPlugin.h"
-#include "Lib/PluginAutoRegistrationGuard.h"
-#include "Lib/PluginInterface.h"
+#include "support/TestPluginExports.h"
 
 namespace Kelvaris::Tests {
 namespace {
-
-const char* testPluginId() {
-  return "Kelvaris.Test";
-}
 
 class TestPlugin : public KelvarisLibPlugin {
 public:
@@ -22,17 +17,7 @@ public:
   }
 };
 
-const PluginAutoRegistrationGuard guard(&testPluginId);
-
 } // namespace
 } // namespace Kelvaris::Tests
 
-extern "C" {
-__attribute__((visibility("default"))) const char* kelvarisPluginDescriptor = KELVARIS_PLUGIN_DESCRIPTOR("");
-__attribute__((visibility("default"))) const char* kelvarisPluginId() {
-  return Kelvaris::Tests::testPluginId();
-}
-__attribute__((visibility("default"))) Kelvaris::PluginBase* kelvarisCreatePlugin() {
-  return new Kelvaris::Tests::TestPlugin();
-}
-}
+KELVARIS_TEST_PLUGIN(Kelvaris::Tests::TestPlugin, "Kelvaris.Test", "");

@@ -10,7 +10,6 @@
 #include "support/IntensityMaskOf.h"
 #include "support/Samples.h"
 
-#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -71,6 +70,7 @@ TEST_F(BeamformingTest, WorkmodeFollowsTheFirstTwoEvents) {
     const auto image = beamform(Beamforming(FrameAcquisition(transducer, c.events)), data, {PixelFloat, 3, 1, 2},
                                 grid(3, 1), {0.0, BeamformerType::DebugApertureSize, c.compounding});
     ASSERT_TRUE(image && image->mask()) << c.what;
+    EXPECT_TRUE(image->hasForm(ImageForm::Device) && !image->hasForm(ImageForm::Mem)) << "stays on the device";
     EXPECT_TRUE(intensityMask(*image).isMasked(nan));
     EXPECT_EQ(Kelvaris::Tests::worstError(
                   *image->mem(),
@@ -78,21 +78,6 @@ TEST_F(BeamformingTest, WorkmodeFollowsTheFirstTwoEvents) {
               0.0)
         << c.what;
   }
-}
-
-TEST_F(BeamformingTest, ResultKeepsTheMetadataAndStaysOnTheDevice) {
-  const FrameAcquisition acquisition = planeWaves();
-  SharedImage data(noise(acquisition, PixelInt16));
-  data.setModality(Data::Ultrasound);
-  ImageDescriptor prescan(PixelInt16, 5, 7);
-  prescan.setSpacing({1, 0.25, 1});
-  const auto image = beamform(Beamforming(acquisition), data, prescan, grid(5, 7), {});
-  ASSERT_TRUE(image);
-  EXPECT_TRUE(image->hasForm(ImageForm::Device));
-  EXPECT_FALSE(image->hasForm(ImageForm::Mem));
-  EXPECT_EQ(image->modality(), Data::Ultrasound);
-  EXPECT_TRUE(image->descriptor().isApprox(prescan));
-  EXPECT_EQ(intensityMask(*image).value(), -32768);
 }
 
 TEST_F(BeamformingTest, MoreEntriesOfSlowTimeThanEventsAreLeftOutWithOneWarning) {

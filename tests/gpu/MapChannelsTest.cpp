@@ -1,6 +1,7 @@
 #include "gpu/MapChannelsAndTranspose.h"
 
 #include "support/DeviceTest.h"
+#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
 #include <fmt/format.h>
@@ -54,7 +55,9 @@ TEST_P(MapChannels, PutsEverySampleWhereAPlainLoopPutsIt) {
   const ChannelDataLayout layout(axes[0], axes[1], axes[2]);
 
   // Fewer and more channels than receive, sizes that no tile divides, one of each.
-  const Shape shapes[] = {{5, 70, 3, 5}, {37, 41, 19, 33}, {33, 64, 2, 70}, {1, 1, 1, 1}, {700, 3, 2, 700}};
+  std::vector<Shape> shapes = {{5, 70, 3, 5}, {37, 41, 19, 33}, {33, 64, 2, 70}, {1, 1, 1, 1}, {700, 3, 2, 700}};
+  // One that no cache holds: on the CPU it is written past the caches.
+  if (pixelType == PixelInt16 && components == 1 && order % 4 == 1) shapes.push_back({136, 1027, 64, 136});
   std::mt19937 random(static_cast<unsigned>(order + 1));
   for (const Shape& shape : shapes) {
     SCOPED_TRACE(fmt::format("{} channels, {} samples, {} events, {} elements", shape.channels, shape.samples,
@@ -108,97 +111,52 @@ INSTANTIATE_TEST_SUITE_P(Types, MapChannels,
                          ::testing::Combine(::testing::Values(PixelInt16, PixelFloat), ::testing::Values(1, 2),
                                             ::testing::Range(0, 6)));
 
-class MapChannelsLarge : public Tests::DeviceTest<> {};
-
-TEST_F(MapChannelsLarge, OutputsThatNoCacheHolds) { // on the CPU they are written past the caches
-  constexpr int channels = 136, samples = 1027, events = 64;
-  std::mt19937 random(1);
-  std::vector<std::vector<int>> from(events, inOrder(channels));
-  for (std::vector<int>& mapping : from)
-    std::shuffle(mapping.begin(), mapping.end(), random);
-  const MapChannelsAndTranspose remapper(acquisition(from), acquisition({events, inOrder(channels)}));
-  for (const ChannelDataLayout& layout : {ChannelDataLayout(Axis::Channels, Axis::SlowTime, Axis::FastTime),
-                                          ChannelDataLayout(Axis::SlowTime, Axis::FastTime, Axis::Channels)}) {
-    const Eigen::Vector3i extent = layout.packVec(channels, samples, events);
-    const auto data = std::make_shared<TypedImage<short>>(extent.x(), extent.y(), extent.z());
-    std::generate_n(data->pointer(), data->size(), [&] { return static_cast<short>(random()); });
-    const auto result = remapper.mapAndTranspose(SharedImage(data), layout)->mem();
-    const auto* output = static_cast<const short*>(result->data());
-    std::ptrdiff_t wrong = 0;
-    for (int v = 0; v < events; ++v)
-      for (int s = 0; s < samples; ++s)
-        for (const int m : from[static_cast<std::size_t>(v)]) {
-          const Eigen::Vector3i p = layout.packVec(m, s, v);
-          wrong += *output++ != data->pointer()[(p.z() * extent.y() + p.y()) * extent.x() + p.x()];
-        }
-    EXPECT_EQ(wrong, 0);
-  }
-}
-
 class MapChannelsErrors : public Tests::DeviceTest<> {};
 
 TEST_F(MapChannelsErrors, AcquisitionsThatDoNotFitAreRefused) {
   constexpr const char* mismatch = "Input and output FrameAcquisition do not match";
   struct Case {
-    const char* what;
-    std::function<void(std::vector<PulseEchoEvent>& input, std::vector<PulseEchoEvent>& output)> change;
+    std::function<void(PulseEchoEvent& in, PulseEchoEvent& out)> change; ///< of the second events
     const char* error;
   };
-  using Events = std::vector<PulseEchoEvent>;
   const Case cases[] = {
-      {"event count", [](Events& in, Events&) { in.pop_back(); }, mismatch},
-      {"no events", [](Events& in, Events& out) { in.clear(), out.clear(); }, "Empty input FrameAcquisition"},
-      {"transmit", [](Events& in, Events&) { in[1].transmit.pulseFrequency = 1; }, mismatch},
-      {"aperture", [](Events& in, Events&) { in[1].receive.apertureFirst = 1; }, mismatch},
-      {"sampling frequency", [](Events& in, Events&) { in[0].receive.samplingFrequency += 1; }, mismatch},
-      {"times that are no numbers",
-       [](Events& in, Events& out) { in[0].receive.startTime = out[0].receive.startTime = kNan; }, mismatch},
-      {"unequal apertures",
-       [](Events& in, Events& out) { in[1].receive.apertureLast = out[1].receive.apertureLast = 2; },
+      {[](auto& in, auto&) { in.transmit.pulseFrequency = 1; }, mismatch},
+      {[](auto& in, auto&) { in.receive.apertureFirst = 1; }, mismatch},
+      {[](auto& in, auto&) { in.receive.endTime = 1; }, mismatch},
+      {[](auto& in, auto& out) { in.receive.startTime = out.receive.startTime = kNan; }, mismatch},
+      {[](auto& in, auto& out) { in.receive.apertureLast = out.receive.apertureLast = 2; },
        "Inconsistent receive channels across output FrameAcquisition"},
-      {"a mismatch before unequal apertures",
-       [](Events& in, Events& out) {
-         in[1].receive.apertureLast = out[1].receive.apertureLast = 2, in[1].receive.endTime = 1;
-       },
-       mismatch},
-      {"no aperture",
-       [](Events& in, Events& out) {
-         for (Events* events : {&in, &out})
-           for (PulseEchoEvent& event : *events)
-             event.receive.apertureLast = -1;
-       },
-       "The receive apertures must have at least one element, not 0"},
-      {"short mapping", [](Events& in, Events&) { in[1].receive.elementToChannelMapping.pop_back(); },
+      {[](auto& in, auto&) { in.receive.elementToChannelMapping.pop_back(); },
        "Event 1 of the input FrameAcquisition receives on 4 elements (0 to 3), but maps only 3 of them to channels"},
-      {"negative channel", [](Events& in, Events&) { in[1].receive.elementToChannelMapping[2] = -7; },
+      {[](auto& in, auto&) { in.receive.elementToChannelMapping[2] = -7; },
        "Event 1 of the input FrameAcquisition maps element 2 to channel -7; channels count from 0"},
-      {"output channel", [](Events&, Events& out) { out[0].receive.elementToChannelMapping[3] = 4; },
-       "Event 0 of the output FrameAcquisition maps element 3 to channel 4, but its aperture has the channels 0 to 3"},
+      {[](auto&, auto& out) { out.receive.elementToChannelMapping[3] = 4; },
+       "Event 1 of the output FrameAcquisition maps element 3 to channel 4, but its aperture has the channels 0 to 3"},
   };
+  const auto errorOf = [](const FrameAcquisition& input, const FrameAcquisition& output) {
+    return Tests::errorOf<std::runtime_error>([&] { MapChannelsAndTranspose(input, output); });
+  };
+  const FrameAcquisition two = acquisition({inOrder(4), inOrder(4)});
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    FrameAcquisition input = acquisition({inOrder(4), inOrder(4)}), output = input;
-    c.change(input.events(), output.events());
-    try {
-      const MapChannelsAndTranspose remapper(input, output);
-      ADD_FAILURE() << "accepted";
-    } catch (const std::runtime_error& error) {
-      EXPECT_STREQ(error.what(), c.error);
-    }
+    FrameAcquisition input = two, output = two;
+    c.change(input.events()[1], output.events()[1]);
+    EXPECT_EQ(errorOf(input, output), c.error);
   }
+  EXPECT_EQ(errorOf(two, acquisition({inOrder(4)})), mismatch);
+  EXPECT_EQ(errorOf(acquisition({}), acquisition({})), "Empty input FrameAcquisition");
+  EXPECT_EQ(errorOf(acquisition({{}}), acquisition({{}})),
+            "The receive apertures must have at least one element, not 0");
 }
 
 TEST_F(MapChannelsErrors, ImagesThatAreNotChannelDataAreRefused) {
   const FrameAcquisition one = acquisition({inOrder(2)});
   const MapChannelsAndTranspose remapper(one, one);
-  struct Case {
+  const struct {
     ImageDescriptor descriptor;
     ChannelDataLayout layout;
     const char* error;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {ImageDescriptor(PixelUInt8, 2, 2), {}, "4 MapChannelsAndTranspose: Unsupported pixel type"},
-      {ImageDescriptor(PixelHalf, 2, 2, 1, 3), {}, "4 MapChannelsAndTranspose: Unsupported pixel type"},
       {ImageDescriptor(PixelFloat, 2, 2, 1, 3),
        {},
        "4 MapChannelsAndTranspose: Only single or dual channel images are supported"},
@@ -206,7 +164,7 @@ TEST_F(MapChannelsErrors, ImagesThatAreNotChannelDataAreRefused) {
        "4 MapChannelsAndTranspose: The layout of the channel data must name channels, fast time and slow time once "
        "each"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const Tests::ExpectedLog log;
     const SharedImage image(std::shared_ptr<Image>(MemImage::create(c.descriptor)));
     EXPECT_EQ(remapper.mapAndTranspose(image, c.layout), nullptr);

@@ -120,7 +120,6 @@ TEST(AcquisitionSequence, RefusesInTheStatedOrder) {
   };
   const auto ordered = [](std::vector<FrameAcquisition> of, const std::vector<std::pair<int, int>>& entries,
                           Delays delays) -> Make { return [=] { AcquisitionSequence(of, order(entries), delays); }; };
-  const char* const noFrames = "The list of FrameAcquisitions must not be empty.";
   const char* const perFrame =
       "The sizes of ensembleSizes, ensembleModes and interEventDelays must match the number of FrameAcquisitions.";
   const char* const perEvent = "The sizes of eventToFrameMapping and interEventDelays must match the number of events.";
@@ -134,30 +133,23 @@ TEST(AcquisitionSequence, RefusesInTheStatedOrder) {
   const struct {
     Make make;
     const char* message; // empty: taken
-  } cases[] = {{[] { AcquisitionSequence(std::vector<FrameAcquisition>()); }, noFrames},
+  } cases[] = {{[] { AcquisitionSequence(std::vector<FrameAcquisition>()); },
+                "The list of FrameAcquisitions must not be empty."},
                {[] { AcquisitionSequence(frames({0})); }, "The event order must not be empty."},
-               {ensembles({}, {1}, {}, {}), noFrames},
                {ensembles({1}, {0, 0}, {0}, Delays(1)), perFrame},
-               {ensembles({1}, {1}, {}, Delays(1)), perFrame},
-               {ensembles({1}, {1}, {0}, Delays(2)), perFrame},
                {ensembles({1}, {0}, {2}, Delays(1)), "Ensemble sizes must be at least 1."},
                {ensembles({1, 1}, {1, 0}, {2, 0}, Delays(2)), "Unknown EnsembleMode."},
                {ensembles({1}, {1}, {0}, {-1e-9}), negativeDelay},
                {mapped({0}, 0, 0), "The list of events must not be empty."},
                {mapped({-1}, 2, 2), perEvent},
-               {mapped({0, 0}, 2, 1), perEvent},
                {mapped({0, -1}, 2, 2), "Frame indices in eventToFrameMapping must be non-negative."},
                {mapped({0, 2}, 2, 2), wrongFrame},
-               {ordered({}, {}, {1.0}), noFrames},
                {ordered(other(), {}, {1.0}), "The event order must not be empty."},
                {ordered(other(), {{2, 0}}, {}), perFiring},
                {ordered(other(), {{0, 7}, {2, 0}}, Delays(2)), wrongFrame},
-               {ordered(other(), {{-1, 0}}, Delays(1)), wrongFrame},
                {ordered(other(), {{0, 7}, {1, 0}}, Delays(2)), oneArray},
                {ordered(frames({2}), {{0, 0}, {0, 2}}, Delays(2)), wrongEvent},
-               {ordered(frames({2}), {{0, 0}, {0, -1}}, Delays(2)), wrongEvent},
                {ordered(frames({2}), {{0, 0}, {0, 0}, {0, 1}}, {{}, {}, -1.0}), coverage},
-               {ordered(frames({1, 1}), {{0, 0}}, Delays(1)), coverage},
                {ordered(frames({2}), {{0, 1}, {0, 0}}, {0.0, -1e-9}), negativeDelay},
                {ordered(frames({2, 1}), {{0, 1}, {1, 0}, {0, 0}, {1, 0}, {1, 0}}, {0.0, {}, 1.0, {}, {}}), ""}};
   for (const auto& c : cases)
@@ -203,15 +195,11 @@ Properties stored(const AcquisitionSequence& sequence) {
 }
 
 TEST(AcquisitionSequence, StoresAndReadsBack) {
-  const AcquisitionSequence original({FrameAcquisition(kArray, changed(1,
-                                                                       [](auto& p) {
-                                                                         p.maxTransmitAperture = p.maxReceiveAperture =
-                                                                             4;
-                                                                         p.planeWave = {.planeAngleRange = 0.2,
-                                                                                        .numberApertures = 1,
-                                                                                        .numberEventsPerAperture = 2};
-                                                                       })),
-                                      FrameAcquisition(kArray, numberedEvents(1))},
+  const auto twoWaves = changed(1, [](auto& p) {
+    p.maxTransmitAperture = p.maxReceiveAperture = 4;
+    p.planeWave = {.planeAngleRange = 0.2, .numberApertures = 1, .numberEventsPerAperture = 2};
+  });
+  const AcquisitionSequence original({FrameAcquisition(kArray, twoWaves), FrameAcquisition(kArray, numberedEvents(1))},
                                      order({{0, 1}, {1, 0}, {0, 0}}), {1e-4, {}, 0.0});
   Properties properties = stored(AcquisitionSequence(frames({3, 2, 1})));
   original.configuration(&properties);

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <stdexcept>
 
@@ -254,27 +253,21 @@ TEST(Frame, WithoutEventsHasNoEndTimeAndNoFailure) {
 }
 
 TEST(Frame, UnusableParametersAreRefusedInWords) {
-  const Transducer none = Transducer::createLinear(0, 0.3), vast = Transducer::createLinear(INT_MAX, 0.3);
   const struct {
     Transducer transducer;
     FrameParameters parameters;
     const char* message;
-  } cases[] = {
-      {none, formParameters(0), "0 elements"},
-      {vast, formParameters(2), "2147483647 elements"},
-      {Transducer::createLinear(128, std::nan("")), formParameters(1), "pitch is nan"},
-      {Transducer::createConvex(128, 0.3, 0.0), formParameters(0), "radius of curvature is 0"},
-      {kLinearArray, changed(1, [](auto& p) { p.maxTransmitAperture = 129; }), "maxTransmitAperture is 129"},
-      {kLinearArray, changed(2, [](auto& p) { p.maxReceiveAperture = INT_MAX; }), "maxReceiveAperture 2147483647"},
-      {kLinearArray, changed(0, [](auto& p) { p.focused.numberFocusedBeamsTotal = -1; }), "is -1"},
-      {kLinearArray, changed(1, [](auto& p) { p.planeWave.numberApertures = 65536; }), "too many"},
-      {kLinearArray, changed(2, [](auto& p) { p.divergingWave.numberApertures = INT_MIN; }), "is -2147483648"},
-      {Transducer::createLinear(16384, 0.01), changed(0, [](auto& p) { p.focused.numberFocusedBeamsTotal = 1025; }),
-       "1025 events of 16384 elements"},
-      {kLinearArray, changed(0, [](auto& p) { p.focused.focalDepth = std::nan(""); }), "focalDepth is nan"},
-      {kLinearArray, changed(1, [](auto& p) { p.endDepth = -1; }), "endDepth is -1"},
-      {kLinearArray, changed(1, [](auto& p) { p.endDepth = 1e9; }), "rows"},
-      {kLinearArray, changed(2, [](auto& p) { p.speedOfSound = 0; }), "speedOfSound is 0"}};
+  } cases[] = {{Transducer::createLinear(0, 0.3), formParameters(0), "0 elements"},
+               {Transducer::createLinear(128, std::nan("")), formParameters(1), "pitch is nan"},
+               {Transducer::createConvex(128, 0.3, 0.0), formParameters(0), "radius of curvature is 0"},
+               {kLinearArray, changed(1, [](auto& p) { p.maxTransmitAperture = 129; }), "maxTransmitAperture is 129"},
+               {kLinearArray, changed(0, [](auto& p) { p.focused.numberFocusedBeamsTotal = -1; }), "is -1"},
+               {kLinearArray, changed(1, [](auto& p) { p.planeWave.numberApertures = 65536; }), "too many"},
+               {Transducer::createLinear(16384, 0.01),
+                changed(0, [](auto& p) { p.focused.numberFocusedBeamsTotal = 1025; }), "1025 events of 16384 elements"},
+               {kLinearArray, changed(0, [](auto& p) { p.focused.focalDepth = std::nan(""); }), "focalDepth is nan"},
+               {kLinearArray, changed(1, [](auto& p) { p.endDepth = 1e9; }), "rows"},
+               {kLinearArray, changed(2, [](auto& p) { p.speedOfSound = 0; }), "speedOfSound is 0"}};
   for (const auto& c : cases)
     EXPECT_CONTAINS(errorOf<std::invalid_argument>([&] { FrameAcquisition(c.transducer, c.parameters); }), c.message);
 

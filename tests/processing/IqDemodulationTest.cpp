@@ -14,7 +14,6 @@
 #include <cmath>
 #include <complex>
 #include <numbers>
-#include <string>
 
 namespace Kelvaris::US {
 namespace {
@@ -58,17 +57,14 @@ TEST(IqDemodulation, AgreesWithMixingFilterAndResamplingInDoublePrecision) {
   } cases[] = {
       {"columns", PixelFloat, {5, 120, 1}, {}, 120},
       {"one column", PixelFloat, {1, 120, 1}, {}, 120},
-      {"a volume", PixelFloat, {3, 60, 4}, {.factor = 2}, 30},
-      {"one row", PixelFloat, {4, 1, 1}, {}, 1},
       {"a third, of a number that 3 doesn't divide", PixelFloat, {3, 100, 1}, {.factor = 3}, 33},
       {"another cut-off", PixelFloat, {3, 100, 1}, {.ratio = 0.4, .taps = 101}, 100},
       {"a filter longer than the columns", PixelFloat, {3, 20, 1}, {.taps = 101}, 20},
       {"no mixing: the filter's cut-off is 0", PixelFloat, {2, 60, 1}, {.fd = 0.0}, 60},
       {"int16", PixelInt16, {3, 120, 1}, {.factor = 2}, 60},
-      {"int16, one column", PixelInt16, {1, 90, 1}, {}, 90},
       {"int8 saturates", PixelInt8, {3, 90, 1}, {}, 90},
       {"uint8 loses what is negative", PixelUInt8, {3, 90, 1}, {}, 90},
-      {"uint16", PixelUInt16, {3, 90, 2}, {}, 90},
+      {"uint16, a volume", PixelUInt16, {3, 90, 2}, {.factor = 2}, 45},
       {"int32, mixed in main memory", PixelInt32, {3, 90, 1}, {.factor = 2}, 45},
       {"uint32", PixelUInt32, {1, 90, 1}, {}, 90},
       {"double", PixelDouble, {3, 90, 1}, {.factor = 2}, 45},
@@ -114,14 +110,10 @@ TEST(IqDemodulation, KeepsItsSignalsAsLongAsNothingChanges) {
       {"the first call", {}, base, true},
       {"another factor, width, type, number of slices", {.factor = 3}, ImageDescriptor(PixelInt16, 7, 60, 2), false},
       {"another height", {}, ImageDescriptor(PixelFloat, 3, 61), true},
-      {"the first height", {}, base, true},
       {"filter length", {.taps = 31}, base, true},
-      {"sampling frequency", {.fs = 41.0, .taps = 31}, base, true},
-      {"demodulation frequency", {.fs = 41.0, .fd = 5.5, .taps = 31}, base, true},
-      {"cut-off, by the last digit",
-       {.fs = 41.0, .fd = 5.5, .ratio = std::nextafter(1.0, 2.0), .taps = 31},
-       base,
-       true},
+      {"sampling frequency", {.fs = 41.0}, base, true},
+      {"demodulation frequency", {.fs = 41.0, .fd = 5.5}, base, true},
+      {"cut-off, by the last digit", {.fs = 41.0, .fd = 5.5, .ratio = std::nextafter(1.0, 2.0)}, base, true},
   };
   std::array<const void*, 3> before = {};
   for (const auto& step : steps) {

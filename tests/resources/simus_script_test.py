@@ -139,18 +139,6 @@ class SimusScript(unittest.TestCase):
                     points = [TARGET, OTHER]
                     self.assertSamples(array.bridge(points, delays)[0], array.direct(points, delays))
 
-    def test_an_echo_comes_when_the_pulse_has_travelled(self):
-        # At the focus all elements' pulses arrive at once.
-        fs = 16 * FC
-        for name, array in ARRAYS.items():
-            with self.subTest(array=name):
-                samples = array.bridge([TARGET], waves(array)["focused"], fs=fs)[0]
-                spectrum = np.fft.fft(samples, axis=0)
-                spectrum[len(spectrum) // 2:] = 0
-                arrival = np.abs(np.fft.ifft(spectrum, axis=0)).argmax(axis=0) / fs
-                travelled = (array.distances(TARGET).max() + array.distances(TARGET)) / C
-                self.assertLess(np.abs(arrival - travelled).max(), 0.1 / FC)
-
     def test_apertures(self):
         delays = waves(LINEAR)["focused"]
         delays[:3] = delays[12:] = -1.0

@@ -5,14 +5,12 @@
 #include "support/Images.h"
 #include "support/TemporaryFolder.h"
 
-#include "Core/Log.h"
 #include "Lib/KelvarisFile.h"
 #include "Lib/PropertiesFile.h"
 #include "model/ChannelDataLayout.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <functional>
@@ -28,28 +26,6 @@ using Kelvaris::Tests::readFile;
 using Kelvaris::Tests::TemporaryFolder;
 using Kelvaris::Tests::writeFile;
 using Points = std::vector<Eigen::Vector3d>;
-
-/// The messages of the cache while it lives.
-class CacheLog {
-public:
-  CacheLog()
-      : m_sink(Log::addSink([this](const Log::Entry& entry) {
-          if (entry.level >= Log::Debug && entry.category == "SimulatedChannelDataStream")
-            m_messages.push_back(std::to_string(entry.level) + " " + entry.message);
-        })) {}
-  ~CacheLog() { Log::removeSink(m_sink); }
-  CacheLog(const CacheLog&) = delete;
-  CacheLog& operator=(const CacheLog&) = delete;
-
-  bool contains(const std::string& text) const {
-    return std::find(m_messages.begin(), m_messages.end(), text) != m_messages.end();
-  }
-  bool empty() const { return m_messages.empty(); }
-
-private:
-  std::vector<std::string> m_messages;
-  int m_sink;
-};
 
 /// The parameters of a simulation.
 struct Simulation {
@@ -89,22 +65,8 @@ protected:
   SharedImageSet result;
 };
 
-void makeOlder(const fs::path& path, std::chrono::hours age) {
-  fs::last_write_time(path, fs::file_time_type::clock::now() - age);
-}
-
-TEST_F(SimulationCache, KeepsResultsWhereTheyAreLookedFor) {
-  EXPECT_FALSE(simulation.load());
-  simulation.store(result);
-  EXPECT_EQ(simulation.image().parent_path(), root() / "0.0.0");
-  EXPECT_TRUE(fs::exists(simulation.image()) && fs::exists(simulation.parameters()));
-  expectResult(simulation.load());
-  expectResult(simulation.load());
-}
-
 TEST_F(SimulationCache, KnowsResultsByEverythingTheyDependOn) {
   const std::vector<std::pair<const char*, std::function<void(Simulation&)>>> changes = {
-      {"frame", [](Simulation& s) { s.frame = Tests::planeWaves(2, 0.31); }},
       {"one event", [](Simulation& s) { s.frame.events()[1].receive.elementToChannelMapping[0] = 5; }},
       {"layout",
        [](Simulation& s) {
@@ -113,12 +75,13 @@ TEST_F(SimulationCache, KnowsResultsByEverythingTheyDependOn) {
        }},
       {"last digit of a scatterer", [](Simulation& s) { s.scatterers[0].x() = std::nextafter(0.1, 1.0); }},
       {"sign of a zero", [](Simulation& s) { s.scatterers[0].z() = -0.0; }},
-      {"no scatterers", [](Simulation& s) { s.scatterers.clear(); }},
       {"an offset", [](Simulation& s) { s.offsets[1].y() = 0.0; }},
       {"numbers that are none",
        [](Simulation& s) { s.scatterers[1].y() = s.offsets[0].x() = std::numeric_limits<double>::quiet_NaN(); }},
   };
+  EXPECT_FALSE(simulation.load());
   simulation.store(result);
+  EXPECT_EQ(simulation.image().parent_path(), root() / "0.0.0");
   std::set<fs::path> files{simulation.image()};
   for (const auto& [name, change] : changes) {
     SCOPED_TRACE(name);
@@ -133,67 +96,43 @@ TEST_F(SimulationCache, KnowsResultsByEverythingTheyDependOn) {
 }
 
 TEST_F(SimulationCache, TakesWhatIsDamagedOrOldForMissing) {
-  constexpr std::chrono::hours day{24};
   const auto truncate = [](const fs::path& file) { fs::resize_file(file, fs::file_size(file) / 2); };
+  const auto makeOlder = [&](std::chrono::hours age) {
+    for (const fs::path& file : {simulation.image(), simulation.parameters()})
+      fs::last_write_time(file, fs::file_time_type::clock::now() - age);
+  };
+  constexpr std::chrono::hours day{24};
   const struct {
     const char* name;
     std::function<void()> change;
-    const char* message; ///< at level 1; any where it is null
-    bool imageStays, parametersStay;
-    bool hit = false;
+    bool imageStays, parametersStay, isHit = false;
   } cases[] = {
-      {"nothing changed", [] {}, "", true, true, true},
-      {"no parametrization", [&] { fs::remove(simulation.parameters()); }, "", true, false},
-      {"no result", [&] { fs::remove(simulation.image()); }, "", false, true},
+      {"no result", [&] { fs::remove(simulation.image()); }, false, true},
       {"a folder for the result",
        [&] {
          fs::remove(simulation.image());
          fs::create_directory(simulation.image());
        },
-       "", true, true},
+       true, true},
       {"other parameters under the same hash",
        [&] {
          Properties stored = PropertiesFile::load(simulation.parameters());
          stored.setParam("scattererPositions", Points{{0.0, 10.0, 0.0}});
          PropertiesFile::save(simulation.parameters(), stored);
        },
-       "1 The cached simulation result does not match the current parameters", false, false},
-      {"half a parametrization", [&] { truncate(simulation.parameters()); },
-       "1 Could not load the parametrization file for the simulation result", true, true},
-      {"no XML", [&] { writeFile(simulation.parameters(), std::string(100, '\0')); },
-       "1 Could not load the parametrization file for the simulation result", true, true},
-      {"half a result", [&] { truncate(simulation.image()); }, nullptr, true, true},
-      {"an empty result", [&] { writeFile(simulation.image(), ""); }, nullptr, true, true},
-      {"a result without images", [&] { KelvarisFile::save(simulation.image(), SharedImageSet()); }, nullptr, true,
-       true},
-      {"a result 15 days old",
-       [&] {
-         makeOlder(simulation.image(), 15 * day);
-         makeOlder(simulation.parameters(), 15 * day);
-       },
-       "", false, false},
-      {"a result an hour before its end",
-       [&] {
-         makeOlder(simulation.image(), 14 * day - std::chrono::hours(1));
-         makeOlder(simulation.parameters(), 14 * day - std::chrono::hours(1));
-       },
-       "", true, true, true},
+       false, false},
+      {"half a parametrization", [&] { truncate(simulation.parameters()); }, true, true},
+      {"half a result", [&] { truncate(simulation.image()); }, true, true},
+      {"a result without images", [&] { KelvarisFile::save(simulation.image(), SharedImageSet()); }, true, true},
+      {"a result 15 days old", [&] { makeOlder(15 * day); }, false, false},
+      {"a result an hour before its end", [&] { makeOlder(14 * day - std::chrono::hours(1)); }, true, true, true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     cleanupSimulationCache(true);
     simulation.store(result);
     c.change();
-    const CacheLog log;
-    const auto loaded = simulation.load();
-    if (c.hit)
-      expectResult(loaded);
-    else
-      EXPECT_FALSE(loaded);
-    if (!c.message)
-      EXPECT_FALSE(log.empty());
-    else
-      EXPECT_TRUE(*c.message ? log.contains(c.message) : log.empty());
+    EXPECT_EQ(simulation.load() != nullptr, c.isHit);
     EXPECT_EQ(fs::exists(simulation.image()), c.imageStays);
     EXPECT_EQ(fs::exists(simulation.parameters()), c.parametersStay);
     if (fs::is_directory(simulation.image())) continue;

@@ -4,12 +4,11 @@
 #include "GL/Context.h"
 #include "GL/RequireGL.h"
 #include "GL/SlowPicture.h"
-#include "StreamTools.h"
+#include "streaming/StreamTools.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <semaphore>
 #include <string>
@@ -27,17 +26,6 @@ const std::string kLog = "4 SingleImageStreamAlgorithmExecutor: ";
 struct Note : DataComponent<Note> {
   std::string id() const override { return "Note"; }
   bool operator==(const Note&) const { return true; }
-};
-
-/// Calls a function of the test for every image.
-struct Callback : ShowParameters {
-  std::function<void(const SharedImage&)> f;
-  explicit Callback(std::function<void(const SharedImage&)> function) : f(std::move(function)) {}
-  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
-  processImage(const SharedImage& image, const DataComponentList& components) const override {
-    f(image);
-    return {image.clone(1), components};
-  }
 };
 
 class SingleImageStreamAlgorithmExecutorTest : public WithTestAlgorithms {
@@ -96,17 +84,12 @@ TEST_F(SingleImageStreamAlgorithmExecutorTest, EmitsTheImageOfThatIndexAsTheInpu
     executor.waitUntilCompleted();
     EXPECT_EQ(executor.stream()->kind(), Data::VolumeStreamKind);
   }
-}
-
-TEST_F(SingleImageStreamAlgorithmExecutorTest, ManyEventsThatBecomeOnePictureAreNoVolume) {
-  input.setKind(Data::VolumeStreamKind);
-  SingleImageStreamAlgorithmExecutor executor(input, std::make_unique<ShowParameters>());
-  auto images = std::make_shared<SharedImageSet>();
-  images->setVolumetric(true);
-  images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(1, 1, 2)));
-  input.dataSignal.emitSignal(emission(images));
+  auto events = setOf({std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(1, 1, 2))});
+  events->setVolumetric(true);
+  Executor executor(input, std::make_unique<ShowParameters>());
+  input.dataSignal.emitSignal(emission(events));
   executor.waitUntilCompleted();
-  EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
+  EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind) << "many events that become one picture are no volume";
 }
 
 TEST_F(SingleImageStreamAlgorithmExecutorTest, IsMadeForOneStreamOfKnownKind) {
@@ -276,36 +259,28 @@ TEST_F(SingleImageStreamAlgorithmExecutorTest, HoldsUpTheEmitterOnlyIfToldTo) {
 }
 
 TEST_F(SingleImageStreamAlgorithmExecutorTest, KeepsSettingsForTheAlgorithmToCome) {
-  Executor executor(input, nullptr);
-  const Receiver receiver(*executor.stream());
+  const auto settingsOf = [](const Executor& executor) {
+    Properties settings;
+    executor.configuration(&settings);
+    return settings;
+  };
   Properties settings;
-  settings.setParam("forceBlocking", true);
   settings.setParam("queueSize", 3);
   settings.setParam("algorithmName", std::string("Show Parameters"));
   settings.subProperties("algorithmConfig").setParam("first", 7);
+  Executor executor(input, nullptr), renamed(input, nullptr);
   executor.configure(nullptr);
   executor.configure(&settings);
-  EXPECT_TRUE(executor.forceBlocking);
-  Properties stored;
-  executor.configuration(nullptr);
-  executor.configuration(&stored);
-  const auto firstOf = [](const Properties& properties) {
-    int first = -1;
-    const Properties* config = properties.findSubProperties("algorithmConfig");
-    if (config) config->param("first", first);
-    return first;
-  };
-  std::string name;
-  EXPECT_TRUE(stored.param("algorithmName", name));
-  EXPECT_EQ(name, "Show Parameters");
-  EXPECT_EQ(firstOf(stored), 7);
+  EXPECT_EQ(executor.queueSize.value(), 3);
+  renamed.configure(&settings);
+  renamed.setStreamAlgorithmName("Show Parameters");
+  EXPECT_EQ(settingsOf(renamed).findSubProperties("algorithmConfig"), nullptr) << "a new name drops those that wait";
 
   Executor restored(input, nullptr);
-  const Receiver restoredReceiver(*restored.stream());
+  const Receiver receiver(*restored.stream());
+  const Properties stored = settingsOf(executor);
   restored.configure(&stored);
-  EXPECT_EQ(restored.queueSize.value(), 3);
   emit(restored, {2});
-  EXPECT_EQ(restoredReceiver.last(), (std::vector<float>{7, 0, 2}));
   EXPECT_EQ(receiver.last(), (std::vector<float>{7, 0, 2}));
 
   // With an algorithm at work: what it has, and changes at once, by the name that it was asked for or its own.
@@ -314,8 +289,7 @@ TEST_F(SingleImageStreamAlgorithmExecutorTest, KeepsSettingsForTheAlgorithmToCom
     const Receiver runningReceiver(*running.stream());
     running.setStreamAlgorithmName(own);
     emit(running);
-    Properties fromRunning;
-    running.configuration(&fromRunning);
+    Properties fromRunning = settingsOf(running);
     fromRunning.subProperties("algorithmConfig").setParam("first", 8);
     running.configure(&fromRunning);
     Properties otherName = fromRunning;
@@ -325,47 +299,25 @@ TEST_F(SingleImageStreamAlgorithmExecutorTest, KeepsSettingsForTheAlgorithmToCom
     EXPECT_EQ(running.streamAlgorithmName(), "Whole");
     emit(running, {2});
     EXPECT_EQ(runningReceiver.last(), (std::vector<float>{8, 0, 2}));
-    Properties again;
-    running.configuration(&again);
-    EXPECT_EQ(again, fromRunning);
+    EXPECT_EQ(settingsOf(running), fromRunning);
   }
-
-  // A new name drops the settings that wait.
-  Executor renamed(input, nullptr);
-  renamed.configure(&settings);
-  renamed.setStreamAlgorithmName("Show Parameters");
-  Properties ofRenamed;
-  renamed.configuration(&ofRenamed);
-  EXPECT_EQ(firstOf(ofRenamed), -1);
 }
 
-TEST_F(SingleImageStreamAlgorithmExecutorTest, OutputAndExecutorEndInAnyOrder) {
-  auto executor = std::make_unique<Executor>(input, std::make_unique<ShowParameters>());
-  OwningDataList output = executor->takeOutput();
-  ASSERT_EQ(output.size(), 1u);
-  EXPECT_TRUE(executor->takeOutput().empty());
-  emit(*executor);
-  executor.reset();
-  emitOnly({1});
-  EXPECT_EQ(output.extract<ImageStream>()->kind(), Data::ImageStreamKind);
-
-  int processed = 0;
-  executor = std::make_unique<Executor>(input, std::make_unique<Callback>([&](const SharedImage&) { ++processed; }));
-  executor->forceBlocking = true;
-  executor->takeOutput();
-  EXPECT_EQ(executor->stream(), nullptr);
-  executor->setStreamAlgorithmName("Test.Show");
-  emit(*executor);
-  executor->process({1, 2, std::make_shared<Executor::Payload>()}); // no images
-  EXPECT_EQ(processed, 0);
-
+TEST_F(SingleImageStreamAlgorithmExecutorTest, GoesOnWithoutOutputOrInput) {
   auto shortLived = std::make_unique<ImageStream>("short-lived");
-  Executor orphan(*shortLived, std::make_unique<ShowParameters>());
-  EXPECT_EQ(orphan.inputStream(), shortLived.get());
+  int processed = 0;
+  Executor executor(*shortLived, std::make_unique<Callback>([&](const SharedImage&) { ++processed; }));
+  executor.forceBlocking = true;
+  EXPECT_EQ(executor.takeOutput().size(), 1u);
+  EXPECT_TRUE(executor.takeOutput().empty());
+  EXPECT_EQ(executor.stream(), nullptr);
+  executor.setStreamAlgorithmName("Test.Show");
+  shortLived->dataSignal.emitSignal(emission(setOf({row({1})})));
+  executor.process({1, 2, std::make_shared<Executor::Payload>()}); // no images
+  EXPECT_EQ(processed, 0);
+  EXPECT_EQ(executor.inputStream(), shortLived.get());
   shortLived.reset();
-  EXPECT_EQ(orphan.inputStream(), nullptr);
-  orphan.setStreamAlgorithmName("Test.Show");
-  orphan.waitUntilCompleted();
+  EXPECT_EQ(executor.inputStream(), nullptr);
 }
 
 TEST_F(SingleImageStreamAlgorithmExecutorTest, TheEndOfTheOutputLetsTheImageInProgressFinishAndNoOther) {

@@ -1,13 +1,12 @@
 // Executors in a chain, with all their threads at work.
 
-#include "StreamTools.h"
 #include "streaming/SingleImageStreamAlgorithmExecutor.h"
+#include "streaming/StreamTools.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <numeric>
@@ -20,34 +19,6 @@ namespace {
 
 using namespace Tests;
 using Executor = SingleImageStreamAlgorithmExecutor;
-
-constexpr std::uint64_t kForever = ~std::uint64_t{0};
-
-/// Emits `count` images as fast as it can, with the timestamps 1, 2, ... One in a hundred makes ShowParameters throw.
-class Source : public ImageStream {
-public:
-  explicit Source(std::uint64_t count) : ImageStream("source"), m_count(count) {}
-  ~Source() override { closeAsync().wait(); }
-  bool workerThreadRequiresOpenGl() const override { return false; }
-  std::uint64_t emitted() const { return m_emitted; }
-  void run() {
-    EXPECT_TRUE(openAsync().get());
-    EXPECT_TRUE(startAsync().get());
-  }
-
-protected:
-  Continuation doWork() override {
-    const std::uint64_t number = m_emitted + 1;
-    const float pixel = number % 100 == 50 ? kThrow : 1.0f;
-    dataSignal.emitSignal(emission(setOf({row({pixel})}), number));
-    m_emitted = number;
-    return number < m_count ? Continuation::now() : Continuation::never();
-  }
-
-private:
-  std::uint64_t m_count;
-  std::atomic<std::uint64_t> m_emitted = 0;
-};
 
 class StreamChain : public WithTestAlgorithms {
 protected:
@@ -101,7 +72,7 @@ TEST_F(StreamChain, NoneOfTenThousandFramesGetsLostUnnoticed) {
 TEST_F(StreamChain, EveryPictureBelongsToOneSetOfParametersAndTheNextToTheNew) {
   for (const bool blocking : {true, false}) {
     const Tests::ExpectedLog log; // of the frames that throw
-    Source source(kForever);
+    Source source;
     Executor executor(source, nullptr);
     executor.forceBlocking = blocking;
     executor.setStreamAlgorithmName("Show Parameters");
@@ -129,7 +100,7 @@ TEST_F(StreamChain, StopsClosesAndEndsInEveryOrderWhileBusy) {
   std::mt19937 random(1);
   for (int round = 0; round < 60; ++round) {
     const Tests::ExpectedLog log;
-    auto source = std::make_unique<Source>(kForever);
+    auto source = std::make_unique<Source>();
     auto chain = chainOn(*source, round % 2 == 0);
     source->run();
     if (round % 3 == 0) { // the end of the last output, once started, stops all before it

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -94,11 +95,59 @@ struct Whole : Algorithm {
   OwningDataList takeOutput() override { return {}; }
 };
 
+/// A menu entry that takes streams alone, and stands for ShowParameters in their names.
+struct ForStreams : Whole {
+  static bool createCompatible(const DataList&, Algorithm**) { return false; }
+};
+
 struct TestFactory : AlgorithmFactory {
   TestFactory() : AlgorithmFactory("Test") {
+    registerAlgorithm<ForStreams>("ForStreams", "Test;Expert;Live");
     registerAlgorithm<ShowParameters>("Show", "Test;Show Parameters");
     registerAlgorithm<Whole>("Whole", "Test;Whole");
+    addAlias("Show", "Live");
   }
+};
+
+/// Calls a function of the test for every image. Fails the test if it is deleted meanwhile.
+struct Callback : ShowParameters {
+  explicit Callback(std::function<void(const SharedImage&)> function) : f(std::move(function)) {}
+  ~Callback() override { EXPECT_FALSE(working); }
+  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
+  processImage(const SharedImage& image, const DataComponentList& components) const override {
+    working = true;
+    f(image);
+    working = false;
+    return {image.clone(1), components};
+  }
+  std::function<void(const SharedImage&)> f;
+  mutable std::atomic<bool> working = false;
+};
+
+/// Emits images as fast as it can, with the timestamps 1, 2, ... One in a hundred makes ShowParameters throw.
+class Source : public ImageStream {
+public:
+  static constexpr std::uint64_t kForever = ~std::uint64_t{0};
+  explicit Source(std::uint64_t count = kForever) : ImageStream("source"), m_count(count) {}
+  ~Source() override { closeAsync().wait(); }
+  bool workerThreadRequiresOpenGl() const override { return false; }
+  std::uint64_t emitted() const { return m_emitted; }
+  void run() {
+    EXPECT_TRUE(openAsync().get());
+    EXPECT_TRUE(startAsync().get());
+  }
+
+protected:
+  Continuation doWork() override {
+    const std::uint64_t number = m_emitted + 1;
+    dataSignal.emitSignal(emission(setOf({row({number % 100 == 50 ? kThrow : 1.0f})}), number));
+    m_emitted = number;
+    return number < m_count ? Continuation::now() : Continuation::never();
+  }
+
+private:
+  std::uint64_t m_count;
+  std::atomic<std::uint64_t> m_emitted = 0;
 };
 
 /// Has the algorithms above registered.
