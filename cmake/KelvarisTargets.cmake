@@ -110,16 +110,21 @@ endfunction()
 # Everything that runs kernels: the tests declared with DEVICE, and the benchmarks of the kernels.
 add_custom_target(KelvarisDeviceTests)
 
-# kelvaris_test(NAME SOURCES file... [LINK target...] [DEVICE])
+# kelvaris_test(NAME SOURCES file... [LINK target...] [DEVICE | GUI])
 # One GoogleTest program; it sees host/, src/ and tests/ and fails on an error log that it did not expect. With DEVICE its
 # tests run once per executor: as they are on the CPU, and as "cuda.<name>" on a CUDA device where the build has CUDA code
-# (they are skipped where there is no device; see tests/support/DeviceTest.h).
+# (they are skipped where there is no device; see tests/support/DeviceTest.h). GUI is for kelvaris_gui_test.
 function(kelvaris_test name)
-  cmake_parse_arguments(ARG "DEVICE" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "DEVICE;GUI" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE ${ARG_LINK} KelvarisTestMain GTest::gtest KelvarisFlags)
   set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
+  if(ARG_GUI)
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST
+      PROPERTIES TIMEOUT 120 ENVIRONMENT QT_QPA_PLATFORM=offscreen)
+    return()
+  endif()
   if(NOT ARG_DEVICE)
     gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
     return()

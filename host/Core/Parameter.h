@@ -15,8 +15,8 @@ namespace Kelvaris {
 /// What a parameter holds, for generic forms and for messages.
 enum class ParameterType : int { Bool = 1, Int = 2, Double = 3, OptionalDouble = 4, Vector2i = 5, Text = 6, Enum = 8 };
 
-/// A tunable value of a `Configurable`. Its name is also its key in `Properties`; attributes ("suffix", "min", "max",
-/// "values") are hints for user interfaces and never enforced.
+/// A tunable value of a `Configurable`. Its name is also its key in `Properties`; attributes ("suffix", "decimals",
+/// "min", "max", "step", "values") are hints for user interfaces and never enforced.
 class ParameterBase {
 public:
   explicit ParameterBase(std::string name) : m_name(std::move(name)) {}
@@ -40,7 +40,7 @@ public:
   virtual ParameterType type() const = 0;
   /// True if `text` could be read as a value of this parameter.
   virtual bool accepts(const std::string& text) const = 0;
-  /// The current value as text; empty for an empty optional.
+  /// The current value as text; empty for an empty optional. Takes the guard.
   virtual std::string text() const = 0;
   /// The default value as text.
   virtual std::string defaultText() const = 0;
@@ -88,14 +88,19 @@ template <typename T> constexpr ParameterType typeOf() {
 } // namespace ParameterDetail
 
 /// A parameter of type bool, int, double, std::optional<double>, Eigen::Vector2i, std::string or an enum. An enum is
-/// stored as its integer value; its attribute "values" lists the display texts in the order of the values. An empty
-/// optional is stored as an empty text.
+/// stored as its integer value; its attribute "values" lists the display texts in the order of the values, with commas
+/// between. An empty optional is stored as an empty text.
 template <typename T> class Parameter : public ParameterBase {
 public:
   Parameter(std::string name, T defaultValue)
       : ParameterBase(std::move(name)), m_value(defaultValue), m_default(std::move(defaultValue)) {}
 
   const T& value() const { return m_value; }
+  /// A copy, taken under the guard: for a parameter that another thread may change.
+  T current() const {
+    const auto lock = lockGuard();
+    return m_value;
+  }
   const T& defaultValue() const { return m_default; }
   operator const T&() const { return m_value; } // NOLINT(google-explicit-constructor): a parameter reads as its value
 
@@ -146,7 +151,10 @@ public:
     }
   }
 
-  std::string text() const override { return textOf(m_value); }
+  std::string text() const override {
+    const auto lock = lockGuard();
+    return textOf(m_value);
+  }
   std::string defaultText() const override { return textOf(m_default); }
 
 private:

@@ -1,7 +1,6 @@
 #include "Lib/FactoryRegistry.h"
 
-#include "Lib/DefaultAlgorithmController.h"
-
+#include <stdexcept>
 #include <utility>
 
 namespace Kelvaris {
@@ -59,11 +58,21 @@ std::optional<AlgorithmFactory::Descriptor> FactoryRegistry::algorithmDescriptor
   return std::nullopt;
 }
 
+void FactoryRegistry::setDefaultControllerMaker(ControllerMaker maker) {
+  const std::scoped_lock lock(m_mutex);
+  m_defaultControllerMaker = std::move(maker);
+}
+
 std::unique_ptr<AlgorithmController> FactoryRegistry::createAlgorithmController(Algorithm* algorithm) const {
+  if (!algorithm) throw std::invalid_argument("A controller needs an algorithm; got null");
   for (const Entry& entry : entries())
     if (entry.controllers)
       if (auto controller = entry.controllers->create(algorithm)) return controller;
-  return std::make_unique<DefaultAlgorithmController>(algorithm, "", false, false);
+  const ControllerMaker makeDefault = [this] {
+    const std::scoped_lock lock(m_mutex);
+    return m_defaultControllerMaker;
+  }();
+  return makeDefault ? makeDefault(algorithm) : nullptr;
 }
 
 } // namespace Kelvaris

@@ -3,6 +3,7 @@
 #include "Lib/AlgorithmControllerFactory.h"
 #include "Lib/AlgorithmFactory.h"
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -28,7 +29,13 @@ public:
   std::vector<AlgorithmFactory::Descriptor> descriptorsNamed(std::string_view name) const;
   /// By id; with `orDisplayName`, by the last level of the category where no id fits.
   std::optional<AlgorithmFactory::Descriptor> algorithmDescriptor(std::string_view id, bool orDisplayName) const;
-  /// From the first factory that has one, else the generic form. Throws std::invalid_argument for null.
+  /// Makes the controller of an algorithm that no factory has one for; the algorithm must outlive it.
+  using ControllerMaker = std::function<std::unique_ptr<AlgorithmController>(Algorithm*)>;
+  /// Set by the library that has a generic form (host/Gui does so when it is loaded), and taken back with null before
+  /// that library goes.
+  void setDefaultControllerMaker(ControllerMaker maker);
+  /// From the first factory that has one, else from the default maker; null if neither has one. Throws
+  /// std::invalid_argument for null, and what the forms throw: std::runtime_error where the process can't show any.
   std::unique_ptr<AlgorithmController> createAlgorithmController(Algorithm* algorithm) const;
 
 private:
@@ -41,6 +48,7 @@ private:
 
   mutable std::mutex m_mutex;
   std::vector<Entry> m_entries;
+  ControllerMaker m_defaultControllerMaker;
 };
 
 } // namespace Kelvaris

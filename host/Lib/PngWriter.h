@@ -17,9 +17,7 @@ using Color = std::array<unsigned char, 3>;
 struct Options {
   /// Width and height of a pixel in mm; zeros: not known. Without it the image's spacing, if that is metric.
   std::optional<Eigen::Vector2d> pixelSize = {};
-  /// Pixels whose size is known but whose sides differ are brought to squares of the shorter side: values between pixel
-  /// centres are interpolated linearly, the picture keeps its centre and, within half a pixel, its extent. What is
-  /// masked follows the nearest pixel, and masked pixels take no part in the values of others.
+  /// Pixels whose size is known but whose sides differ are brought to squares (EightBitPicture).
   bool squarePixels = true;
   /// Of masked pixels; without it they are transparent.
   std::optional<Color> maskColor = {};

@@ -17,6 +17,8 @@ public:
   /// The same.
   Stream* outputStream() const { return stream(); }
   OwningDataList takeOutput() override;
+  /// True while the output is there and belongs to whoever took it.
+  bool isOutputTaken() const { return stream() && !m_owned; }
   /// Gives up the stream where compute() can make another one; nothing otherwise.
   virtual void resetStream() {}
 

@@ -11,6 +11,7 @@ namespace Kelvaris {
 namespace {
 
 constexpr const char* kCategory = "StreamAlgorithmExecutor";
+constexpr const char* kAlgorithmConfig = "algorithmConfig";
 
 /// Like its input to look at. Its own worker has nothing to do.
 class Output : public ImageStream {
@@ -54,6 +55,7 @@ void StreamAlgorithmExecutor::listen() {
 void StreamAlgorithmExecutor::setStreamAlgorithmName(const std::string& name) {
   const std::scoped_lock lock(m_mutex);
   m_name = name;
+  m_pendingConfiguration.reset();
   m_hasComplained = false;
 }
 
@@ -85,6 +87,27 @@ void StreamAlgorithmExecutor::compute() {
   m_status = Success;
 }
 
+void StreamAlgorithmExecutor::configure(const Properties* properties) {
+  StreamAlgorithm::configure(properties);
+  const Properties* const settings = properties ? properties->findSubProperties(kAlgorithmConfig) : nullptr;
+  if (!settings) return;
+  const std::scoped_lock lock(m_mutex);
+  if (m_algorithm)
+    m_algorithm->configure(settings);
+  else
+    m_pendingConfiguration = *settings;
+}
+
+void StreamAlgorithmExecutor::configuration(Properties* properties) const {
+  StreamAlgorithm::configuration(properties);
+  if (!properties) return;
+  const std::scoped_lock lock(m_mutex);
+  if (m_algorithm)
+    m_algorithm->configuration(&properties->subProperties(kAlgorithmConfig));
+  else if (m_pendingConfiguration)
+    properties->subProperties(kAlgorithmConfig) = *m_pendingConfiguration;
+}
+
 void StreamAlgorithmExecutor::setAlgorithm(std::unique_ptr<Algorithm> algorithm) {
   m_processor = dynamic_cast<SequentialImageProcessor*>(algorithm.get());
   if (!m_processor) {
@@ -105,6 +128,8 @@ void StreamAlgorithmExecutor::instantiateAlgorithm(const SharedImageSet& images)
     for (auto descriptor = named.begin(); descriptor != named.end() && !algorithm; ++descriptor)
       algorithm = descriptor->create({m_example.get()});
     if (algorithm) {
+      if (m_pendingConfiguration) algorithm->configure(&*m_pendingConfiguration);
+      m_pendingConfiguration.reset();
       setAlgorithm(std::move(algorithm));
       if (!m_processor) m_name.clear(); // nor will it be one with the next emission
       return;
@@ -125,12 +150,17 @@ void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& da
   const SharedImageSet& images = *imageData->images();
 
   int count = 1;
+  bool isNew = false;
   {
     const std::scoped_lock lock(m_mutex);
-    if (!m_processor && !m_name.empty()) instantiateAlgorithm(images);
+    if (!m_processor && !m_name.empty()) {
+      instantiateAlgorithm(images);
+      isNew = m_processor != nullptr;
+    }
     if (!m_processor) return;
     if (mode == EveryImage) count = images.size();
   }
+  if (isNew) outputChanged.emitSignal();
   auto results = std::make_shared<SharedImageSet>();
   // Channel data of one event stay a volume on their way; many events that have become one picture don't.
   bool volumetric = images.isVolumetric();

@@ -1,6 +1,10 @@
 #include "plugin/USImgFormationFactory.h"
 
-#include "Lib/DefaultAlgorithmController.h"
+#ifdef KELVARIS_HAVE_GUI
+#include "Gui/DefaultAlgorithmController.h"
+#include "gui/SimulatedChannelDataStreamController.h"
+#include "gui/SingleImageStreamAlgorithmExecutorController.h"
+#endif
 #include "beamforming/BeamformingAlgorithm.h"
 #include "imaging/EnvelopeDetectionAlgorithm.h"
 #include "imaging/LogCompressionAlgorithm.h"
@@ -16,6 +20,7 @@
 #include "processing/IqDemodulationAlgorithm.h"
 
 namespace Kelvaris::US {
+#ifdef KELVARIS_HAVE_GUI
 namespace {
 
 template <typename... T> bool isOneOf(Algorithm* algorithm) {
@@ -23,6 +28,7 @@ template <typename... T> bool isOneOf(Algorithm* algorithm) {
 }
 
 } // namespace
+#endif
 
 USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFactory("USImgFormation") {
 #ifdef KELVARIS_HAVE_GL
@@ -52,7 +58,12 @@ USImgFormationAlgorithmFactory::USImgFormationAlgorithmFactory() : AlgorithmFact
 
 USImgFormationControllerFactory::USImgFormationControllerFactory() : AlgorithmControllerFactory("USImgFormation") {}
 
+#ifdef KELVARIS_HAVE_GUI
 std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm* algorithm) const {
+  if (auto* const maker = dynamic_cast<SimulatedChannelDataStreamController::StreamMaker*>(algorithm))
+    return std::make_unique<SimulatedChannelDataStreamController>(maker);
+  if (auto* const executor = dynamic_cast<SingleImageStreamAlgorithmExecutor*>(algorithm))
+    return std::make_unique<SingleImageStreamAlgorithmExecutorController>(executor);
   if (!isOneOf<BeamformingAlgorithm, ChannelDataFilterAlgorithm, ChannelDataRemappingAlgorithm,
                EnvelopeDetectionAlgorithm, LogCompressionAlgorithm, IqDemodulationAlgorithm>(algorithm))
     return nullptr;
@@ -60,5 +71,10 @@ std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Alg
   controller->setConfigureOnChanged(true);
   return controller;
 }
+#else
+std::unique_ptr<AlgorithmController> USImgFormationControllerFactory::create(Algorithm*) const {
+  return nullptr;
+}
+#endif
 
 } // namespace Kelvaris::US

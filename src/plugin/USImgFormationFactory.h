@@ -13,7 +13,9 @@ public:
   USImgFormationAlgorithmFactory();
 };
 
-/// Their controllers: the generic form, whose changes reach the algorithm at once; null for algorithms of others.
+/// Their controllers: panels of their own for the simulated stream and for the executor of stream algorithms; for the
+/// others the generic form, whose changes reach the algorithm at once. Null for algorithms without one, and where the
+/// build has no forms.
 class USImgFormationControllerFactory : public AlgorithmControllerFactory {
 public:
   USImgFormationControllerFactory();

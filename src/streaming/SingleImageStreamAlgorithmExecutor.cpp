@@ -70,7 +70,7 @@ SingleImageStreamAlgorithmExecutor::SingleImageStreamAlgorithmExecutor(ImageStre
     if (m_processor) m_processor->setSequentialMode(true);
     m_name = nameOf(*m_algorithm);
   }
-  m_queue = std::make_unique<BackgroundThreadQueue<Payload>>(this, current(queueSize));
+  m_queue = std::make_unique<BackgroundThreadQueue<Payload>>(this, queueSize.current());
   m_outputGoneConnection = m_output->goneSignal.connectBlocking([this] {
     m_inputConnection.disconnect();
     m_queue->stop();
@@ -81,10 +81,11 @@ SingleImageStreamAlgorithmExecutor::SingleImageStreamAlgorithmExecutor(ImageStre
   m_inputGoneConnection = input.closedSignal.connectBlocking([this] { m_input = nullptr; });
   m_inputConnection = input.dataSignal.connectBlocking(
       [this](const std::shared_ptr<const StreamData>& data) { guarded([&] { onStreamData(data); }); });
-  m_queueSizeConnection = queueSize.changed.connect([this] { m_queue->setMaximumQueueSize(current(queueSize)); });
+  m_queueSizeConnection = queueSize.changed.connect([this] { m_queue->setMaximumQueueSize(queueSize.current()); });
 }
 
 SingleImageStreamAlgorithmExecutor::~SingleImageStreamAlgorithmExecutor() {
+  goneSignal.emitSignal();
   m_outputGoneConnection.disconnect();
   m_inputConnection.disconnect();
   m_inputGoneConnection.disconnect();
@@ -174,7 +175,7 @@ void SingleImageStreamAlgorithmExecutor::onStreamData(const std::shared_ptr<cons
   }
   payload->images = imageData->shallowCloneToSharedImageSet();
   TimestampedPayload<Payload> item{data->timestampDevice(), data->timestampArrival(), std::move(payload)};
-  if (!current(forceBlocking))
+  if (!forceBlocking.current())
     m_queue->push(std::move(item));
   else if (hasContext || !GL::ContextManager::get().isAvailable())
     process(std::move(item));
@@ -189,7 +190,7 @@ void SingleImageStreamAlgorithmExecutor::process(TimestampedPayload<Payload> ite
 void SingleImageStreamAlgorithmExecutor::processOrThrow(const TimestampedPayload<Payload>& item) {
   if (!item.payload || !item.payload->images) return;
   if (item.payload->sync) item.payload->sync->wait();
-  if (current(processOnGpu)) item.payload->images->prepareForGpu();
+  if (processOnGpu.current()) item.payload->images->prepareForGpu();
 
   std::shared_ptr<SharedImageSet> results = processedImages(*item.payload->images);
   if (!results || !m_output) return;
@@ -212,7 +213,7 @@ std::shared_ptr<SharedImageSet> SingleImageStreamAlgorithmExecutor::processedIma
     outputChanged.emitSignal();
     lock = lockInTurn();
   }
-  const int index = current(imageIndex);
+  const int index = imageIndex.current();
   if (index < 0 || index >= images.size()) {
     Log::error(kCategory,
                "Image index {} out of bounds for SharedImageSet with {} images. No processing will be performed.",
@@ -235,7 +236,7 @@ std::shared_ptr<SharedImageSet> SingleImageStreamAlgorithmExecutor::processedIma
 /// With the mutex held. False, with a logged error unless there is no name, if there is no algorithm to work with.
 bool SingleImageStreamAlgorithmExecutor::instantiateAlgorithm(const SharedImageSet& images) {
   if (m_name.empty()) return false;
-  const int index = current(imageIndex);
+  const int index = imageIndex.current();
   if (index < 0 || index >= images.size()) {
     Log::error(kCategory, "Image index {} out of bounds for SharedImageSet with {} images.", index, images.size());
     return false;

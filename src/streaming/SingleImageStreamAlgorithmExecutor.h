@@ -93,6 +93,8 @@ public:
 
   /// Emitted when the algorithm has been created, on the thread that processes.
   SignalImpl<> outputChanged;
+  /// Emitted when the executor goes away, while its algorithm is still there.
+  SignalImpl<> goneSignal;
 
   Parameter<bool> forceBlocking{"forceBlocking", false};
   Parameter<bool> processOnGpu{"processOnGpu", false};
@@ -110,10 +112,6 @@ private:
   std::unique_lock<std::mutex> lockInTurn() const {
     const std::scoped_lock turn(m_turn);
     return std::unique_lock(m_mutex);
-  }
-  template <typename T> T current(const Parameter<T>& parameter) const {
-    const std::scoped_lock lock(m_parameterMutex);
-    return parameter.value();
   }
 
   /// Guards the algorithm, its input, its name, the settings that wait, and processImage(). Never held while a

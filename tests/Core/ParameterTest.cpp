@@ -1,6 +1,7 @@
 #include "Core/Parameter.h"
 
 #include "Core/Configurable.h"
+#include "Core/ParameterDescription.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -97,6 +98,33 @@ TEST(ParameterTest, UnreadableTextsLeaveTheValueAndAreLogged) {
     EXPECT_TRUE(settings.changes.empty());
   }
   EXPECT_EQ(Settings().parameter("missing"), nullptr);
+}
+
+TEST(ParameterDescriptionTest, LabelsAreTheNamesInWords) {
+  const struct {
+    const char *name, *label;
+  } cases[] = {{"dynamicRange", "Dynamic range"},    {"fNumber", "F number"},   {"useSIMUS", "Use SIMUS"},
+               {"outputURLPath", "Output URL path"}, {"phantomX", "Phantom x"}, {"gain", "Gain"}};
+  for (const auto& c : cases)
+    EXPECT_EQ(ParameterDescription::label(Parameter<bool>(c.name, true)), c.label);
+}
+
+TEST(ParameterDescriptionTest, SaysWhatIsExpectedAndShowsValues) {
+  Settings settings;
+  settings.ratio.setAttribute("min", "0.1");
+  EXPECT_EQ(ParameterDescription::expected(settings.ratio), "a number, from 0.1");
+  settings.ratio.setAttribute("max", "4");
+  EXPECT_EQ(ParameterDescription::expected(settings.ratio), "a number, 0.1 to 4");
+  settings.ratio.setAttribute("suffix", "MHz");
+  const struct {
+    const ParameterBase* parameter;
+    const char *text, *shown;
+  } cases[] = {{&settings.ratio, "0.5", "0.5 MHz"},
+               {&settings.carrier, "", "none"},
+               {&settings.window, "2", "Tukey"},
+               {&settings.window, "3", "3"}};
+  for (const auto& c : cases)
+    EXPECT_EQ(ParameterDescription::shown(*c.parameter, c.text, "none"), c.shown);
 }
 
 } // namespace

@@ -1,16 +1,17 @@
+#include "Core/Parameter.h"
 #include "Lib/AlgorithmFactory.h"
-#include "Lib/DefaultAlgorithmController.h"
 #include "Lib/FactoryRegistry.h"
 
 #include "Lib/SharedImageSet.h"
-#include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <typeindex>
+#include <utility>
 
 namespace Kelvaris {
 namespace {
@@ -18,11 +19,7 @@ namespace {
 /// Takes exactly one element.
 class Gain : public Algorithm {
 public:
-  Gain() {
-    registerParameter(&gain);
-    registerParameter(&offset);
-    gain.setAttribute("suffix", "dB");
-  }
+  Gain() { registerParameter(&gain); }
   static bool createCompatible(const DataList& data, Algorithm** a) {
     if (data.size() != 1) return false;
     if (a) *a = std::make_unique<Gain>().release();
@@ -36,7 +33,6 @@ public:
   OwningDataList takeOutput() override { return {}; }
 
   Parameter<double> gain{"gain", 1.0};
-  Parameter<bool> offset{"offset", false};
   int configured = 0;
 };
 
@@ -49,10 +45,15 @@ struct Factory : AlgorithmFactory {
   }
 };
 
+struct NamedController : AlgorithmController {
+  NamedController(Algorithm* algorithm, std::string maker) : AlgorithmController(algorithm), madeBy(std::move(maker)) {}
+  std::string madeBy;
+};
+
 struct Controllers : AlgorithmControllerFactory {
   Controllers() : AlgorithmControllerFactory("Controllers") {}
   std::unique_ptr<AlgorithmController> create(Algorithm* algorithm) const override {
-    return std::make_unique<DefaultAlgorithmController>(algorithm, "from the factory", true, true);
+    return std::make_unique<NamedController>(algorithm, "factory");
   }
 };
 
@@ -97,59 +98,21 @@ TEST(FactoryRegistryTest, FindsAlgorithmsAndControllersUntilTheirOwnerGoes) {
   EXPECT_FALSE(registry.algorithmDescriptor("Loud Gain", false));
 
   Gain gain;
-  const auto title = [&] {
-    return dynamic_cast<const DefaultAlgorithmController&>(*registry.createAlgorithmController(&gain)).title();
+  const auto maker = [&]() -> std::string {
+    const auto controller = registry.createAlgorithmController(&gain);
+    return controller ? dynamic_cast<const NamedController&>(*controller).madeBy : "nobody";
   };
-  EXPECT_EQ(title(), "from the factory");
+  registry.setDefaultControllerMaker(
+      [](Algorithm* algorithm) { return std::make_unique<NamedController>(algorithm, "default"); });
+  EXPECT_EQ(maker(), "factory");
   registry.remove(&other);
-  EXPECT_EQ(title(), "") << "the generic form; this algorithm came from no factory";
+  EXPECT_EQ(maker(), "default");
+  registry.setDefaultControllerMaker(nullptr);
+  EXPECT_EQ(maker(), "nobody");
   EXPECT_FALSE(registry.algorithmDescriptor("B.Gain", false));
   registry.remove(&owner);
   EXPECT_TRUE(registry.algorithmDescriptors().empty());
   EXPECT_THROW(registry.createAlgorithmController(nullptr), std::invalid_argument);
-}
-
-TEST(DefaultAlgorithmControllerTest, HoldsTheFormUntilItIsApplied) {
-  Gain algorithm;
-  DefaultAlgorithmController form(&algorithm, "", false, true);
-  ASSERT_EQ(form.fields().size(), 2u);
-  EXPECT_EQ(form.fields()[0].text, "1");
-  EXPECT_EQ(form.fields()[0].type, ParameterType::Double);
-  EXPECT_EQ(form.fields()[0].attributes.at("suffix"), "dB");
-
-  form.setText("gain", "2.50");
-  EXPECT_EQ(algorithm.gain.value(), 1.0);
-  algorithm.offset = true; // by someone else, meanwhile
-  form.apply();
-  EXPECT_EQ(algorithm.gain.value(), 2.5);
-  EXPECT_TRUE(algorithm.offset.value()) << "only edited fields are handed over";
-  EXPECT_EQ(form.fields()[1].text, "true");
-
-  form.setText("gain", "9");
-  form.refresh();
-  EXPECT_EQ(form.fields()[0].text, "2.5");
-  form.setConfigureOnChanged(true);
-  algorithm.configured = 0;
-  form.setText("gain", "3");
-  EXPECT_EQ(algorithm.configured, 1);
-  EXPECT_EQ(algorithm.gain.value(), 3.0);
-}
-
-TEST(DefaultAlgorithmControllerTest, RefusesUnknownKeysAndUnreadableTexts) {
-  Gain algorithm;
-  DefaultAlgorithmController form(&algorithm, "Gain", false, false);
-  form.setConfigureOnChanged(true);
-  const struct {
-    const char* key;
-    const char* text;
-    const char* message;
-  } cases[] = {{"gian", "1", "There is no parameter \"gian\"; there is \"gain\", \"offset\""},
-               {"gain", "loud", "\"loud\" is no value of the parameter \"gain\", which takes a number"},
-               {"offset", "2", "\"2\" is no value of the parameter \"offset\", which takes true or false"}};
-  for (const auto& c : cases)
-    EXPECT_EQ(Tests::errorOf<std::invalid_argument>([&] { form.setText(c.key, c.text); }), c.message);
-  EXPECT_EQ(algorithm.configured, 0);
-  EXPECT_THROW(DefaultAlgorithmController(nullptr, "", false, false), std::invalid_argument);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "Stream/StreamAlgorithmExecutor.h"
 
-#include "Lib/FactoryRegistry.h"
+#include "streaming/StreamTools.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
@@ -10,167 +10,138 @@
 #include <latch>
 #include <memory>
 #include <semaphore>
-#include <stdexcept>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace Kelvaris {
 namespace {
 
-/// An algorithm that takes everything, but can't process images one by one.
-struct Whole : Algorithm {
-  static bool createCompatible(const DataList&, Algorithm** a) {
-    if (a) *a = std::make_unique<Whole>().release();
-    return true;
-  }
-  void compute() override {}
-  OwningDataList takeOutput() override { return {}; }
-};
+using namespace Tests;
 
-/// Hands images through; refuses those that are 2 pixels wide, fails on those of 9, can't be made for those of 8.
-struct PassOn : Whole, SequentialImageProcessor {
-  static bool createCompatible(const DataList& data, Algorithm** a) {
-    const auto images = data.getImages(Data::UnknownKind, Data::Ultrasound);
-    if (images.empty()) return false;
-    if (images[0]->get(0).descriptor().width() == 8) throw std::out_of_range("no events");
-    if (a) *a = std::make_unique<PassOn>().release();
-    return true;
-  }
-  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
-  processImage(const SharedImage& image, const DataComponentList& components) const override {
-    if (image.descriptor().width() == 2) return {};
-    if (image.descriptor().width() == 9) throw std::runtime_error("no device memory");
-    return {image.clone(1), components};
-  }
-};
-
-/// A menu entry that takes streams alone.
-struct ForStreams : Whole {
-  static bool createCompatible(const DataList&, Algorithm**) { return false; }
-};
-
-struct Factory : AlgorithmFactory {
-  Factory() : AlgorithmFactory("Test") {
-    registerAlgorithm<ForStreams>("ForStreams", "Test;Expert;Live");
-    registerAlgorithm<PassOn>("PassOn", "Test;Pass On");
-    registerAlgorithm<Whole>("Whole", "Test;Whole");
-    addAlias("PassOn", "Live");
-  }
-};
-
-class StreamAlgorithmExecutorTest : public ::testing::Test {
+class StreamAlgorithmExecutorTest : public WithTestAlgorithms {
 protected:
-  StreamAlgorithmExecutorTest() { FactoryRegistry::get().add(std::make_unique<Factory>(), nullptr, this); }
-  ~StreamAlgorithmExecutorTest() override { FactoryRegistry::get().remove(this); }
-
-  void listenTo(const StreamAlgorithmExecutor& executor) {
-    m_connection = executor.stream()->dataSignal.connect([this](const std::shared_ptr<const StreamData>& data) {
-      received.push_back(std::dynamic_pointer_cast<const ImageStreamData>(data));
-    });
-  }
-
-  void emit(const std::vector<int>& widths, Data::Modality modality = Data::Ultrasound) {
-    auto images = std::make_shared<SharedImageSet>();
-    images->setModality(modality);
-    for (const int width : widths)
-      images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(width, 1)), 100.0 + width);
-    auto data = std::make_shared<ImageStreamData>(images);
-    data->setTimestampArrival(5);
-    data->setTimestampDevice(4);
-    input.dataSignal.emitSignal(data);
+  void emit(const std::vector<float>& pixels, Data::Modality modality = Data::Ultrasound) {
+    std::vector<std::shared_ptr<SharedImage>> images;
+    for (const float pixel : pixels)
+      images.push_back(row({pixel}));
+    const auto set = setOf(images);
+    set->setModality(modality);
+    input.dataSignal.emitSignal(emission(set, 4));
   }
 
   ImageStream input{"probe"};
-  std::vector<std::shared_ptr<const ImageStreamData>> received;
-
-private:
-  boost::signals2::scoped_connection m_connection;
 };
 
 TEST_F(StreamAlgorithmExecutorTest, WorksOnTheFirstImageOrOnEveryOneThatCanBeProcessed) {
-  StreamAlgorithmExecutor executor(input, std::make_unique<PassOn>());
-  EXPECT_TRUE(dynamic_cast<const PassOn&>(*executor.streamAlgorithm()).isSequentialMode());
+  StreamAlgorithmExecutor executor(input, std::make_unique<ShowParameters>());
+  EXPECT_TRUE(dynamic_cast<const ShowParameters&>(*executor.streamAlgorithm()).isSequentialMode());
   EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
-  listenTo(executor);
-  emit({1, 2, 3});
+  const Receiver receiver(*executor.stream());
+  emit({1, kNull, 3});
   executor.mode = StreamAlgorithmExecutor::EveryImage;
   const Tests::ExpectedLog log;
-  emit({1, 2, 9, 3});
+  emit({1, kNull, kThrow, 3});
   EXPECT_EQ(log.messages(), std::vector<std::string>{"4 StreamAlgorithmExecutor: An image of the stream \"probe\" is "
                                                      "dropped: no device memory"});
-  emit({2}); // nothing comes of it
+  emit({kNull}); // nothing comes of it
   input.dataSignal.emitSignal(std::make_shared<StreamData>());
+  const auto received = receiver.received();
   ASSERT_EQ(received.size(), 2u);
   EXPECT_EQ(received[0]->images()->size(), 1);
   ASSERT_EQ(received[1]->images()->size(), 2) << "without the refused and the failed one";
   EXPECT_EQ(received[1]->images()->timestamp(1), 103.0);
   EXPECT_EQ(received[1]->images()->modality(), Data::Ultrasound);
+  EXPECT_EQ(received[1]->images()->kind(), Data::Images) << "no volumes";
   EXPECT_EQ(received[1]->timestampArrival(), 5u);
   EXPECT_EQ(received[1]->timestampDevice(), 4u);
 }
 
 TEST_F(StreamAlgorithmExecutorTest, StartsAtOnceOrWithCompute) {
-  StreamAlgorithmExecutor executor(input, std::make_unique<PassOn>());
-  listenTo(executor);
+  StreamAlgorithmExecutor executor(input, std::make_unique<ShowParameters>());
+  const Receiver receiver(*executor.stream());
   executor.autoStart = false;
   emit({1});
-  EXPECT_TRUE(received.empty());
+  EXPECT_EQ(receiver.count(), 0u);
   executor.compute();
   EXPECT_EQ(executor.status(), Algorithm::Success);
   executor.compute();
   emit({1});
-  EXPECT_EQ(received.size(), 1u) << "listens once only";
+  EXPECT_EQ(receiver.count(), 1u) << "listens once only";
 }
 
 TEST_F(StreamAlgorithmExecutorTest, CreatesTheAlgorithmOfThatNameThatTakesTheImages) {
-  for (const char* name : {"Pass On", "Live", "Test.PassOn"}) {
+  for (const char* name : {"Show Parameters", "Live", "Test.Show"}) {
     StreamAlgorithmExecutor executor(input, nullptr);
-    received.clear();
-    listenTo(executor);
+    const Receiver receiver(*executor.stream());
     emit({1});
     EXPECT_EQ(executor.streamAlgorithm(), nullptr);
     executor.setStreamAlgorithmName(name);
     emit({1});
     ASSERT_NE(executor.streamAlgorithm(), nullptr) << name;
-    EXPECT_EQ(executor.streamAlgorithm()->factoryInfo().id, "Test.PassOn");
-    EXPECT_EQ(received.size(), 1u);
+    EXPECT_EQ(executor.streamAlgorithm()->factoryInfo().id, "Test.Show");
+    EXPECT_EQ(receiver.count(), 1u);
   }
 }
 
+TEST_F(StreamAlgorithmExecutorTest, SettingsOfTheAlgorithmWaitForIt) {
+  StreamAlgorithmExecutor executor(input, nullptr);
+  int created = 0;
+  const auto connection = executor.outputChanged.connect([&] { ++created; });
+  const auto configure = [&](int value) {
+    Properties settings;
+    settings.subProperties("algorithmConfig").setParam("first", value);
+    executor.configure(&settings);
+  };
+  const auto first = [&] {
+    Properties settings;
+    executor.configuration(&settings);
+    int stored = 0;
+    settings.subProperties("algorithmConfig").param("first", stored);
+    return stored;
+  };
+  configure(2);
+  executor.setStreamAlgorithmName("Show Parameters");
+  EXPECT_EQ(first(), 0) << "those were for another one";
+  configure(3);
+  EXPECT_EQ(first(), 3);
+  emit({1});
+  emit({1});
+  EXPECT_EQ(created, 1);
+  EXPECT_EQ(dynamic_cast<const ShowParameters&>(*executor.streamAlgorithm()).first, 3);
+  configure(4);
+  EXPECT_EQ(first(), 4);
+}
+
 TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithmAndGoesOnTrying) {
+  const std::string failed = "Could not create the algorithm ";
   const struct {
-    const char* name;
-    int width;
+    std::string name;
+    float pixel;
     Data::Modality modality;
-    const char* message;
-    const char* nameAfter;
-    std::size_t results; ///< once the stream has images of 1 pixel
+    std::string message, nameAfter;
+    std::size_t results; ///< once the stream has good images
   } cases[] = {
-      {"Absent", 1, Data::Ultrasound,
-       "Could not create the algorithm \"Absent\" so far: no factory has one of this name", "Absent", 0},
-      {"Pass On", 1, Data::UnknownModality,
-       "Could not create the algorithm \"Pass On\" so far: it doesn't work on the images of this stream", "Pass On", 1},
-      {"Pass On", 8, Data::Ultrasound, "Could not create the algorithm \"Pass On\" so far: no events", "Pass On", 1},
+      {"Absent", 1, Data::Ultrasound, failed + "\"Absent\" so far: no factory has one of this name", "Absent", 0},
+      {"Live", 1, Data::UnknownModality, failed + "\"Live\" so far: it doesn't work on the images of this stream",
+       "Live", 1},
+      {"Live", kRefuse, Data::Ultrasound, failed + "\"Live\" so far: no events", "Live", 1},
       {"Whole", 1, Data::Ultrasound, "The algorithm Whole can't process images one by one", "", 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
     StreamAlgorithmExecutor executor(input, nullptr);
-    received.clear();
-    listenTo(executor);
+    const Receiver receiver(*executor.stream());
     const Tests::ExpectedLog log;
     for (int i = 0; i < 2; ++i) { // a name that is given anew is worth another message
       executor.setStreamAlgorithmName(c.name);
       for (int emission = 0; emission < 3; ++emission)
-        emit({c.width}, c.modality);
+        emit({c.pixel}, c.modality);
     }
-    const std::string message = std::string("4 StreamAlgorithmExecutor: ") + c.message;
-    EXPECT_EQ(log.messages(), (std::vector<std::string>{message, message}));
+    EXPECT_EQ(log.messages(), std::vector(2, "4 StreamAlgorithmExecutor: " + c.message));
     EXPECT_EQ(executor.streamAlgorithmName(), c.nameAfter);
-    EXPECT_TRUE(received.empty());
+    EXPECT_EQ(receiver.count(), 0u);
     emit({1});
-    EXPECT_EQ(received.size(), c.results);
+    EXPECT_EQ(receiver.count(), c.results);
   }
 }
 
@@ -180,7 +151,7 @@ TEST_F(StreamAlgorithmExecutorTest, ComputeSaysWhatIsMissing) {
   const Tests::ExpectedLog log;
   executor.compute();
   EXPECT_EQ(executor.status(), Algorithm::IncompleteInput);
-  executor.setStreamAlgorithmName("Pass On");
+  executor.setStreamAlgorithmName("Show Parameters");
   executor.compute();
   EXPECT_EQ(executor.status(), Algorithm::Success);
   probe.reset();
@@ -193,38 +164,9 @@ TEST_F(StreamAlgorithmExecutorTest, ComputeSaysWhatIsMissing) {
                                       "4 StreamAlgorithmExecutor: The input stream \"phantom\" is gone"}));
 }
 
-/// Emits images without a pause.
-struct Probe : ImageStream {
-  Probe() : ImageStream("probe") {}
-  ~Probe() override { closeAsync().wait(); }
-  bool workerThreadRequiresOpenGl() const override { return false; }
-  Continuation doWork() override {
-    auto images = std::make_shared<SharedImageSet>();
-    images->add(std::make_shared<SharedImage>(std::make_shared<TypedImage<float>>(1, 1)));
-    dataSignal.emitSignal(std::make_shared<ImageStreamData>(images));
-    return Continuation::now();
-  }
-};
-
-/// Tells when it works, and fails the test if it is deleted meanwhile.
-struct Busy : Whole, SequentialImageProcessor {
-  explicit Busy(std::function<void()> doIt) : work(std::move(doIt)) {}
-  ~Busy() override { EXPECT_FALSE(working); }
-  std::pair<std::shared_ptr<SharedImage>, DataComponentList>
-  processImage(const SharedImage& image, const DataComponentList& components) const override {
-    working = true;
-    work();
-    working = false;
-    return {image.clone(1), components};
-  }
-  std::function<void()> work;
-  mutable std::atomic<bool> working = false;
-};
-
 TEST(StreamAlgorithmExecutorConcurrencyTest, EndsWhileTheInputEmits) {
-  Probe input;
-  input.openAsync();
-  input.startAsync();
+  Source input;
+  input.run();
   const struct {
     const char* what;
     std::function<void(std::unique_ptr<StreamAlgorithmExecutor>&, OwningDataList&)> end;
@@ -244,12 +186,13 @@ TEST(StreamAlgorithmExecutorConcurrencyTest, EndsWhileTheInputEmits) {
       SCOPED_TRACE(c.what);
       std::binary_semaphore atWork(0);
       std::atomic<bool> over = false;
-      auto executor = std::make_unique<StreamAlgorithmExecutor>(input, std::make_unique<Busy>([&] {
-                                                                  EXPECT_FALSE(over);
-                                                                  atWork.release();
-                                                                  std::this_thread::yield();
-                                                                  EXPECT_FALSE(over);
-                                                                }));
+      auto executor =
+          std::make_unique<StreamAlgorithmExecutor>(input, std::make_unique<Callback>([&](const SharedImage&) {
+                                                      EXPECT_FALSE(over);
+                                                      atWork.release();
+                                                      std::this_thread::yield();
+                                                      EXPECT_FALSE(over);
+                                                    }));
       OwningDataList output = executor->takeOutput();
       EXPECT_TRUE(executor->takeOutput().empty());
       const boost::signals2::scoped_connection listener =
@@ -261,18 +204,17 @@ TEST(StreamAlgorithmExecutorConcurrencyTest, EndsWhileTheInputEmits) {
 }
 
 TEST(StreamAlgorithmExecutorConcurrencyTest, SettingsDontWaitForTheImageInWork) {
-  Probe input;
+  Source input;
   std::latch atWork(1), go(1);
-  StreamAlgorithmExecutor executor(input, std::make_unique<Busy>([&] {
+  StreamAlgorithmExecutor executor(input, std::make_unique<Callback>([&](const SharedImage&) {
                                      atWork.count_down();
                                      go.wait();
                                    }));
-  input.openAsync();
-  input.startAsync();
+  input.run();
   atWork.wait();
   executor.mode = StreamAlgorithmExecutor::EveryImage;
   EXPECT_NE(executor.streamAlgorithm(), nullptr);
-  executor.setStreamAlgorithmName("Pass On");
+  executor.setStreamAlgorithmName("Show Parameters");
   go.count_down();
   EXPECT_TRUE(input.closeAsync().get());
 }

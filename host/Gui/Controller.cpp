@@ -1,0 +1,7 @@
+#include "Gui/Controller.h"
+
+namespace Kelvaris {
+
+Controller::~Controller() = default;
+
+} // namespace Kelvaris

@@ -1,0 +1,93 @@
+#include "Gui/QtHelpers.h"
+
+#include <QApplication>
+#include <QEvent>
+#include <QGroupBox>
+#include <QPointer>
+#include <QProxyStyle>
+#include <QStyleOption>
+#include <QThread>
+#include <QWidget>
+
+#include <stdexcept>
+#include <vector>
+
+namespace Kelvaris::QtHelpers {
+namespace {
+
+/// Draws the check mark of a group box as an arrow: right for closed, down for open.
+class ArrowStyle : public QProxyStyle {
+public:
+  explicit ArrowStyle(QObject* parent) { setParent(parent); }
+
+  void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                     const QWidget* widget) const override {
+    if (element == PE_IndicatorCheckBox)
+      element = option->state & State_On ? PE_IndicatorArrowDown : PE_IndicatorArrowRight;
+    QProxyStyle::drawPrimitive(element, option, painter, widget);
+  }
+};
+
+class WheelGuard : public QObject {
+public:
+  using QObject::QObject;
+
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() != QEvent::Wheel || static_cast<QWidget*>(watched)->hasFocus()) return false;
+    event->ignore();
+    return true;
+  }
+};
+
+} // namespace
+
+QWidget* noParent() {
+  const auto* const application = qobject_cast<QApplication*>(QCoreApplication::instance());
+  if (!application)
+    throw std::runtime_error("Forms need a QApplication, and this process has none; make one before the first form");
+  if (application->thread() != QThread::currentThread())
+    throw std::runtime_error("Forms are for the thread of the QApplication; this is another one");
+  return nullptr;
+}
+
+void makeExpandable(QGroupBox& box, bool expanded) {
+  box.setCheckable(true);
+  box.setChecked(true);
+  box.setStyle(&make<ArrowStyle>(&box));
+  // A checkable box enables and disables its contents by itself. Those that hide themselves stay hidden.
+  const auto hidden = std::make_shared<std::vector<QPointer<QWidget>>>();
+  QObject::connect(&box, &QGroupBox::toggled, &box, [&box, hidden](bool shown) {
+    box.setFlat(!shown);
+    if (shown) {
+      for (const QPointer<QWidget>& widget : *hidden)
+        if (widget) widget->show();
+      hidden->clear();
+      return;
+    }
+    for (QWidget* child : box.findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly))
+      if (!child->isHidden()) {
+        child->hide();
+        hidden->emplace_back(child);
+      }
+  });
+  box.setChecked(expanded);
+}
+
+void ignoreWheelWithoutFocus(QWidget& widget) {
+  widget.setFocusPolicy(Qt::StrongFocus);
+  widget.installEventFilter(&make<WheelGuard>(&widget));
+}
+
+QString withMnemonic(const QString& text, QString& taken) {
+  for (const bool onlyInitials : {true, false})
+    for (int i = 0; i < text.size(); ++i) {
+      const QChar letter = text[i].toLower();
+      if (!letter.isLetter() || taken.contains(letter) || (onlyInitials && i > 0 && text[i - 1].isLetterOrNumber()))
+        continue;
+      taken += letter;
+      return QString(text).insert(i, '&');
+    }
+  return text;
+}
+
+} // namespace Kelvaris::QtHelpers
