@@ -1,6 +1,7 @@
 #include "kelvaris/Step.h"
 
 #include "Core/Parameter.h"
+#include "Core/ParameterDescription.h"
 #include "Core/PropertiesIO.h"
 #include "Lib/FactoryRegistry.h"
 
@@ -19,6 +20,8 @@
 
 namespace Kelvaris::CommandLine {
 namespace {
+
+using ParameterDescription::displayTexts, ParameterDescription::expected;
 
 std::string trimmed(std::string_view text) {
   constexpr std::string_view blanks = " \t\r\n";
@@ -115,14 +118,6 @@ std::string enumIndex(const std::string& value, const std::vector<std::string>& 
   return value;
 }
 
-std::vector<std::string> displayTextsOf(const ParameterBase& parameter) {
-  std::vector<std::string> texts;
-  std::istringstream stream(parameter.attribute("values"));
-  for (std::string text; std::getline(stream, text, ',');)
-    texts.push_back(trimmed(text));
-  return texts;
-}
-
 bool isNumber(const ParameterBase& parameter) {
   return parameter.type() == ParameterType::Int || parameter.type() == ParameterType::Double ||
          parameter.type() == ParameterType::OptionalDouble;
@@ -142,36 +137,24 @@ std::string parameterText(const ParameterBase& parameter, const std::string& val
   if (parameter.type() == ParameterType::Vector2i)
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == 'x' || c == 'X'; }, ' ');
-  if (parameter.type() == ParameterType::Enum) text = enumIndex(text, displayTextsOf(parameter));
+  if (parameter.type() == ParameterType::Enum) text = enumIndex(text, displayTexts(parameter));
   return text;
 }
 
 bool accepts(const ParameterBase& parameter, const std::string& text) {
   if (!parameter.accepts(text)) return false;
   if (parameter.type() != ParameterType::Enum) return true;
-  const std::vector<std::string> texts = displayTextsOf(parameter);
+  const std::vector<std::string> texts = displayTexts(parameter);
   int index = 0;
   return texts.empty() || (PropertyText::fromText(text, index) && index >= 0 && index < static_cast<int>(texts.size()));
 }
 
 /// For example "dynamicRange = 40 dB (a number, 5 to 100; default 50)". The range is a hint, as it is to forms.
 std::string describe(const ParameterBase& parameter) {
-  std::string expected = parameter.expected();
-  if (const auto texts = displayTextsOf(parameter); parameter.type() == ParameterType::Enum && !texts.empty()) {
-    std::vector<std::string> numbered;
-    for (std::size_t i = 0; i < texts.size(); ++i)
-      numbered.push_back(fmt::format("{} \"{}\"", i, texts[i]));
-    expected = fmt::format("one of {}", fmt::join(numbered, ", "));
-  }
-  const std::string least = parameter.attribute("min"), most = parameter.attribute("max");
-  if (!least.empty() && !most.empty())
-    expected += fmt::format(", {} to {}", least, most);
-  else if (!least.empty() || !most.empty())
-    expected += least.empty() ? fmt::format(", up to {}", most) : fmt::format(", from {}", least);
   const auto shown = [](const std::string& text) { return text.empty() ? "\"\"" : text; };
   const std::string unit = parameter.attribute("suffix"), value = parameter.text();
   return fmt::format("{} = {}{}{} ({}; default {})", parameter.name(), shown(value), unit.empty() ? "" : " ", unit,
-                     expected, shown(parameter.defaultText()));
+                     expected(parameter), shown(parameter.defaultText()));
 }
 
 } // namespace

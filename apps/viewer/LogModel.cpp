@@ -1,0 +1,119 @@
+#include "viewer/LogModel.h"
+
+#include <QColor>
+#include <QGuiApplication>
+#include <QPalette>
+
+#include <algorithm>
+
+namespace Kelvaris::Viewer {
+namespace {
+
+QString levelName(int level) {
+  switch (level) {
+  case Log::Trace:
+    return LogModel::tr("Trace");
+  case Log::Debug:
+    return LogModel::tr("Debug");
+  case Log::Info:
+    return LogModel::tr("Info");
+  case Log::Warning:
+    return LogModel::tr("Warning");
+  default:
+    return LogModel::tr("Error");
+  }
+}
+
+/// Readable on a light and on a dark background.
+QVariant levelColor(int level) {
+  if (level < Log::Warning) return {};
+  const bool isDark = QGuiApplication::palette().color(QPalette::Base).lightness() < 128;
+  if (level == Log::Warning) return isDark ? QColor(255, 200, 90) : QColor(140, 85, 0);
+  return isDark ? QColor(255, 135, 125) : QColor(178, 20, 20);
+}
+
+} // namespace
+
+LogModel::LogModel(QObject* parent) : QAbstractTableModel(parent) {
+  m_sink = Log::addSink([this](const Log::Entry& entry) {
+    const std::scoped_lock lock(m_inbox.mutex);
+    const bool isFirst = m_inbox.lines.empty();
+    m_inbox.lines.push_back({QDateTime::currentDateTime(), entry.level, QString::fromStdString(entry.category),
+                             QString::fromStdString(entry.message)});
+    if (m_inbox.lines.size() > kKept) m_inbox.lines.pop_front();
+    if (isFirst) QMetaObject::invokeMethod(this, &LogModel::takeInbox, Qt::QueuedConnection);
+  });
+}
+
+LogModel::~LogModel() {
+  Log::removeSink(m_sink);
+}
+
+int LogModel::rowCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : static_cast<int>(m_lines.size());
+}
+
+int LogModel::columnCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : Columns;
+}
+
+QVariant LogModel::data(const QModelIndex& index, int role) const {
+  if (!index.isValid()) return {};
+  const Line& line = m_lines[static_cast<std::size_t>(index.row())];
+  if (role == kLevelRole) return line.level;
+  if (role == Qt::ForegroundRole) return levelColor(line.level);
+  if (role == Qt::ToolTipRole && index.column() == Message) return line.message;
+  if (role != Qt::DisplayRole) return {};
+  switch (index.column()) {
+  case Time:
+    return line.time.toString("HH:mm:ss.zzz");
+  case Level:
+    return levelName(line.level);
+  case Source:
+    return line.source;
+  default:
+    return line.message;
+  }
+}
+
+QVariant LogModel::headerData(int section, Qt::Orientation orientation, int role) const {
+  if (role != Qt::DisplayRole || orientation != Qt::Horizontal) return {};
+  switch (section) {
+  case Time:
+    return tr("Time");
+  case Level:
+    return tr("Level");
+  case Source:
+    return tr("Source");
+  default:
+    return tr("Message");
+  }
+}
+
+void LogModel::clear() {
+  beginResetModel();
+  m_lines.clear();
+  endResetModel();
+}
+
+void LogModel::takeInbox() {
+  std::deque<Line> lines;
+  {
+    const std::scoped_lock lock(m_inbox.mutex);
+    lines.swap(m_inbox.lines);
+  }
+  const int surplus = static_cast<int>(m_lines.size() + lines.size()) - kKept;
+  if (const int old = std::min(surplus, static_cast<int>(m_lines.size())); old > 0) {
+    beginRemoveRows({}, 0, old - 1);
+    m_lines.erase(m_lines.begin(), m_lines.begin() + old);
+    endRemoveRows();
+  }
+  const auto first = static_cast<int>(m_lines.size());
+  beginInsertRows({}, first, first + static_cast<int>(lines.size()) - 1);
+  m_lines.insert(m_lines.end(), lines.begin(), lines.end());
+  endInsertRows();
+  for (const Line& line : lines)
+    if (line.level >= Log::Error) Q_EMIT errorAdded(line.source, line.message);
+}
+
+} // namespace Kelvaris::Viewer
