@@ -157,6 +157,7 @@ public:
   void checkShape(const ImageDescriptor& target) const override {
     if (!Mapped) internal::checkSameExtent(imgDesc(), target);
   }
+  void bringToMem() const override { internal::memOf(*m_image); }
   const internal::ArrayAccess& access() const { return m_access; }
 
   class Evaluator {

@@ -4,6 +4,7 @@
 #include "Lib/SharedImage.h"
 #include "imagemath/Block.h"
 #include "imagemath/ExprInterface.h"
+#include "imagemath/InputLeaf.h"
 
 #include <cstddef>
 #include <functional>
@@ -75,6 +76,10 @@ private:
 template <typename Expr> void evaluateInMem(const Expr& expr, MemImage& output, bool raw) {
   using V = std::conditional_t<std::is_same_v<typename Expr::ValueType, float>, float, double>;
   const std::ptrdiff_t pixels = std::ptrdiff_t{output.width()} * output.height();
+  // Here and not in the threads of the loop: once one of those has used OpenGL, the EGL library frees what it keeps of
+  // it twice if the process ends while the thread does, and nobody waits for the end of such a thread.
+  for (const InputLeaf* leaf : inputLeaves(expr))
+    leaf->bringToMem();
   forSliceRanges(output.slices(), [&](int firstSlice, int lastSlice) {
     typename Expr::Evaluator evaluator(expr, {output.descriptor()});
     BlockWriter<V> writer(output, raw);

@@ -20,6 +20,8 @@ public:
   virtual bool isMapped() const = 0;
   /// Throws std::invalid_argument if it can't be read at all pixels of `target`.
   virtual void checkShape(const ImageDescriptor& target) const = 0;
+  /// Sees to it that the image's pixels lie in main memory.
+  virtual void bringToMem() const = 0;
 
 protected:
   InputLeaf() = default;

@@ -65,6 +65,7 @@ public:
   const void* inputImage() const override { return m_array.inputImage(); }
   bool isMapped() const override { return m_array.isMapped(); }
   void checkShape(const ImageDescriptor& target) const override { m_array.checkShape(target); }
+  void bringToMem() const override { m_array.bringToMem(); }
 
   class Evaluator {
   public:

@@ -68,6 +68,31 @@ TEST(Evaluation, UsesAllThreadsFromNineSlicesOn) {
   omp_set_num_threads(before);
 }
 
+/// Pixels that lie elsewhere. Notes which thread brings them to main memory.
+struct RemoteImage : Image {
+  explicit RemoteImage(const ImageDescriptor& descriptor) : Image(descriptor) {}
+  ImageForm imageForm() const override { return ImageForm::Device; }
+  std::unique_ptr<MemImage> download() const override {
+    thread = std::this_thread::get_id();
+    return MemImage::create(descriptor());
+  }
+  mutable std::thread::id thread;
+};
+
+TEST(Evaluation, BringsImagesToMainMemoryOnTheThreadThatAsked) {
+  const int before = omp_get_max_threads();
+  omp_set_num_threads(3);
+  for (int i = 0; i < 50; ++i) {
+    const auto remote = std::make_shared<RemoteImage>(ImageDescriptor(PixelFloat, 4, 3, 30));
+    const SharedImage image(remote);
+    const Array<const SharedImage> x(image);
+    DeviceStrategyWrapper(MaskLeaf(x, std::make_shared<IntensityMask>(PixelFloat, 0.5)) * x, 0)
+        .evaluateIntoImage<float>(false);
+    ASSERT_EQ(remote->thread, std::this_thread::get_id());
+  }
+  omp_set_num_threads(before);
+}
+
 TEST(Evaluation, ComputesWhatIsRepeatedOnceAPixel) {
   const SharedImage image(randomImage(4));
   const Array<const SharedImage> x(image);
