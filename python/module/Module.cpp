@@ -3,6 +3,7 @@
 #include "module/Files.h"
 #include "module/Images.h"
 #include "module/Log.h"
+#include "module/LongWork.h"
 #include "module/Streams.h"
 
 namespace Kelvaris::Python {
@@ -14,6 +15,7 @@ PYBIND11_MODULE(kelvaris, module) {
   options.disable_function_signatures(); // kelvaris.pyi has them in full
   bindArrays(module);
   bindLog(module);
+  bindLongWork(module);
   bindImages(module);
   bindFiles(module);
   bindStreams(module);

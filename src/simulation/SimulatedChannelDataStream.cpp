@@ -3,6 +3,7 @@
 #include "CUDA/DeviceBufferImage.h"
 #include "CUDA/Utils.h"
 #include "Core/Log.h"
+#include "Core/LongWork.h"
 #include "Core/Properties.h"
 #include "GL/Check.h"
 #include "GL/ContextManager.h"
@@ -239,8 +240,11 @@ void SimulatedChannelDataStream::updateSimusData() {
   };
   if (m_useSimus) {
     dropSimusImages();
+    const LongWork work;
     int index = 0;
     for (Frame& frame : m_frames) {
+      const LongWork part(index / static_cast<double>(m_frames.size()),
+                          (index + 1) / static_cast<double>(m_frames.size()));
       frame.simusImage = simulateByChannel(m_simus, frame.acquisition(), m_channelDataLayout, m_scatterers,
                                            offsetsOf(index++), m_cacheSimusEchos);
       if (frame.simusImage) continue;

@@ -83,9 +83,10 @@ public:
   void setCacheSIMUSechos(bool cache) { m_cacheSimusEchos = cache; }
   /// Echoes by SIMUS instead of the simple ones (SimusBridge). From then on every setter of sequence, layout and
   /// phantom simulates all frames, for as long as that takes, while the stream's worker waits; that only succeeds on
-  /// the thread that built the stream. SIMUS turns itself off, with a warning, as soon as a simulation fails, and stays
-  /// off until it is asked for again. Results are kept on disk if cacheSIMUSechos(), else all that are kept are
-  /// deleted.
+  /// the thread that built the stream. It is LongWork with the stream's lock held: until it is over, that thread must
+  /// call no setter, nor configuration(). SIMUS turns itself off, with a warning, as soon as a simulation fails or is
+  /// given up, and stays off until it is asked for again. Results are kept on disk if cacheSIMUSechos(), else all that
+  /// are kept are deleted.
   void setUseSIMUS(bool use);
   /// In mm: the point, or the grid's reference point.
   void setPhantomOrigin(const Eigen::Vector3d& origin);

@@ -1,6 +1,7 @@
 #include "simulation/SimusBridge.h"
 
 #include "Core/Log.h"
+#include "Core/LongWork.h"
 #include "Core/Resource.h"
 #include "Lib/MemImage.h"
 #include "Lib/PluginManager.h"
@@ -13,6 +14,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -95,6 +97,10 @@ void SimusBridge::prepareSimus() {
     m_errorText = "Python Interpreter was not found. Please specify one in the Application Settings.";
     return;
   }
+  if (!importAhead("pymust")) {
+    m_errorText = "Loading it was cancelled. A new stream tries again";
+    return;
+  }
   for (const char* module : {"kelvaris", "pymust", "numpy"}) {
     try {
       m_interpreter->execute(fmt::format("import {}", module));
@@ -112,6 +118,19 @@ void SimusBridge::prepareSimus() {
   } catch (const std::exception& error) {
     m_errorText = fmt::format("Python interpreter could not execute the script: {}", error.what());
   }
+}
+
+/// What takes seconds would keep a window from being drawn, so it is done on another thread first: importing it again
+/// takes no time, or fails in the same way. False if the user gives up; the import goes on all the same.
+bool SimusBridge::importAhead(const char* module) {
+  if (!LongWork::handler()) return true;
+  m_import = std::async(std::launch::async, [python = m_interpreter, statement = fmt::format("import {}", module)] {
+    python->execute(statement); // nobody asks for what it throws
+  });
+  const LongWork work;
+  while (m_import.wait_for(std::chrono::milliseconds(30)) != std::future_status::ready)
+    if (!LongWork::report("Loading the SIMUS simulator")) return false;
+  return true;
 }
 
 std::unique_ptr<SharedImage> SimusBridge::simulateFrame(const FrameAcquisition& frame, const ChannelDataLayout& layout,

@@ -5,6 +5,7 @@
 
 #include <Eigen/Core>
 
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -24,20 +25,22 @@ class FrameAcquisition;
 class SimusBridge {
 public:
   /// Finds the interpreter, checks that it has what the script needs, and executes the script. Without SIMUS, whatever
-  /// the reason, the bridge is there all the same. Simulations are to be asked for on the thread that builds it.
+  /// the reason, the bridge is there all the same. Simulations are to be asked for on the thread that builds it. Takes
+  /// seconds the first time: where that thread has a window, it stays alive (LongWork).
   SimusBridge();
 
   /// Radio-frequency data of one frame (channels, samples, events) with the first event's speed of sound, sampling
   /// frequency and pulse; an element's channel is its number modulo the number of channels. `scatterers` and, one for
   /// each event, `offsets`, by which they are displaced, in mm. With `cache` a kept result of the same parameters is
-  /// taken, and a new one is kept; without, all that is kept is deleted. Null if they can't be had, and the log says
-  /// why.
+  /// taken, and a new one is kept; without, all that is kept is deleted. The script reports how far it is within the
+  /// caller's LongWork. Null if they can't be had or the work is given up, and the log says why.
   std::unique_ptr<SharedImage> simulateFrame(const FrameAcquisition& frame, const ChannelDataLayout& layout,
                                              const std::vector<Eigen::Vector3d>& scatterers,
                                              const std::vector<Eigen::Vector3d>& offsets, bool cache) const;
 
 private:
   void prepareSimus();
+  bool importAhead(const char* module);
   std::unique_ptr<SharedImageSet> simulate(const FrameAcquisition& frame,
                                            const std::vector<Eigen::Vector3d>& scatterers,
                                            const std::vector<Eigen::Vector3d>& offsets) const;
@@ -46,6 +49,7 @@ private:
   std::string m_errorText;
   std::thread::id m_mainThread = std::this_thread::get_id();
   PythonInterpreter* m_interpreter = nullptr; ///< the host's
+  std::future<void> m_import;                 ///< waits, at its end, for an import that was given up
 };
 
 /// simulateFrame() for a stream: an element's samples lie in the channel that the event gives it, and elements without

@@ -3,6 +3,7 @@
 #include "Lib/SharedImageSet.h"
 #include "Python/PythonPlugin.h"
 #include "support/ErrorOf.h"
+#include "support/LongWorkReports.h"
 #include "support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -68,6 +69,27 @@ TEST_F(EmbeddedPython, WhatIsExecutedStaysForExpressions) {
   EXPECT_EQ(number("sum([factor * y for y in (1, 2)])"), 9.0);
   run("import kelvaris_host; assert kelvaris_host.factor == 3");
   EXPECT_EQ(interpreter(), python);
+}
+
+TEST_F(EmbeddedPython, ScriptsReportWithoutTheLock) {
+  class Program : public Tests::LongWorkReports {
+  public:
+    explicit Program(PythonInterpreter& python) : m_python(python) {}
+    bool report(const std::string& what, double fraction) override {
+      std::thread([&] { m_python.execute("pass"); }).join();
+      return LongWorkReports::report(what, fraction);
+    }
+
+  private:
+    PythonInterpreter& m_python;
+  } program(*python);
+  run("import kelvaris\nassert kelvaris.report_progress('nobody asked for this')");
+  program.granted = 2;
+  const LongWork work(0.0, 0.5);
+  run("assert kelvaris.report_progress('half', 0.5) and kelvaris.report_progress('somewhere')\n"
+      "assert not kelvaris.report_progress('too far', 1)");
+  EXPECT_EQ(program.fractions, (std::vector{0.25, -1.0, 0.5}));
+  EXPECT_EQ(program.text, "too far");
 }
 
 TEST_F(EmbeddedPython, DataCrossesWithoutACopyAndBack) {

@@ -4,10 +4,13 @@ simus_script_test.py VENV: runs in the virtual environment VENV where there is o
 
 import os
 import sys
+import threading
+import time
 import types
 import unittest
 import warnings
 from pathlib import Path
+from unittest import mock
 
 VENV = Path(sys.argv.pop(1)).absolute() if len(sys.argv) > 1 else None
 if VENV and (VENV / "bin/python").exists() and Path(sys.prefix) != VENV:
@@ -48,9 +51,15 @@ class Points:
         self.weights = weights
 
 
+class Canceled(RuntimeError):
+    pass
+
+
 def script():
     kelvaris = types.ModuleType("kelvaris")
     kelvaris.SharedImageSet = ImageSet
+    kelvaris.Canceled = Canceled
+    kelvaris.report_progress = lambda text, fraction=None: True
     sys.modules["kelvaris"] = kelvaris
     namespace = {}
     exec(compile(SCRIPT.read_text(), SCRIPT.name, "exec"), namespace)
@@ -198,6 +207,40 @@ class SimusScript(unittest.TestCase):
         samples = CONVEX.bridge([TARGET, behind[0]], [silent, delays])
         self.assertFalse(samples[0].any())
         self.assertSamples(samples[1], CONVEX.direct([TARGET, behind[0]], delays))
+
+    def test_reports_where_it_was_called(self):
+        reports, toolbox = [], pymust.simus
+        rows = [waves(LINEAR)[wave] for wave in ("plane", "focused")]
+
+        def report(text, fraction):
+            reports.append((text, fraction, threading.get_ident()))
+            return True
+
+        def slow(*args):
+            already = len(reports)
+            while len(reports) < already + 2:
+                time.sleep(0.001)
+            return toolbox(*args)
+
+        expected = [LINEAR.bridge([TARGET], row)[0] for row in rows]
+        with mock.patch("kelvaris.report_progress", report), mock.patch("pymust.simus", slow):
+            samples = LINEAR.bridge([TARGET], rows)
+        for event, alone in zip(samples, expected):
+            np.testing.assert_array_equal(event[:len(alone)], alone)
+        self.assertEqual({thread for _, _, thread in reports}, {threading.get_ident()})
+        self.assertTrue({("SIMUS simulates event 1 of 2", 0.0), ("SIMUS simulates event 2 of 2", 0.5)} <=
+                        {report[:2] for report in reports})
+
+    def test_is_given_up_at_once_and_leaves_nothing_running(self):
+        def endless(*args):
+            while True:
+                time.sleep(0.001)
+
+        before = threading.active_count()
+        with mock.patch("kelvaris.report_progress", lambda *_: False), mock.patch("pymust.simus", endless):
+            with self.assertRaisesRegex(Canceled, "SIMUS simulates event 1 of 1"):
+                LINEAR.bridge([TARGET], waves(LINEAR)["plane"])
+        self.assertEqual(threading.active_count(), before)
 
     def test_refuses_what_makes_no_simulation(self):
         delays = waves(LINEAR)["plane"]

@@ -18,13 +18,15 @@ public:
   using Results = std::vector<std::shared_ptr<Data>>;
 
   std::vector<std::string> executed;
-  std::string failing; ///< statements that hold this text fail; none if it is empty
+  std::function<void()> importing; ///< called with each import
+  std::string failing;             ///< statements that hold this text fail; none if it is empty
   std::vector<std::string> evaluated;
   Variables variables; ///< of the last evaluation
   std::function<Results()> answer;
 
   void execute(const std::string& statements) override {
     executed.push_back(statements);
+    if (importing && statements.starts_with("import ")) importing();
     if (!failing.empty() && statements.find(failing) != std::string::npos)
       throw std::runtime_error("NoWay: " + failing);
   }

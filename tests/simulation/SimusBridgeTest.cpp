@@ -5,6 +5,7 @@
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
+#include "support/LongWorkReports.h"
 #include "support/Samples.h"
 
 #include "Core/Log.h"
@@ -16,6 +17,7 @@
 
 #include <functional>
 #include <limits>
+#include <optional>
 #include <thread>
 
 namespace Kelvaris::US {
@@ -24,6 +26,7 @@ namespace {
 using Kelvaris::Tests::ExpectedLog;
 using Kelvaris::Tests::FakePython;
 using Kelvaris::Tests::kStraight;
+using Kelvaris::Tests::LongWorkReports;
 using Kelvaris::Tests::sameBytes;
 using Kelvaris::Tests::shortFrame;
 using Kelvaris::Tests::WithFakePython;
@@ -77,15 +80,47 @@ TEST_F(SimusBridgeTest, SaysWhatIsMissing) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reason);
     const bool pluginIsThere = c.reason != none && c.executed > 0;
-    if (pluginIsThere) host.python().executed.clear();
     c.withdraw();
-    const SimusBridge bridge;
-    if (pluginIsThere) {
-      EXPECT_EQ(host.python().executed.size(), c.executed);
+    for (const bool hasWindow : {false, true}) { // then pymust is imported on another thread before
+      std::optional<LongWorkReports> window;
+      if (hasWindow) window.emplace();
+      if (pluginIsThere) host.python().executed.clear();
+      const SimusBridge bridge;
+      if (pluginIsThere) {
+        EXPECT_EQ(host.python().executed.size(), c.executed + (hasWindow ? 1 : 0));
+      }
+      const ExpectedLog log;
+      EXPECT_FALSE(simulate(bridge));
+      EXPECT_EQ(log.messages(),
+                Messages{"3 SimulatedChannelDataStream: SIMUS simulation is not available: " + c.reason});
     }
+  }
+}
+
+TEST_F(SimusBridgeTest, ReportsWhileItImportsAndCanBeGivenUp) {
+  for (const bool givesUp : {false, true}) {
+    LongWorkReports window;
+    window.granted = givesUp ? 0 : 1;
+    std::vector<std::thread::id> threads;
+    host.python().executed.clear();
+    host.python().importing = [&] {
+      threads.push_back(std::this_thread::get_id());
+      while (threads.size() == 1 && window.granted == (givesUp ? 0 : 1))
+        std::this_thread::yield();
+    };
+    std::optional<SimusBridge> bridge(std::in_place);
+    EXPECT_GT(window.fractions.size(), 0u);
+    EXPECT_EQ(window.ends, 1);
+    EXPECT_EQ(host.python().executed[0], "import pymust");
+    EXPECT_NE(threads[0], std::this_thread::get_id());
     const ExpectedLog log;
-    EXPECT_FALSE(simulate(bridge));
-    EXPECT_EQ(log.messages(), Messages{"3 SimulatedChannelDataStream: SIMUS simulation is not available: " + c.reason});
+    EXPECT_EQ(!simulate(*bridge), givesUp);
+    if (givesUp) {
+      EXPECT_CONTAINS(log.messages().at(0), "SIMUS simulation is not available: Loading it was cancelled");
+    }
+    bridge.reset();
+    EXPECT_EQ(threads.size(), givesUp ? 1u : 4u);
+    host.python().importing = nullptr;
   }
 }
 

@@ -3,6 +3,7 @@
 #include "WithFakePython.h"
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
+#include "support/LongWorkReports.h"
 #include "support/Samples.h"
 
 #include "Lib/MemImage.h"
@@ -159,6 +160,37 @@ TEST_F(SimusStreamTest, OneFrameThatFailsBringsSimpleEchoesForAllUntilSimusIsAsk
               (Messages{"4 SimulatedChannelDataStream: Simulation must be performed on the main thread", failed[1]}));
   }
   expectSimple();
+}
+
+TEST_F(SimusStreamTest, ReportsOneWorkForAllFramesAndFallsBackWhenItIsGivenUp) {
+  const auto stream = silentStream();
+  const auto echoesOf = host.python().answer;
+  host.python().answer = [&]() -> FakePython::Results {
+    for (const double fraction : {0.0, 0.5, -1.0})
+      if (!LongWork::report("simulates", fraction)) throw std::runtime_error("Canceled: given up");
+    return echoesOf();
+  };
+  Kelvaris::Tests::LongWorkReports window;
+  stream->setAcquisitionSequence(AcquisitionSequence({shortFrame(1), shortFrame(2)}));
+  EXPECT_TRUE(stream->useSIMUS());
+  EXPECT_EQ(window.fractions, (std::vector{0.0, 0.25, -1.0, 0.5, 0.75, -1.0}));
+  EXPECT_EQ(window.ends, 1);
+
+  window.granted = 4;
+  {
+    const ExpectedLog log;
+    stream->setPhantomOrigin({1.0, 8.0, 0.0});
+    EXPECT_EQ(log.messages(), (Messages{"4 SimulatedChannelDataStream: Python interpreter could not execute the "
+                                        "script: Canceled: given up",
+                                        "3 SimulatedChannelDataStream: SIMUS simulation failed, falling back to simple "
+                                        "echos"}));
+  }
+  EXPECT_FALSE(stream->useSIMUS());
+  EXPECT_EQ(window.ends, 2);
+  EXPECT_FALSE(LongWork::isGoingOn());
+  window.granted = 100;
+  stream->setUseSIMUS(true);
+  EXPECT_TRUE(stream->useSIMUS()) << "what was given up doesn't last";
 }
 
 } // namespace

@@ -10,11 +10,16 @@ has the toolbox's defaults: a bandwidth of 75 %, soft baffle, no attenuation. Th
 comes back at the time that it travels.
 """
 
+import contextvars
+import ctypes
+import threading
+
 import kelvaris
 import numpy as np
 import pymust
 
 _LONGEST_ECHO = 0.01  # s; memory and time of a simulation grow with it
+_REPORT_INTERVAL = 0.03  # s
 
 
 def _pixels(image_set):
@@ -69,6 +74,42 @@ def _transmission(x, z, reflectivity, delays, param, steps):
     return np.nan_to_num(samples[::steps], nan=0.0)
 
 
+def _end(thread):
+    """Ends a thread amid what it does, with the next step of the interpreter, and waits for that."""
+    while thread.is_alive():
+        ctypes.pythonapi.PyThreadState_SetAsyncExc(ctypes.c_ulong(thread.ident), ctypes.py_object(SystemExit))
+        thread.join(_REPORT_INTERVAL)
+        kelvaris.report_progress("Giving up")
+
+
+def _attended(work, progress):
+    """Calls work() on a thread of its own; meanwhile this one, which may be that of a window, reports progress(), a text
+    and the fraction that is done. Raises what work() raises, and kelvaris.Canceled if it is to be given up; the work has
+    ended then, too."""
+    errors = []
+
+    def run():
+        try:
+            work()
+        except BaseException as error:
+            errors.append(error)
+
+    # The context has the caller's settings of numpy's errors.
+    thread = threading.Thread(target=contextvars.copy_context().run, args=(run,), daemon=True)
+    thread.start()
+    try:
+        while thread.is_alive():
+            thread.join(_REPORT_INTERVAL)
+            text, fraction = progress()
+            if not kelvaris.report_progress(text, fraction):
+                raise kelvaris.Canceled(f"Given up while {text}")
+    except BaseException:
+        _end(thread)
+        raise
+    if errors:
+        raise errors[0]
+
+
 def simulate(delays_image, receive_aperture_indices, scatterers, scatterer_offsets, speed_of_sound, sampling_frequency,
              pulse_length, pulse_frequency, num_elements, pitch, radius):
     """Simulates one transmission for each event.
@@ -107,20 +148,30 @@ def simulate(delays_image, receive_aperture_indices, scatterers, scatterer_offse
     steps = int(np.ceil(4 * pulse_frequency / sampling_frequency))
 
     num_channels = apertures[0, 1] - apertures[0, 0] + 1
-    transmissions = {}  # events that repeat one another are simulated once
     events = []
-    for event_delays, (first, last), offset in zip(delays, apertures, offsets):
-        key = event_delays.tobytes() + offset.tobytes()
-        if key not in transmissions:
-            param, sagitta = _array(num_elements, pitch, radius, speed_of_sound, pulse_frequency, pulse_length)
-            param.fs = steps * sampling_frequency
-            moved = (points + offset) / 1000
-            transmissions[key] = _transmission(moved[:, 0], moved[:, 1] + sagitta, reflectivity, event_delays, param, steps)
-        elements = np.arange(first, min(last + 1, first + num_channels))
-        samples = np.zeros((len(transmissions[key]), num_channels), np.float32)
-        samples[:, elements % num_channels] = transmissions[key][:, elements]
-        events.append(samples)
 
+    def simulate_events():
+        transmissions = {}  # events that repeat one another are simulated once
+        for event_delays, (first, last), offset in zip(delays, apertures, offsets):
+            key = event_delays.tobytes() + offset.tobytes()
+            if key not in transmissions:
+                param, sagitta = _array(num_elements, pitch, radius, speed_of_sound, pulse_frequency, pulse_length)
+                param.fs = steps * sampling_frequency
+                moved = (points + offset) / 1000
+                transmissions[key] = _transmission(moved[:, 0], moved[:, 1] + sagitta, reflectivity, event_delays, param,
+                                                   steps)
+            elements = np.arange(first, min(last + 1, first + num_channels))
+            samples = np.zeros((len(transmissions[key]), num_channels), np.float32)
+            samples[:, elements % num_channels] = transmissions[key][:, elements]
+            events.append(samples)
+
+    def progress():
+        done = len(events)
+        # How far one event is, the toolbox doesn't tell.
+        return (f"SIMUS simulates event {min(done + 1, len(delays))} of {len(delays)}",
+                done / len(delays) if len(delays) > 1 else None)
+
+    _attended(simulate_events, progress)
     result = np.zeros((len(events), max(map(len, events)), num_channels), np.float32)
     for event, samples in zip(result, events):
         event[:len(samples)] = samples
