@@ -1,5 +1,7 @@
 #include "viewer/CoalescedCall.h"
 
+#include "Gui/AfterLongWork.h"
+
 #include <utility>
 
 namespace Kelvaris::Viewer {
@@ -26,9 +28,11 @@ void CoalescedCall::arrive() {
 }
 
 void CoalescedCall::call() {
-  m_sinceLast.start();
-  m_requested = false;
-  m_function();
+  afterLongWork(this, [this] {
+    m_sinceLast.start();
+    m_requested = false;
+    m_function();
+  });
 }
 
 } // namespace Kelvaris::Viewer

@@ -11,7 +11,7 @@
 namespace Kelvaris::Viewer {
 
 /// Calls a function on the thread that made this object, when others ask for it: once for all requests that have come
-/// since the last call, and at most once an interval.
+/// since the last call, at most once an interval, and not in the middle of LongWork.
 class CoalescedCall : public QObject {
   Q_OBJECT
 

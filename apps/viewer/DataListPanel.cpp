@@ -3,6 +3,8 @@
 #include "viewer/DataDetails.h"
 #include "viewer/Workspace.h"
 
+#include "Core/LongWork.h"
+
 #include <QAction>
 #include <QHeaderView>
 #include <QKeyEvent>
@@ -105,6 +107,7 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
   // Streams tell nobody that they are set to something else.
   auto* const refresh = new QTimer(this);
   connect(refresh, &QTimer::timeout, this, [this] {
+    if (LongWork::isGoingOn()) return; // a stream that simulates can't be asked
     const std::vector<DataItem*> selected = selectedItems();
     if (m_details->isVisible() && selected.size() == 1 && selected.front()->stream()) updateDetails();
   });

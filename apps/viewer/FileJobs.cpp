@@ -4,6 +4,8 @@
 #include "viewer/ImageFiles.h"
 #include "viewer/ReportedProgress.h"
 
+#include "Gui/AfterLongWork.h"
+
 #include <utility>
 
 namespace Kelvaris::Viewer {
@@ -32,7 +34,9 @@ void FileJobs::start(Job job) {
     }
     entry->job = nullptr; // with the images that it holds
     QMetaObject::invokeMethod(
-        this, [this, entry, completion] { finish(entry, completion); }, Qt::QueuedConnection);
+        this,
+        [this, entry, completion] { afterLongWork(this, [this, entry, completion] { finish(entry, completion); }); },
+        Qt::QueuedConnection);
   });
   Q_EMIT busyChanged();
 }

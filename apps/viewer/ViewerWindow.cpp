@@ -7,6 +7,7 @@
 #include "viewer/DataListPanel.h"
 #include "viewer/LiveDisplay.h"
 #include "viewer/LogPanel.h"
+#include "viewer/LongWorkDialog.h"
 #include "viewer/MessageBar.h"
 #include "viewer/RecentFiles.h"
 #include "viewer/view/ImageView.h"
@@ -91,6 +92,7 @@ ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
   showSelection();
   m_dataList->setFocus();
   qApp->installEventFilter(this);
+  new LongWorkDialog(this);
 }
 
 ViewerWindow::~ViewerWindow() {

@@ -7,6 +7,7 @@
 #include "viewer/ThreadErrors.h"
 
 #include "GL/ContextManager.h"
+#include "Gui/AfterLongWork.h"
 #include "Lib/FactoryRegistry.h"
 #include "Stream/StreamAlgorithm.h"
 #include "Stream/StreamAlgorithmExecutor.h"
@@ -143,7 +144,7 @@ Workspace::Workspace(QObject* parent)
   connect(&m_files, &FileJobs::failed, this, &Workspace::failed);
   connect(&m_files, &FileJobs::busyChanged, this, [this] { updateBusy(); });
   m_due.setSingleShot(true);
-  connect(&m_due, &QTimer::timeout, this, [this] { schedule(); });
+  connect(&m_due, &QTimer::timeout, this, [this] { afterLongWork(this, [this] { schedule(); }); });
 }
 
 Workspace::~Workspace() {
@@ -186,7 +187,7 @@ DataItem& Workspace::addData(std::unique_ptr<Data> data, Step* producer, const Q
   // Not at once, since steps that are added here have their controllers made while others make theirs.
   if (!m_pending.empty() && !std::exchange(m_pendingDue, true))
     QMetaObject::invokeMethod(
-        this, [this] { processPending(); }, Qt::QueuedConnection);
+        this, [this] { afterLongWork(this, [this] { processPending(); }); }, Qt::QueuedConnection);
   return added;
 }
 
@@ -542,7 +543,7 @@ void Workspace::start(Step& step) {
   m_runner.post([this, run = m_run] {
     execute(*run);
     QMetaObject::invokeMethod(
-        this, [this, run] { finish(run); }, Qt::QueuedConnection);
+        this, [this, run] { afterLongWork(this, [this, run] { finish(run); }); }, Qt::QueuedConnection);
   });
 }
 

@@ -1,6 +1,7 @@
 #include "Gui/StreamAlgorithmExecutorController.h"
 
 #include "Core/Log.h"
+#include "Gui/AfterLongWork.h"
 #include "Gui/QtHelpers.h"
 #include "Lib/FactoryRegistry.h"
 
@@ -22,7 +23,8 @@ StreamAlgorithmExecutorController::StreamAlgorithmExecutorController(StreamAlgor
   m_waitingLabel->setWordWrap(true);
   m_layout->addWidget(m_waitingLabel);
   m_outputConnection = executor->outputChanged.connectBlocking([this] { // on the input's thread
-    QMetaObject::invokeMethod(this, &StreamAlgorithmExecutorController::showAlgorithm, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { afterLongWork(this, [this] { showAlgorithm(); }); }, Qt::QueuedConnection);
   });
   showAlgorithm();
 }

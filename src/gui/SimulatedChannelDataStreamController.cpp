@@ -1,16 +1,14 @@
 #include "gui/SimulatedChannelDataStreamController.h"
 
+#include "Gui/AfterLongWork.h"
 #include "Gui/DefaultControllerDecorator.h"
 #include "gui/AcquisitionSequenceWidget.h"
 #include "gui/Editing.h"
 #include "model/ChannelDataLayout.h"
 #include "ui_SimulatedChannelDataStreamController.h"
 
-#include <QApplication>
-
 #include <algorithm>
 #include <array>
-#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -20,15 +18,6 @@ namespace {
 using QtHelpers::setSilent;
 
 constexpr const char* kCategory = "SimulatedChannelDataStreamController";
-
-/// The pointer shows that the program is busy.
-class WaitCursor {
-public:
-  WaitCursor() { QApplication::setOverrideCursor(Qt::WaitCursor); }
-  ~WaitCursor() { QApplication::restoreOverrideCursor(); }
-  WaitCursor(const WaitCursor&) = delete;
-  WaitCursor& operator=(const WaitCursor&) = delete;
-};
 
 } // namespace
 
@@ -46,19 +35,13 @@ SimulatedChannelDataStreamController::~SimulatedChannelDataStreamController() {
   detach(*this);
 }
 
-template <typename Action> void SimulatedChannelDataStreamController::withStream(Action&& action) {
-  if (!m_stream) return;
-  guarded(kCategory, [&] { action(*m_stream); });
-}
-
-template <typename Action> void SimulatedChannelDataStreamController::withSimulation(bool useSIMUS, Action&& action) {
-  std::optional<WaitCursor> cursor;
-  if (useSIMUS) cursor.emplace();
-  withStream(std::forward<Action>(action));
-}
-
-template <typename Action> void SimulatedChannelDataStreamController::withSimulation(Action&& action) {
-  withSimulation(m_stream && m_stream->useSIMUS(), std::forward<Action>(action));
+template <typename Action> void SimulatedChannelDataStreamController::withStream(Action action) {
+  // A simulation holds the stream's lock, on this very thread, and what the window does meanwhile may change a box.
+  afterLongWork(this, [this, action] {
+    if (!m_stream) return;
+    guarded(kCategory, [&] { action(*m_stream); });
+    if (m_stream->useSIMUS() != (m_ui->simulatorComboBox->currentIndex() == 0)) updateGUI();
+  });
 }
 
 void SimulatedChannelDataStreamController::setupGUI() {
@@ -73,7 +56,7 @@ void SimulatedChannelDataStreamController::setupGUI() {
   connect(m_ui->startStopPushButton, &QPushButton::clicked, this,
           &SimulatedChannelDataStreamController::onStartStopClicked);
   connect(m_ui->targetFrameRateDoubleSpinBox, realChanged, this, [this](double rate) {
-    withStream([&](SimulatedChannelDataStream& stream) { stream.setTargetFrameRate(rate); });
+    withStream([rate](SimulatedChannelDataStream& stream) { stream.setTargetFrameRate(rate); });
   });
   const auto connectAll = [&](std::initializer_list<QDoubleSpinBox*> boxes, auto slot) {
     for (QDoubleSpinBox* box : boxes)
@@ -90,7 +73,8 @@ void SimulatedChannelDataStreamController::setupGUI() {
   connect(m_ui->simulatorComboBox, indexChanged, this, &SimulatedChannelDataStreamController::onSimulatorMethodChanged);
   connect(m_ui->phantomTypeCompoBox, indexChanged, this, &SimulatedChannelDataStreamController::onPhantomTypeChanged);
   connect(m_ui->dataTypeComboBox, indexChanged, this, [this](int index) {
-    withStream([&](SimulatedChannelDataStream& stream) { stream.setPixelType(index == 0 ? PixelInt16 : PixelFloat); });
+    withStream(
+        [index](SimulatedChannelDataStream& stream) { stream.setPixelType(index == 0 ? PixelInt16 : PixelFloat); });
   });
   for (QComboBox* box : {m_ui->dataLayoutXComboBox, m_ui->dataLayoutYComboBox, m_ui->dataLayoutZComboBox})
     connect(box, indexChanged, this, [this, box] { onDataLayoutChanged(*box); });
@@ -131,7 +115,7 @@ void SimulatedChannelDataStreamController::onStartStopClicked() {
 }
 
 void SimulatedChannelDataStreamController::onAcquisitionSequenceChanged(const AcquisitionSequence& sequence) {
-  withSimulation([&](SimulatedChannelDataStream& stream) { stream.setAcquisitionSequence(sequence); });
+  withStream([sequence](SimulatedChannelDataStream& stream) { stream.setAcquisitionSequence(sequence); });
 }
 
 void SimulatedChannelDataStreamController::onAmplitudeChanged(double) {
@@ -144,14 +128,14 @@ void SimulatedChannelDataStreamController::onAmplitudeChanged(double) {
 }
 
 void SimulatedChannelDataStreamController::onPhantomOriginChanged(double) {
-  withSimulation([this](SimulatedChannelDataStream& stream) {
+  withStream([this](SimulatedChannelDataStream& stream) {
     stream.setPhantomOrigin({m_ui->phantomOriginXDoubleSpinBox->value(), m_ui->phantomOriginYDoubleSpinBox->value(),
                              m_ui->phantomOriginZDoubleSpinBox->value()});
   });
 }
 
 void SimulatedChannelDataStreamController::onInterEventPhantomMotionChanged(double) {
-  withSimulation([this](SimulatedChannelDataStream& stream) {
+  withStream([this](SimulatedChannelDataStream& stream) {
     stream.setInterEventPhantomMotion({m_ui->interEventPhantomMotionXDoubleSpinBox->value(),
                                        m_ui->interEventPhantomMotionYDoubleSpinBox->value(),
                                        m_ui->interEventPhantomMotionZDoubleSpinBox->value()});
@@ -159,12 +143,12 @@ void SimulatedChannelDataStreamController::onInterEventPhantomMotionChanged(doub
 }
 
 void SimulatedChannelDataStreamController::onSimulatorMethodChanged(int index) {
-  withSimulation(index == 0, [&](SimulatedChannelDataStream& stream) { stream.setUseSIMUS(index == 0); });
+  withStream([index](SimulatedChannelDataStream& stream) { stream.setUseSIMUS(index == 0); });
   updateGUI();
 }
 
 void SimulatedChannelDataStreamController::onPhantomTypeChanged(int index) {
-  withSimulation([&](SimulatedChannelDataStream& stream) { stream.setPhantomType(static_cast<PhantomType>(index)); });
+  withStream([index](SimulatedChannelDataStream& stream) { stream.setPhantomType(static_cast<PhantomType>(index)); });
 }
 
 void SimulatedChannelDataStreamController::onDataLayoutChanged(const QComboBox& changed) {
@@ -181,9 +165,8 @@ void SimulatedChannelDataStreamController::onDataLayoutChanged(const QComboBox& 
   if (twin != boxes.end()) (*twin)->setCurrentIndex(missing); // comes back here for that box
 
   const auto axis = [&](std::size_t box) { return static_cast<ChannelDataLayout::Axis>(boxes[box]->currentIndex()); };
-  withSimulation([&](SimulatedChannelDataStream& stream) {
-    stream.setChannelDataLayout(ChannelDataLayout(axis(0), axis(1), axis(2)));
-  });
+  const ChannelDataLayout layout(axis(0), axis(1), axis(2));
+  withStream([layout](SimulatedChannelDataStream& stream) { stream.setChannelDataLayout(layout); });
 }
 
 void SimulatedChannelDataStreamController::updateGUI() {
@@ -206,6 +189,10 @@ void SimulatedChannelDataStreamController::updateGUI() {
   showNumber(m_ui->interEventPhantomMotionYDoubleSpinBox, stream.interEventPhantomMotion().y());
   showNumber(m_ui->interEventPhantomMotionZDoubleSpinBox, stream.interEventPhantomMotion().z());
   showIndex(m_ui->dataTypeComboBox, stream.pixelType() == PixelInt16 ? 0 : 1);
+  for (QDoubleSpinBox* box : {m_ui->phantomOriginXDoubleSpinBox, m_ui->phantomOriginYDoubleSpinBox,
+                              m_ui->phantomOriginZDoubleSpinBox, m_ui->interEventPhantomMotionXDoubleSpinBox,
+                              m_ui->interEventPhantomMotionYDoubleSpinBox, m_ui->interEventPhantomMotionZDoubleSpinBox})
+    box->setKeyboardTracking(!stream.useSIMUS());
 }
 
 } // namespace Kelvaris::US

@@ -15,8 +15,9 @@ class AcquisitionSequenceWidget;
 class Ui_SimulatedChannelDataStreamController;
 
 /// The panel of a simulated stream. Every change reaches the stream's setters at once, the acquisition sequence when it
-/// is applied. With SIMUS they simulate right here, on the main thread, as it must be; a failure shows in "Simulator"
-/// jumping to "Simple".
+/// is applied. With SIMUS they simulate right here, on the main thread, as it must be: a program that shows windows
+/// keeps them alive meanwhile (LongWork). A failure, also that the user gave up, shows in "Simulator" jumping to
+/// "Simple". As each change takes its time then, a number counts once it has been typed in full.
 ///
 /// The stream may go away while the panel shows; the panel is then disabled. It must do so on the main thread.
 class SimulatedChannelDataStreamController : public StreamControllerBase {
@@ -45,11 +46,9 @@ private Q_SLOTS:
 private:
   void setupGUI();
   void onDataLayoutChanged(const QComboBox& changed);
-  /// Calls `action` with the stream, if it is still there. What it throws is logged.
-  template <typename Action> void withStream(Action&& action);
-  /// The same for what makes the stream simulate anew: with SIMUS the pointer shows that it takes its time.
-  template <typename Action> void withSimulation(bool useSIMUS, Action&& action);
-  template <typename Action> void withSimulation(Action&& action);
+  /// Calls `action` with the stream, if it is still there; after the simulation, if one is going on. What it throws is
+  /// logged.
+  template <typename Action> void withStream(Action action);
 
   SimulatedChannelDataStream* m_stream = nullptr;
   std::unique_ptr<Ui_SimulatedChannelDataStreamController> m_ui;

@@ -1,5 +1,6 @@
 #include "gui/SingleImageStreamAlgorithmExecutorController.h"
 
+#include "Gui/AfterLongWork.h"
 #include "Gui/DefaultControllerDecorator.h"
 #include "Gui/MainWindow.h"
 #include "Lib/FactoryRegistry.h"
@@ -57,8 +58,8 @@ void SingleImageStreamAlgorithmExecutorController::init() {
   connect(m_ui->pushButton_start, &QPushButton::clicked, this, &SingleImageStreamAlgorithmExecutorController::onStart,
           Qt::UniqueConnection);
   m_outputChangedConnection = m_executor->outputChanged.connectBlocking([this] {
-    QMetaObject::invokeMethod(this, &SingleImageStreamAlgorithmExecutorController::onOutputChanged,
-                              Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this] { afterLongWork(this, [this] { onOutputChanged(); }); }, Qt::QueuedConnection);
   });
   if (m_executor->isOutputTaken() && m_executor->streamAlgorithm()) onOutputChanged();
 }
