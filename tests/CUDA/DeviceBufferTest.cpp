@@ -8,9 +8,6 @@
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
 
-#include <cstdint>
-#include <vector>
-
 namespace Kelvaris::CUDA {
 namespace {
 

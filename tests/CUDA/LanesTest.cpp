@@ -4,13 +4,8 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <bit>
-#include <cmath>
-#include <cstdint>
-#include <limits>
 #include <random>
-#include <vector>
 
 namespace Kelvaris::CUDA {
 
@@ -26,15 +21,17 @@ LanesUnderTest lanesUnderTest();
 
 namespace {
 
+constexpr float inf = std::numeric_limits<float>::infinity();
+
 class Lanes : public ::testing::TestWithParam<CpuVariant> {
 protected:
   void SetUp() override {
     if (!isSupported(GetParam())) GTEST_SKIP() << "this processor lacks x86-64-v" << static_cast<int>(GetParam());
     m_lanes = chooseVariant(GetParam(), cpu_v2::lanesUnderTest, cpu_v3::lanesUnderTest, cpu_v4::lanesUnderTest)();
   }
-  static std::vector<float> apply(LaneFunction* f, const std::vector<float>& in, std::size_t n) {
-    std::vector<float> out(n);
-    f(in.data(), out.data(), n);
+  static std::vector<float> apply(LaneFunction* f, const std::vector<float>& in) {
+    std::vector<float> out(in.size());
+    f(in.data(), out.data(), in.size());
     return out;
   }
   LanesUnderTest m_lanes{};
@@ -49,7 +46,8 @@ double errorInUlp(float value, double exact) {
 
 TEST_P(Lanes, SineAndCosineAreWithinOneUlp) {
   std::mt19937 random(7);
-  std::vector<float> angles;
+  std::vector<float> angles{0.0f, 1e38f, inf, -inf, std::numeric_limits<float>::quiet_NaN()};
+  angles.resize(16);
   // All magnitudes, both signs; beyond 2^14 the C library takes over.
   for (int exponent = -30; exponent <= 30; ++exponent)
     for (int i = 0; i < 4096; ++i)
@@ -58,30 +56,19 @@ TEST_P(Lanes, SineAndCosineAreWithinOneUlp) {
   // Where sine or cosine all but vanish: the floats around multiples of pi / 2.
   for (int k = 1; k <= 10000; ++k)
     angles.push_back(static_cast<float>(k * 1.5707963267948966));
-  const auto sines = apply(m_lanes.sine, angles, angles.size());
-  const auto cosines = apply(m_lanes.cosine, angles, angles.size());
+  const auto sines = apply(m_lanes.sine, angles), cosines = apply(m_lanes.cosine, angles);
   for (std::size_t i = 0; i < angles.size(); ++i) {
+    if (!std::isfinite(angles[i])) {
+      EXPECT_TRUE(std::isnan(sines[i]) && std::isnan(cosines[i])) << angles[i];
+      continue;
+    }
     const auto angle = static_cast<long double>(angles[i]);
     ASSERT_LE(errorInUlp(sines[i], static_cast<double>(std::sin(angle))), 1.0) << angles[i];
     ASSERT_LE(errorInUlp(cosines[i], static_cast<double>(std::cos(angle))), 1.0) << angles[i];
   }
 }
 
-TEST_P(Lanes, SineAndCosineOfSpecialAngles) {
-  constexpr float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
-  std::vector<float> angles{0.0f, 1e38f, inf, -inf, nan};
-  angles.resize(16);
-  const auto sines = apply(m_lanes.sine, angles, 16), cosines = apply(m_lanes.cosine, angles, 16);
-  for (const std::size_t i : {0u, 1u}) {
-    EXPECT_EQ(sines[i], std::sin(angles[i]));
-    EXPECT_EQ(cosines[i], std::cos(angles[i]));
-  }
-  for (const std::size_t i : {2u, 3u, 4u})
-    EXPECT_TRUE(std::isnan(sines[i]) && std::isnan(cosines[i])) << angles[i];
-}
-
 TEST_P(Lanes, RoundsLikeTheLibrary) {
-  constexpr float inf = std::numeric_limits<float>::infinity();
   std::vector<float> in{0.0f,  -0.0f,      0.5f,       -0.5f,      0.49999997f, -0.49999997f, 1.5f, 2.5f,
                         -2.5f, 8388607.5f, 8388606.5f, 4194304.5f, 8388609.0f,  -8388607.5f,  inf,  -inf};
   std::mt19937 random(3);
@@ -89,7 +76,7 @@ TEST_P(Lanes, RoundsLikeTheLibrary) {
     const float v = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
     if (!std::isnan(v)) in.push_back(v);
   }
-  const auto rounded = apply(m_lanes.roundHalfAway, in, in.size()), truncated = apply(m_lanes.truncate, in, in.size());
+  const auto rounded = apply(m_lanes.roundHalfAway, in), truncated = apply(m_lanes.truncate, in);
   for (std::size_t i = 0; i < in.size(); ++i) {
     ASSERT_EQ(rounded[i], std::round(in[i])) << in[i];
     ASSERT_EQ(truncated[i], std::trunc(in[i])) << in[i];
@@ -105,7 +92,8 @@ TEST_P(Lanes, MultiplyAddRoundsOnce) {
     v = distribution(random);
   for (std::size_t i = 0; i < n; ++i)
     in[2 * n + i] = -in[i] * in[n + i]; // what remains is the product's rounding error
-  const auto out = apply(m_lanes.multiplyAdd, in, n);
+  std::vector<float> out(n);
+  m_lanes.multiplyAdd(in.data(), out.data(), n);
   for (std::size_t i = 0; i < n; ++i)
     ASSERT_EQ(out[i], std::fma(in[i], in[n + i], in[2 * n + i]));
 }
