@@ -1,18 +1,13 @@
 #include "GL/ImageResamplingAlgorithm.h"
 
+#include "GL/ContextManager.h"
 #include "GL/GlImage.h"
 #include "Lib/IntensityMask.h"
-#include "RequireGL.h"
 #include "reference/Lines.h"
 #include "support/ExpectedLog.h"
 #include "support/Samples.h"
 
 #include <gtest/gtest.h>
-
-#include <limits>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace Kelvaris {
 namespace {
@@ -53,8 +48,7 @@ TEST(ImageResampling, BothPathsAgreeWithInterpolationInDoublePrecisionAndKeepThe
       {"half of an odd number goes up", {3, 7, 1}, {1, 0.1, 1}, {1, 0.2, 1}, {3, 4, 1}},
       {"more pixels, a ratio that isn't whole", {5, 9, 1}, {0.3, 0.9, 1}, {0.25, 0.31, 1}, {6, 26, 1}},
       {"all axes of a volume", {6, 5, 4}, {0.5, 1, 2}, {0.75, 0.4, 1.5}, {4, 13, 5}},
-      {"a volume becomes one slice", {3, 4, 6}, {1, 1, 2}, {1, 1, 100}, {3, 4, 1}},
-      {"never less than a pixel", {3, 4, 1}, {1, 1, 1}, {50, 50, 50}, {1, 1, 1}},
+      {"never less than a pixel", {3, 4, 6}, {1, 1, 2}, {50, 1, 100}, {1, 4, 1}},
   };
   for (const auto& c : cases)
     for (const int pixelType : {PixelInt8, PixelUInt8, PixelInt16, PixelUInt16, PixelInt32, PixelFloat, PixelHalf})
@@ -102,14 +96,12 @@ TEST(ImageResampling, KeepsWhatItMustNotChange) {
 
 TEST(ImageResampling, ComputesASetWithItsState) {
   SharedImageSet images;
-  images.setModality(Data::Ultrasound);
   images.add(std::make_shared<SharedImage>(Tests::noiseImage(described(PixelInt16, {2, 4, 1}, {1, 1, 1}))), 5.0);
   const SharedImage reference(described(PixelFloat, {1, 1, 1}, {1, 2, 1}));
   Resampling algorithm(&images, &reference);
   algorithm.compute();
   EXPECT_EQ(algorithm.status(), Algorithm::Success);
   const auto output = algorithm.takeOutput().extract<SharedImageSet>();
-  EXPECT_EQ(output->modality(), Data::Ultrasound);
   EXPECT_EQ(output->timestamp(0), 5.0);
   EXPECT_EQ(output->get(0).descriptor().height(), 2);
 }
@@ -120,7 +112,6 @@ TEST(ImageResampling, SaysWhatIsWrong) {
     int mode;
     const char* message;
   } cases[] = {
-      {{1, 1, 1}, {1, -2, 1}, 0, "The target spacing (1, -2, 1) must be positive and finite"},
       {{1, 1, 1}, {kNan, 1, kInfinity}, 0, "The target spacing (nan, 1, inf) must be positive and finite"},
       {{1, 0, 1}, {1, 1, 1}, 0, "The image's spacing (1, 0, 1) must be positive and finite"},
       {{1, 1, 1}, {1e-300, 1, 1}, 0, "The target spacing 1e-300 is too small: it makes 2e+300 pixels of 2 at 1"},

@@ -3,11 +3,10 @@
 #include "GL/AbstractInclude.h"
 #include "GL/Check.h"
 #include "GL/GlImage.h"
+#include "GL/ImageProgram.h"
 #include "RequireGL.h"
 #include "support/ExpectedLog.h"
 #include "support/Samples.h"
-
-#include <gtest/gtest.h>
 
 #include <thread>
 
@@ -16,7 +15,7 @@ namespace {
 
 using GL::ImageAccess;
 using GL::Program;
-using Guard = GL::ContextManager::ActivationGuard;
+using ProgramTest = Tests::ContextTest;
 
 /// Every texel of u_out gets value(x, y).
 const char* const kFillText = R"(#version 450 core
@@ -52,15 +51,6 @@ private:
   float m_shift;
 };
 
-void setFillUniforms(Program& program) {
-  Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
-  matrix(0, 1) = 100.0f; // adds 100 y to x, so that a transposed matrix would show
-  program.setUniform("u_offset", 0.5f);
-  program.setUniform("u_factor", 2);
-  program.setUniform("u_direction", Eigen::Vector2f(10.0f, 1.0f));
-  program.setUniform("u_matrix", matrix);
-}
-
 void run(Program& program, const GlImage& out) {
   program.bindImage("u_out", out, ImageAccess::WriteOnly);
   program.dispatchCompute((out.descriptor().width() + 7) / 8, (out.descriptor().height() + 7) / 8, 1);
@@ -68,42 +58,58 @@ void run(Program& program, const GlImage& out) {
   GL::memoryBarrier(GL::kAllBarriers);
 }
 
-TEST(Program, OthersMayBeDeletedUnderAnotherContext) {
-  KELVARIS_REQUIRE_GL();
-  const std::string text = "#version 450 core\nlayout(local_size_x = 8, local_size_y = 8) in;\n"
-                           "layout(r32f) uniform writeonly image2D u_out;\n"
-                           "void main() { imageStore(u_out, ivec2(gl_GlobalInvocationID.xy), vec4(VALUE)); }\n";
-  const Guard guard;
+/// `make` makes a program that fills an image with the value that the define tells; `compute` runs it.
+template <typename Make, typename Compute> void expectOthersMayBeDeleted(const Make& make, const Compute& compute) {
   const GlImage out(ImageDescriptor(PixelFloat, 8, 8));
-  auto first = Program::createComputeFromText("first", text, "#define VALUE 1.0");
-  const auto second = Program::createComputeFromText("second", text, "#define VALUE 2.0");
-  ASSERT_TRUE(first && second);
-  const auto compute = [&](Program& program) {
+  auto first = make("#define VALUE 1.0");
+  const auto second = make("#define VALUE 2.0");
+  const auto runOnce = [&](auto& program) {
     program.enable();
-    run(program, out);
+    compute(program, out);
     program.disable();
     GL::finish();
   };
-  compute(*first);
-  compute(*second);
+  runOnce(*first);
+  runOnce(*second);
   std::thread([&] { first.reset(); }).join();
   GL::finish();
-  compute(*second);
+  runOnce(*second);
   EXPECT_EQ(out.download()->valueAsDouble(7, 7, 0, 0), 2.0);
 }
 
-TEST(Program, UniformsImagesAndIncludesReachTheShader) {
-  KELVARIS_REQUIRE_GL();
-  const Guard guard;
+TEST_F(ProgramTest, OthersMayBeDeletedUnderAnotherContext) {
+  const std::string version = "#version 450 core\n";
+  expectOthersMayBeDeleted(
+      [&](const std::string& define) {
+        return Program::createComputeFromText(
+            "compute",
+            version + "layout(local_size_x = 8, local_size_y = 8) in;\nlayout(r32f) uniform writeonly image2D u_out;\n"
+                      "void main() { imageStore(u_out, ivec2(gl_GlobalInvocationID.xy), vec4(VALUE)); }\n",
+            define);
+      },
+      run);
+  expectOthersMayBeDeleted(
+      [&](const std::string& define) {
+        return GL::ImageProgram::createFromText(
+            "draw", version + "layout(location = 0) out vec4 result;\nvoid main() { result = vec4(VALUE); }\n", define);
+      },
+      [](GL::ImageProgram& program, const GlImage& out) { program.compute(out); });
+}
+
+TEST_F(ProgramTest, UniformsImagesAndIncludesReachTheShader) {
   const auto program = Program::createComputeFromText("fill", kFillText, {}, GL::CompilationMode::Deferred);
-  ASSERT_TRUE(program);
   program->enable();
   for (const float shift : {0.0f, 3.0f})
     for (const bool swapped : {false, true}) {
       const Value value(swapped ? "vec2(p.yx)" : "vec2(p)", shift);
       ASSERT_TRUE(program->addAbstractIncludeDefinition(value, "value"));
       value.setArguments(*program, "value");
-      setFillUniforms(*program);
+      Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
+      matrix(0, 1) = 100.0f; // adds 100 y to x, so that a transposed matrix would show
+      program->setUniform("u_offset", 0.5f);
+      program->setUniform("u_factor", 2);
+      program->setUniform("u_direction", Eigen::Vector2f(10.0f, 1.0f));
+      program->setUniform("u_matrix", matrix);
       ASSERT_TRUE(program->addAbstractIncludeDefinition(value, "value")) << "unchanged, so the uniforms stay";
       const GlImage out(ImageDescriptor(PixelFloat, 21, 13, 1, 2));
       run(*program, out);
@@ -117,9 +123,7 @@ TEST(Program, UniformsImagesAndIncludesReachTheShader) {
   program->disable();
 }
 
-TEST(Program, TellsWhyATextCannotBeCompiled) {
-  KELVARIS_REQUIRE_GL();
-  const Guard guard;
+TEST_F(ProgramTest, TellsWhyATextCannotBeCompiled) {
   const Tests::ExpectedLog log;
   EXPECT_FALSE(Program::createComputeFromText("broken",
                                               "#version 450 core\nlayout(local_size_x = 1) in;\n"
@@ -130,12 +134,6 @@ TEST(Program, TellsWhyATextCannotBeCompiled) {
   EXPECT_TRUE(log.contains("   2 #define FOO 7\n")) << "the generated text, with line numbers";
   EXPECT_FALSE(Program::createCompute("NoSuchRepository/Some.comp"));
   EXPECT_TRUE(log.contains("There is no resource \"NoSuchRepository/Some.comp\" to make a program from"));
-}
-
-TEST(Program, TellsWhatIsWrongWithAnInclude) {
-  KELVARIS_REQUIRE_GL();
-  const Guard guard;
-  const Tests::ExpectedLog log;
   EXPECT_FALSE(Program::createComputeFromText("fill", kFillText));
   EXPECT_TRUE(log.contains("The abstract include \"value\" of the shader fill has no definition"));
 
@@ -143,21 +141,18 @@ TEST(Program, TellsWhatIsWrongWithAnInclude) {
   EXPECT_FALSE(program->addAbstractIncludeDefinition(Value("vec2(p)"), "mask"));
   EXPECT_TRUE(log.contains("The shader fill has no abstract include \"mask\"; it has: value"));
   EXPECT_THROW(program->dispatchCompute(1, 1, 1), GL::Error);
-
-  EXPECT_FALSE(program->addAbstractIncludeDefinition(Value("nonsense"), "value"));
+  for (int i = 0; i < 2; ++i)
+    EXPECT_FALSE(program->addAbstractIncludeDefinition(Value("nonsense"), "value")) << "a broken text stays broken";
   EXPECT_TRUE(log.contains("nonsense"));
-  EXPECT_FALSE(program->addAbstractIncludeDefinition(Value("nonsense"), "value")) << "a broken text stays broken";
   EXPECT_TRUE(program->addAbstractIncludeDefinition(Value("vec2(p)"), "value"));
 }
 
-TEST(Program, RefusesWrongUse) {
+TEST(ProgramUse, IsRefusedWhereItIsWrong) {
   KELVARIS_REQUIRE_GL();
   std::unique_ptr<Program> program;
-  {
-    const Guard guard;
+  GL::ContextManager::get().runWithOpenGL([&] {
     program =
         Program::createComputeFromText("empty", "#version 450 core\nlayout(local_size_x = 1) in;\nvoid main() {}\n");
-    ASSERT_TRUE(program);
     EXPECT_THROW(program->dispatchCompute(1, 1, 1), GL::Error) << "not enabled";
     program->enable();
     EXPECT_THROW(program->dispatchCompute(1, 0, 1), GL::Error);
@@ -165,7 +160,7 @@ TEST(Program, RefusesWrongUse) {
     EXPECT_THROW(program->bindImage("u_nothing", image, ImageAccess::ReadOnly), GL::Error);
     EXPECT_NO_THROW(program->setUniform("u_nothing", 1));
     program->disable();
-  }
+  });
   EXPECT_THROW(program->enable(), GL::Error) << "no current context";
   EXPECT_THROW(program->setUniform("u_nothing", 1), GL::Error);
 }

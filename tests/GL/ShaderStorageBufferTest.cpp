@@ -7,12 +7,10 @@
 #include "support/ErrorOf.h"
 #include "support/Samples.h"
 
-#include <gtest/gtest.h>
-
-#include <vector>
-
 namespace Kelvaris {
 namespace {
+
+using ShaderStorageBufferTest = Tests::ContextTest;
 
 /// Texel x of u_out gets minuend[x] - subtrahend[x].
 const char* const kDifferenceText = R"(#version 450 core
@@ -26,12 +24,10 @@ void main() {
 }
 )";
 
-TEST(ShaderStorageBuffer, ReachesTheShaderUnderItsName) {
-  KELVARIS_REQUIRE_GL();
-  const GL::ContextManager::ActivationGuard guard;
+TEST_F(ShaderStorageBufferTest, ReachesTheShaderUnderItsName) {
   const auto program = GL::Program::createComputeFromText("difference", kDifferenceText);
-  ASSERT_TRUE(program);
   const std::vector<std::int32_t> large = {1 << 30, -7, -(1 << 30), 5}, small = {0, -1, 0, 9};
+  const double difference[] = {1 << 30, -6, -(1 << 30), -4};
   const GL::ShaderStorageBuffer a(large), b(small);
   const GlImage out(ImageDescriptor(PixelFloat, 4, 1));
   program->enable();
@@ -40,28 +36,20 @@ TEST(ShaderStorageBuffer, ReachesTheShaderUnderItsName) {
   program->bindStorageBuffer("_subtrahend", b);
   program->dispatchCompute(1, 1, 1);
   GL::memoryBarrier(GL::kAllBarriers);
-  EXPECT_EQ(Tests::worstError(*out.download(),
-                              [&](int x, int, int, int) {
-                                const auto i = static_cast<std::size_t>(x);
-                                return large[i] - small[i];
-                              }),
-            0.0);
+  EXPECT_EQ(Tests::worstError(*out.download(), [&](int x, int, int, int) { return difference[x]; }), 0.0);
   EXPECT_EQ(Tests::errorOf<GL::Error>([&] { program->bindStorageBuffer("_nothing", a); }),
             "the shader difference uses no storage buffer \"_nothing\"");
   program->disable();
 }
 
-TEST(ShaderStorageBuffer, MayBeEmptyButNotTooLarge) {
-  KELVARIS_REQUIRE_GL();
-  const GL::ShaderStorageBuffer none({});
-  EXPECT_EQ(none.size(), 0u);
+TEST_F(ShaderStorageBufferTest, MayBeEmptyButNotTooLarge) {
+  EXPECT_EQ(GL::ShaderStorageBuffer({}).size(), 0u);
   // The values of such a span are never touched.
   const std::int32_t value = 0;
-  const std::size_t count = GL::ShaderStorageBuffer::maxByteSize() / sizeof(value) + 1;
-  const std::string error =
-      Tests::errorOf<GL::Error>([&] { GL::ShaderStorageBuffer(std::span<const std::int32_t>(&value, count)); });
-  EXPECT_CONTAINS(error, std::to_string(count));
-  EXPECT_CONTAINS(error, std::to_string(GL::ShaderStorageBuffer::maxByteSize()));
+  const std::size_t most = GL::ShaderStorageBuffer::maxByteSize();
+  const std::span<const std::int32_t> tooLarge(&value, most / sizeof(value) + 1);
+  EXPECT_CONTAINS(Tests::errorOf<GL::Error>([&] { const GL::ShaderStorageBuffer buffer(tooLarge); }),
+                  std::to_string(most));
 }
 
 } // namespace

@@ -8,8 +8,6 @@
 
 #include <epoxy/gl.h>
 
-#include <memory>
-
 namespace Kelvaris::Tests {
 
 /// A texture that is still being drawn when draw() returns, with the pixel's column + kOffset in every pixel in the

@@ -2,25 +2,21 @@
 
 #include "GL/Check.h"
 #include "GL/Context.h"
-#include "GL/Program.h"
 #include "RequireGL.h"
 #include "SlowPicture.h"
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
-#include <gtest/gtest.h>
-
 #include <latch>
-#include <memory>
 #include <thread>
 
 namespace Kelvaris {
 namespace {
 
 using GL::ContextManager;
+using SyncObjectTest = Tests::GLTest<>;
 
-TEST(SyncObject, AnotherContextSeesWhatASlowProducerHasDrawn) {
-  KELVARIS_REQUIRE_GL();
+TEST_F(SyncObjectTest, AnotherContextSeesWhatASlowProducerHasDrawn) {
   for (const bool consumerHasContext : {true, false}) {
     Tests::SlowPicture picture;
     std::unique_ptr<GL::SyncObject> drawn;
@@ -47,22 +43,16 @@ TEST(SyncObject, AnotherContextSeesWhatASlowProducerHasDrawn) {
     consumer.join();
     EXPECT_FALSE(ContextManager::hasCurrent());
   } // the picture and, in the second round, the mark end without a context
-}
-
-TEST(SyncObject, NeedsWorkToMark) {
-  KELVARIS_REQUIRE_GL();
   EXPECT_CONTAINS(Tests::errorOf<GL::Error>([] { const GL::SyncObject sync; }), "the thread has none");
   EXPECT_THROW(GL::flush(), GL::Error);
 }
 
-TEST(Context, IsCurrentForItsWholeLifeOnOneThread) {
-  KELVARIS_REQUIRE_GL();
+TEST_F(SyncObjectTest, AContextIsCurrentForItsWholeLifeOnOneThread) {
   ContextManager& manager = ContextManager::get();
   auto context = manager.createContext();
-  { const ContextManager::ActivationGuard nested; }
   EXPECT_TRUE(ContextManager::hasCurrent());
   EXPECT_CONTAINS(Tests::errorOf<GL::Error>([&] { manager.createContext(); }), "has an OpenGL context already");
-  std::thread([&] { EXPECT_FALSE(ContextManager::hasCurrent()); }).join();
+  std::thread([] { EXPECT_FALSE(ContextManager::hasCurrent()); }).join();
   context.reset();
   EXPECT_FALSE(ContextManager::hasCurrent());
 
@@ -76,17 +66,6 @@ TEST(Context, IsCurrentForItsWholeLifeOnOneThread) {
     EXPECT_TRUE(ContextManager::hasCurrent());
   })
       .join();
-}
-
-TEST(ContextManager, RunsWithTheContextThatIsThereOrOneForTheCall) {
-  KELVARIS_REQUIRE_GL();
-  ContextManager& manager = ContextManager::get();
-  const auto fail = [] { throw std::runtime_error(ContextManager::hasCurrent() ? "with" : "without"); };
-  EXPECT_EQ(Tests::errorOf([&] { manager.runWithOpenGL(fail); }), "with");
-  EXPECT_FALSE(ContextManager::hasCurrent());
-  const auto context = manager.createContext();
-  EXPECT_EQ(Tests::errorOf([&] { manager.runWithOpenGL(fail); }), "with");
-  EXPECT_TRUE(ContextManager::hasCurrent());
 }
 
 } // namespace
