@@ -5,8 +5,6 @@
 #include "support/Images.h"
 #include "support/Samples.h"
 
-#include <memory>
-
 namespace Kelvaris::Tests {
 
 /// Two events; the second has other frequencies.

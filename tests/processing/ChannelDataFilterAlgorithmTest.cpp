@@ -1,29 +1,19 @@
 #include "processing/ChannelDataFilterAlgorithm.h"
 
+#include "Stream/ImageStream.h"
 #include "gpu/ConvolutionFilter1D.h"
 #include "model/ChannelDataLayout.h"
-#include "model/FrameAcquisition.h"
 #include "processing/ChannelDataCases.h"
 #include "support/DeviceTest.h"
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace Kelvaris::US {
 namespace {
 
 using Axis = ChannelDataLayout::Axis;
 using Signal::FilterType;
-using Tests::equal;
-using Tests::errorOf;
-using Tests::ExpectedLog;
-using Tests::set;
-using Tests::ultrasoundNoise;
+using Tests::equal, Tests::errorOf, Tests::ExpectedLog, Tests::set, Tests::ultrasoundNoise;
 
 constexpr double fs = 40e6, pulseFrequency = 4e6;
 constexpr int length = 51;
@@ -58,6 +48,7 @@ protected:
 };
 
 TEST_F(ChannelDataFilterAlgorithmTest, AcceptsVolumesOfChannelData) {
+  ImageStream stream("probe");
   SharedImageSet flat, plain, eventless;
   for (SharedImageSet* set : {&flat, &plain, &eventless})
     set->setModality(Data::Ultrasound);
@@ -69,6 +60,9 @@ TEST_F(ChannelDataFilterAlgorithmTest, AcceptsVolumesOfChannelData) {
   EXPECT_TRUE(ChannelDataFilterAlgorithm::createCompatible({&images}, nullptr));
   EXPECT_FALSE(ChannelDataFilterAlgorithm::createCompatible({&flat}, nullptr));
   EXPECT_FALSE(ChannelDataFilterAlgorithm::createCompatible({&plain}, nullptr));
+  EXPECT_FALSE(ChannelDataFilterAlgorithm::createCompatible({&images, &stream}, nullptr)) << "one at a time";
+  images.setModality(Data::UnknownModality);
+  EXPECT_FALSE(ChannelDataFilterAlgorithm::createCompatible({&images}, nullptr));
 
   for (const SharedImageSet* set :
        {static_cast<const SharedImageSet*>(nullptr), static_cast<const SharedImageSet*>(&plain)})
@@ -78,40 +72,32 @@ TEST_F(ChannelDataFilterAlgorithmTest, AcceptsVolumesOfChannelData) {
             "The frame acquisition has no events");
   EXPECT_EQ(errorOf<std::invalid_argument>([] { ChannelDataFilterAlgorithm::getDataSamplingFrequency({}); }),
             "There is no frame acquisition among the components");
-  EXPECT_EQ(ChannelDataFilterAlgorithm::getDataSamplingFrequency(components), static_cast<float>(fs));
-  EXPECT_EQ(ChannelDataFilterAlgorithm::getDataPulseFrequency(images), static_cast<float>(pulseFrequency));
 }
 
 TEST_F(ChannelDataFilterAlgorithmTest, FiltersWithWhatIsSet) {
   const struct {
     const char *type, *lower, *upper, *taps;
     std::shared_ptr<SharedImage> image;
-  } cases[] = {{"2", "1", "7", "51", expectedByDefault()},
-               {"0", "1", "5.5", "51", expected(FilterType::Lowpass, 0.0, 5.5e6)},
-               {"1", "2.125", "3", "31", expected(FilterType::Highpass, 2.125e6, 0.0, fs, 31)}};
+    ChannelDataLayout layout = {};
+  } cases[] = {
+      {"2", "1", "7", "51", expectedByDefault(fs, length, 2), {Axis::Channels, Axis::SlowTime, Axis::FastTime}},
+      {"0", "1", "5.5", "51", expected(FilterType::Lowpass, 0.0, 5.5e6)},
+      {"1", "2.125", "3", "31", expected(FilterType::Highpass, 2.125e6, 0.0, fs, 31)}};
   for (const auto& c : cases) {
     ChannelDataFilterAlgorithm algorithm(&images);
     set(algorithm, {{"filterType", c.type},
                     {"cutoffFrequencyLower", c.lower},
                     {"cutoffFrequencyUpper", c.upper},
                     {"filterLength", c.taps}});
+    if (c.layout != ChannelDataLayout()) components.add<ChannelDataLayout>(c.layout);
     const auto [result, updated] = algorithm.processImage(*image, components);
+    components.erase<ChannelDataLayout>();
     ASSERT_NE(result, nullptr);
     EXPECT_TRUE(equal(*result, *c.image)) << c.type;
     EXPECT_EQ(result->modality(), Data::Ultrasound);
     EXPECT_EQ(*updated.get<FrameAcquisition>(), acquisition());
-    EXPECT_EQ(*updated.get<ChannelDataLayout>(), ChannelDataLayout());
+    EXPECT_EQ(*updated.get<ChannelDataLayout>(), c.layout);
   }
-}
-
-TEST_F(ChannelDataFilterAlgorithmTest, TheLayoutSaysWhichAxisIsFastTime) {
-  ChannelDataFilterAlgorithm algorithm(&images);
-  const ChannelDataLayout layout(Axis::Channels, Axis::SlowTime, Axis::FastTime);
-  components.add<ChannelDataLayout>(layout);
-  const auto [result, updated] = algorithm.processImage(*image, components);
-  ASSERT_NE(result, nullptr);
-  EXPECT_TRUE(equal(*result, *expectedByDefault(fs, length, 2)));
-  EXPECT_EQ(*updated.get<ChannelDataLayout>(), layout);
 }
 
 TEST_F(ChannelDataFilterAlgorithmTest, DesignsWithTheFirstFrameAndWithEveryChangeAfterIt) {

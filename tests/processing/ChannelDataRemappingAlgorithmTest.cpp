@@ -10,18 +10,11 @@
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
 
-#include <fmt/format.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-
 namespace Kelvaris::US {
 namespace {
 
 using Axis = ChannelDataLayout::Axis;
-using Kelvaris::Tests::errorOf;
-using Kelvaris::Tests::ExpectedLog;
+using Kelvaris::Tests::errorOf, Kelvaris::Tests::ExpectedLog;
 
 /// A recording with the acquisition that describes it.
 struct Recording {

@@ -1,6 +1,5 @@
 #include "processing/IqDemodulation.h"
 
-#include "GL/GlImage.h"
 #include "GL/RequireGL.h"
 #include "processing/SignalProcessing.h"
 #include "reference/Lines.h"
@@ -8,15 +7,12 @@
 #include "support/ExpectedLog.h"
 #include "support/Samples.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
 #include <complex>
-#include <numbers>
 
 namespace Kelvaris::US {
 namespace {
+
+using GlIqDemodulation = Tests::GLTest<>;
 
 struct Settings {
   double fs = 40.0, fd = 5.0;
@@ -46,8 +42,7 @@ std::shared_ptr<MemImage> filtered(const MemImage& image, const Settings& s) {
   });
 }
 
-TEST(IqDemodulation, AgreesWithMixingFilterAndResamplingInDoublePrecision) {
-  KELVARIS_REQUIRE_GL();
+TEST_F(GlIqDemodulation, AgreesWithMixingFilterAndResamplingInDoublePrecision) {
   const struct {
     const char* what;
     int pixelType;
@@ -56,18 +51,15 @@ TEST(IqDemodulation, AgreesWithMixingFilterAndResamplingInDoublePrecision) {
     int rows;
   } cases[] = {
       {"columns", PixelFloat, {5, 120, 1}, {}, 120},
-      {"one column", PixelFloat, {1, 120, 1}, {}, 120},
+      {"one column of int16", PixelInt16, {1, 120, 1}, {.factor = 2}, 60},
       {"a third, of a number that 3 doesn't divide", PixelFloat, {3, 100, 1}, {.factor = 3}, 33},
       {"another cut-off", PixelFloat, {3, 100, 1}, {.ratio = 0.4, .taps = 101}, 100},
-      {"a filter longer than the columns", PixelFloat, {3, 20, 1}, {.taps = 101}, 20},
+      {"a filter longer than the columns, of doubles", PixelDouble, {3, 20, 1}, {.taps = 101}, 20},
       {"no mixing: the filter's cut-off is 0", PixelFloat, {2, 60, 1}, {.fd = 0.0}, 60},
-      {"int16", PixelInt16, {3, 120, 1}, {.factor = 2}, 60},
       {"int8 saturates", PixelInt8, {3, 90, 1}, {}, 90},
       {"uint8 loses what is negative", PixelUInt8, {3, 90, 1}, {}, 90},
       {"uint16, a volume", PixelUInt16, {3, 90, 2}, {.factor = 2}, 45},
       {"int32, mixed in main memory", PixelInt32, {3, 90, 1}, {.factor = 2}, 45},
-      {"uint32", PixelUInt32, {1, 90, 1}, {}, 90},
-      {"double", PixelDouble, {3, 90, 1}, {.factor = 2}, 45},
       {"half", PixelHalf, {3, 90, 1}, {}, 90},
   };
   for (const auto& c : cases)
@@ -80,7 +72,6 @@ TEST(IqDemodulation, AgreesWithMixingFilterAndResamplingInDoublePrecision) {
       if (asTexture) image.assign(std::make_shared<GlImage>(*image.mem()));
       image.setMatrix(Eigen::Matrix4d::Identity() * 3.0);
       const auto output = demodulated(IqDemodulation(), image, c.settings);
-      ASSERT_NE(output, nullptr);
       const ImageDescriptor& d = output->descriptor();
       EXPECT_EQ(d.pixelType(), c.pixelType);
       EXPECT_EQ(d.channels(), 2);
@@ -96,11 +87,10 @@ TEST(IqDemodulation, AgreesWithMixingFilterAndResamplingInDoublePrecision) {
     }
 }
 
-TEST(IqDemodulation, KeepsItsSignalsAsLongAsNothingChanges) {
-  KELVARIS_REQUIRE_GL();
+TEST_F(GlIqDemodulation, KeepsItsSignalsAsLongAsNothingChanges) {
   const IqDemodulation demodulation;
   EXPECT_EQ(demodulation.cachedSignals(), nullptr);
-  const ImageDescriptor base(PixelFloat, 3, 60);
+  const ImageDescriptor base(PixelFloat, 3, 60), taller(PixelFloat, 3, 61);
   const struct {
     const char* what;
     Settings settings;
@@ -109,11 +99,14 @@ TEST(IqDemodulation, KeepsItsSignalsAsLongAsNothingChanges) {
   } steps[] = {
       {"the first call", {}, base, true},
       {"another factor, width, type, number of slices", {.factor = 3}, ImageDescriptor(PixelInt16, 7, 60, 2), false},
-      {"another height", {}, ImageDescriptor(PixelFloat, 3, 61), true},
-      {"filter length", {.taps = 31}, base, true},
-      {"sampling frequency", {.fs = 41.0}, base, true},
-      {"demodulation frequency", {.fs = 41.0, .fd = 5.5}, base, true},
-      {"cut-off, by the last digit", {.fs = 41.0, .fd = 5.5, .ratio = std::nextafter(1.0, 2.0)}, base, true},
+      {"another height", {}, taller, true},
+      {"filter length", {.taps = 31}, taller, true},
+      {"sampling frequency", {.fs = 41.0, .taps = 31}, taller, true},
+      {"demodulation frequency", {.fs = 41.0, .fd = 5.5, .taps = 31}, taller, true},
+      {"cut-off, by the last digit",
+       {.fs = 41.0, .fd = 5.5, .ratio = std::nextafter(1.0, 2.0), .taps = 31},
+       taller,
+       true},
   };
   std::array<const void*, 3> before = {};
   for (const auto& step : steps) {
@@ -127,8 +120,7 @@ TEST(IqDemodulation, KeepsItsSignalsAsLongAsNothingChanges) {
   }
 }
 
-TEST(IqDemodulation, SaysWhatIsWrong) {
-  KELVARIS_REQUIRE_GL();
+TEST_F(GlIqDemodulation, SaysWhatIsWrong) {
   const IqDemodulation demodulation;
   const SharedImage image(Tests::noiseImage(ImageDescriptor(PixelFloat, 3, 60)));
   const SharedImage iq(Tests::noiseImage(ImageDescriptor(PixelFloat, 3, 60, 1, 2)));

@@ -47,13 +47,18 @@ inline std::shared_ptr<MemImage> noiseImage(const ImageDescriptor& descriptor, u
   return imageOf(descriptor, [&](int, int, int, int) { return uniform(random); });
 }
 
+/// Equal, or both NaN.
+inline bool isSame(double a, double b) {
+  return a == b || (std::isnan(a) && std::isnan(b));
+}
+
 /// The largest difference between the image and f(x, y, z, channel); NaN differs from NaN by 0, and from all else by
 /// infinity.
 template <typename F> double worstError(const MemImage& image, F&& f) {
   double worst = 0.0;
   forEachSample(image.descriptor(), [&](int x, int y, int z, int channel) {
     const double value = image.valueAsDouble(x, y, z, channel), expected = f(x, y, z, channel);
-    if (value == expected || (std::isnan(value) && std::isnan(expected))) return;
+    if (isSame(value, expected)) return;
     const double error = std::abs(value - expected);
     worst = std::max(worst, std::isnan(error) ? std::numeric_limits<double>::infinity() : error);
   });
