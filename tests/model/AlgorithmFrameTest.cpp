@@ -1,12 +1,8 @@
 #include "model/AlgorithmFrame.h"
 
-#include "Core/Progress.h"
 #include "support/ExpectedLog.h"
 
 #include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
 
 namespace Kelvaris::US {
 namespace {
@@ -28,16 +24,10 @@ struct Passing : SequentialImageProcessor {
   }
 };
 
-SharedImageSet imagesOf(int number, int slices) {
-  SharedImageSet images;
-  images.setModality(Data::Ultrasound);
-  for (int i = 0; i < number; ++i)
-    images.add(std::make_shared<SharedImage>(ImageDescriptor(PixelFloat, 2, 2, slices)));
-  return images;
-}
-
 TEST(AlgorithmFrame, StopsBetweenImagesAndWithoutInput) {
-  const SharedImageSet images = imagesOf(3, 1);
+  SharedImageSet images;
+  for (int i = 0; i < 3; ++i)
+    images.add(std::make_shared<SharedImage>(ImageDescriptor(PixelFloat, 2, 2)));
   Progress progress;
   std::vector<int> steps;
   progress.onStep = [&](const ProgressTask& task) {
@@ -55,29 +45,6 @@ TEST(AlgorithmFrame, StopsBetweenImagesAndWithoutInput) {
   computeImages(kFrame, Passing(), nullptr, nullptr, status, output);
   EXPECT_EQ(log.messages(), std::vector<std::string>{"4 Passing: No input image given"});
   EXPECT_EQ(status, Algorithm::Failure);
-}
-
-TEST(AlgorithmFrame, AcceptsExactlyOneElementThatFits) {
-  ImageStream imageStream("images"), volumeStream("volumes");
-  volumeStream.setKind(Data::VolumeStreamKind);
-  SharedImageSet volumes = imagesOf(2, 3), flat = imagesOf(2, 1), foreign = imagesOf(2, 3), empty = imagesOf(0, 1);
-  foreign.setModality(Data::UnknownModality);
-  const struct {
-    const char* what;
-    DataList data;
-    bool fits;
-  } cases[] = {{"nothing", {}, false},
-               {"volumes", {&volumes}, true},
-               {"a volume stream", {&volumeStream}, true},
-               {"a set and a stream", {&volumes, &volumeStream}, false},
-               {"an image stream", {&imageStream}, false},
-               {"flat images", {&flat}, false},
-               {"another modality", {&foreign}, false},
-               {"a set without images", {&empty}, false}};
-  for (const auto& c : cases) {
-    const auto [stream, images] = compatibleInput(kFrame, c.data);
-    EXPECT_EQ(stream || images, c.fits) << c.what;
-  }
 }
 
 } // namespace

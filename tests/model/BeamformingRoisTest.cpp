@@ -4,10 +4,6 @@
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 namespace Kelvaris::US {
 namespace {
 

@@ -9,9 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <functional>
-
 namespace Kelvaris::US {
 namespace {
 
@@ -107,11 +104,9 @@ TEST(FramePersistence, OlderFormHasOneApertureOfSomeEvents) {
     incomplete.removeParam("numberEvents");
     tooWide.setParam(eventType == 1 ? "maxTransmitAperture" : "maxReceiveAperture", 129);
     for (Properties* bad : {&incomplete, &tooWide}) {
-      {
-        const ExpectedLog log;
-        EXPECT_TRUE(read(*bad).events().empty());
-        EXPECT_EQ(log.messages(), std::vector<std::string>{kIncomplete});
-      }
+      const ExpectedLog log;
+      EXPECT_TRUE(read(*bad).events().empty());
+      EXPECT_EQ(log.messages(), std::vector<std::string>{kIncomplete});
       PulseEchoEvent().configuration(&bad->addSubProperties("events"));
       EXPECT_EQ(read(*bad).events().size(), 1u);
     }

@@ -2,8 +2,6 @@
 
 #include "model/FrameAcquisition.h"
 
-#include <numbers>
-
 namespace Kelvaris::Tests {
 
 using US::FrameParameters;

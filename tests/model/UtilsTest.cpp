@@ -16,23 +16,13 @@ void attach(DataComponentList& components, int numElements) {
   components.add<FrameAcquisition>(Transducer::createLinear(numElements, 0.3), std::vector<PulseEchoEvent>());
 }
 
-TEST(ChannelData, IsRecognisedByItsFrameAcquisition) {
-  DataComponentList components;
-  components.add<ChannelDataLayout>();
-  components.add<DerivedAcquisition>();
-  EXPECT_FALSE(isChannelData(components));
-  EXPECT_EQ(getFrameAcquisition(components), nullptr);
-  attach(components, 3);
-  EXPECT_TRUE(isChannelData(components));
-  EXPECT_EQ(getFrameAcquisition(components)->transducer().numElements(), 3);
-}
-
-TEST(ChannelData, OfAnImageComesBeforeThatOfTheSet) {
+TEST(ChannelData, IsRecognisedByItsFrameAcquisitionAndThatOfTheImageComesFirst) {
   SharedImageSet set;
+  set.components().add<DerivedAcquisition>(); // is none
   set.setModality(Data::Ultrasound);
   attach(set.components(), 20);
   EXPECT_FALSE(isChannelData(set)) << "no images";
-  set.components() = {};
+  set.components().erase<FrameAcquisition>();
   for (int i = 0; i < 3; ++i)
     set.add(std::make_shared<SharedImage>(ImageDescriptor(PixelInt16, 2, 3, 4)));
   EXPECT_FALSE(isChannelData(set));
