@@ -1,7 +1,6 @@
 #include "imaging/ScanConversionCases.h"
 
 #include "GL/Check.h"
-#include "GL/ContextManager.h"
 #include "Stream/ImageStream.h"
 #include "US/GeometryCases.h"
 #include "beamforming/FramePositions.h"
@@ -11,10 +10,6 @@
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 
 namespace Kelvaris::US {
 namespace {

@@ -1,17 +1,13 @@
 #pragma once
 
 #include "Core/Resource.h"
+#include "GL/RequireGL.h"
 #include "Lib/SharedImage.h"
 #include "US/FrameGeometryMetadata.h"
 #include "US/UltrasoundMetadata.h"
 #include "imaging/ScanConversionUltrafastImaging.h"
 #include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
 #include "support/Samples.h"
-
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <utility>
 
 /// What the tests of scan conversion start from.
 namespace Kelvaris::US::Tests {
@@ -41,7 +37,7 @@ inline const FrameGeometry& geometryOf(const DataComponentList& components) {
   return *components.get<FrameGeometryMetadata>()->frameGeometry();
 }
 
-using Kelvaris::Tests::imageOf;
+using Kelvaris::Tests::imageOf, Kelvaris::Tests::isSame;
 
 /// With the plugin's shaders at hand.
 class ScanConversion : public testing::Test {
@@ -56,5 +52,6 @@ protected:
 private:
   Repository_KelvarisUSImgFormationPlugin m_repository;
 };
+using ScanConversionWithGL = Kelvaris::Tests::GLTest<ScanConversion>;
 
 } // namespace Kelvaris::US::Tests

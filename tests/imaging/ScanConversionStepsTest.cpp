@@ -3,18 +3,12 @@
 #include "imaging/ScanConversionCases.h"
 
 #include "GL/AbstractInclude.h"
-#include "GL/RequireGL.h"
 #include "Lib/IntensityMask.h"
 #include "US/FanMask.h"
 #include "US/GeometryCases.h"
 #include "US/UltrasoundSweep.h"
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
 
 namespace Kelvaris::US {
 namespace {
@@ -55,10 +49,9 @@ struct BrokenMask : HostMask, Text {
   int deviceStrategy() const override { return 2; }
 };
 
-using ScanConversionSteps = ScanConversion;
+using ScanConversionSteps = ScanConversionWithGL;
 
 TEST_F(ScanConversionSteps, RefusalsSayWhy) {
-  KELVARIS_REQUIRE_GL();
   struct Input {
     std::shared_ptr<SharedImage> image = ramp();
     DataComponentList components = componentsOf(*linearCase(30, 0, 40).geometry);
@@ -86,7 +79,6 @@ TEST_F(ScanConversionSteps, RefusalsSayWhy) {
          descriptor.setSpacing({1.0, 0.0, 1.0});
          in.geometry().setImgDescPrescan(descriptor);
        }},
-      {"A frame of 0 x 0 mm with pixels of 4 mm", [](Input& in) { in.geometry().setDepth(NAN); }},
       {"Cannot perform scanconversion without geometric transform.",
        [](Input& in) { in.components = componentsOf(GeometryWithShader("vec2 transformElse;")); }},
       {"float transformBroken = noSuchName;",
@@ -110,22 +102,20 @@ TEST_F(ScanConversionSteps, RefusalsSayWhy) {
       const auto [image, components] = streamed.processImage(*input.image, input.components);
       EXPECT_EQ(image, nullptr);
       EXPECT_TRUE(components.empty());
-      EXPECT_TRUE(log.contains("4 ScanConversionUltrafastImaging: ")) << testing::PrintToString(log.messages());
-      EXPECT_TRUE(log.contains(c.message)) << testing::PrintToString(log.messages());
+      EXPECT_TRUE(log.contains("4 ScanConversionUltrafastImaging: ") && log.contains(c.message));
     }
     const ExpectedLog log;
     ScanConversionUltrafastImaging algorithm(&set);
     algorithm.compute();
     EXPECT_EQ(algorithm.status(), Algorithm::Failure);
     EXPECT_TRUE(algorithm.takeOutput().empty());
-    EXPECT_TRUE(log.contains(c.message)) << testing::PrintToString(log.messages());
+    EXPECT_TRUE(log.contains(c.message));
     EXPECT_EQ(log.contains("Input sweep does not have required metadata."), c.incomplete);
   }
   EXPECT_NE(streamed.processImage(*ramp(), Input().components).first, nullptr) << "goes on after all that";
 }
 
 TEST_F(ScanConversionSteps, TheSizeOfTheOutputIsAsTold) {
-  KELVARIS_REQUIRE_GL();
   ImageDescriptor unit = ImageDescriptor(PixelInt16, 8, 11);
   unit.setSpacing({0.3, 1.0, 7.0});
   unit.setShift(3.0);
@@ -152,7 +142,6 @@ TEST_F(ScanConversionSteps, TheSizeOfTheOutputIsAsTold) {
 }
 
 TEST_F(ScanConversionSteps, AGeometryWithItsOwnImageKeepsIt) {
-  KELVARIS_REQUIRE_GL();
   const auto c = convexCase(28.5, 60, 120);
   ImageDescriptor own(PixelUInt8, 90, 70);
   own.setSpacing({1.5, 1.5, 1.0});
@@ -169,7 +158,6 @@ TEST_F(ScanConversionSteps, AGeometryWithItsOwnImageKeepsIt) {
 }
 
 TEST_F(ScanConversionSteps, PixelsOfUnknownSizeAreTakenForMillimetresWithAWarning) {
-  KELVARIS_REQUIRE_GL();
   FrameGeometryLinear geometry(CoordinateSystem::Pixel);
   geometry.setWidth(30);
   geometry.setDepth(40);
@@ -182,7 +170,6 @@ TEST_F(ScanConversionSteps, PixelsOfUnknownSizeAreTakenForMillimetresWithAWarnin
 }
 
 TEST_F(ScanConversionSteps, OneObjectTakesImagesOfAllSortsInTurn) {
-  KELVARIS_REQUIRE_GL();
   const ScanConversionUltrafastImaging algorithm(nullptr);
   const auto masked = [](std::shared_ptr<SharedImage> image) {
     image->setMask(std::make_shared<IntensityMask>(image->descriptor().pixelType(), 9.0));
@@ -253,7 +240,6 @@ TEST_F(ScanConversionSteps, CompatibleIsWhatHasGeometryAndMetadata) {
 }
 
 TEST_F(ScanConversionSteps, ASetKeepsItsStateAndGetsTheNewGeometryWhereItWas) {
-  KELVARIS_REQUIRE_GL();
   const struct {
     const char* what;
     Place geometry, metadata;
@@ -281,16 +267,12 @@ TEST_F(ScanConversionSteps, ASetKeepsItsStateAndGetsTheNewGeometryWhereItWas) {
     EXPECT_TRUE(Kelvaris::Tests::sameBytes(*output->get(2).mem(), *single->mem()));
     EXPECT_NE(dynamic_cast<const FanMask*>(output->get(2).mask().get()), nullptr);
     const DataComponentList& components = output->elementwiseComponents().components(2);
-    if (c.geometry == Place::Images) {
-      EXPECT_TRUE(geometryOf(components).isApprox(expected, 0.0, true));
-    }
+    EXPECT_TRUE(c.geometry != Place::Images || geometryOf(components).isApprox(expected, 0.0, true));
     const auto* const metadata =
         (c.metadata == Place::Set ? output->components() : components).get<UltrasoundMetadata>();
     ASSERT_NE(metadata, nullptr);
     EXPECT_TRUE(metadata->scanConverted);
-    if (c.metadata == Place::Images) {
-      EXPECT_EQ(metadata->numRows, 0) << "all have that of the first";
-    }
+    EXPECT_TRUE(c.metadata != Place::Images || metadata->numRows == 0) << "all have that of the first";
     const auto* const sweep = dynamic_cast<UltrasoundSweep*>(output.get());
     EXPECT_TRUE((sweep ? *sweep->frameGeometry() : geometryOf(output->components())).isApprox(expected, 0.0, true));
     EXPECT_EQ(output->components().get<FrameGeometryMetadata>() == nullptr, sweep != nullptr);
@@ -298,7 +280,6 @@ TEST_F(ScanConversionSteps, ASetKeepsItsStateAndGetsTheNewGeometryWhereItWas) {
 }
 
 TEST_F(ScanConversionSteps, OneUnfitImageLeavesNoOutputAndNoSetIsAnError) {
-  KELVARIS_REQUIRE_GL();
   SharedImageSet set;
   set.components() = componentsOf(*linearCase(30, 0, 40).geometry);
   set.add(ramp());
