@@ -4,10 +4,6 @@
 #include "model/FrameAcquisition.h"
 #include "support/Samples.h"
 
-#include <cmath>
-#include <memory>
-#include <random>
-
 namespace Kelvaris::US::Tests {
 
 inline FrameParameters parameters(int eventType) {

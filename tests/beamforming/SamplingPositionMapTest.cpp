@@ -1,7 +1,6 @@
 #include "beamforming/SamplingPositionMap.h"
 
 #include "Core/Resource.h"
-#include "US/FrameGeometryLinear.h"
 #include "US/GeometryCases.h"
 #include "beamforming/FramePositions.h"
 #include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
@@ -9,23 +8,13 @@
 #include "support/ExpectedLog.h"
 #include "support/Samples.h"
 #ifdef KELVARIS_HAVE_GL
-#include "GL/ContextManager.h"
 #include "GL/RequireGL.h"
 #endif
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <stdexcept>
 
 namespace Kelvaris::US {
 namespace {
 
-using Kelvaris::Tests::errorOf;
-using Kelvaris::Tests::ExpectedLog;
-using Kelvaris::Tests::worstError;
+using Kelvaris::Tests::errorOf, Kelvaris::Tests::ExpectedLog, Kelvaris::Tests::worstError;
 
 /// A frame of 20 mm width and 40 mm depth with a pre-scan image of `width` x `height` shorts.
 std::shared_ptr<FrameGeometryLinear> linearFrame(int width, int height) {
