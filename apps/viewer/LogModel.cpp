@@ -38,8 +38,9 @@ LogModel::LogModel(QObject* parent) : QAbstractTableModel(parent) {
   m_sink = Log::addSink([this](const Log::Entry& entry) {
     const std::scoped_lock lock(m_inbox.mutex);
     const bool isFirst = m_inbox.lines.empty();
-    m_inbox.lines.push_back({QDateTime::currentDateTime(), entry.level, QString::fromStdString(entry.category),
-                             QString::fromStdString(entry.message)});
+    const Line line{QDateTime::currentDateTime(), entry.level, QString::fromStdString(entry.category),
+                    QString::fromStdString(entry.message)};
+    if (repeat(m_inbox.lines, line) < 0) m_inbox.lines.push_back(line);
     if (m_inbox.lines.size() > kKept) m_inbox.lines.pop_front();
     if (isFirst) QMetaObject::invokeMethod(this, &LogModel::takeInbox, Qt::QueuedConnection);
   });
@@ -71,6 +72,8 @@ QVariant LogModel::data(const QModelIndex& index, int role) const {
     return levelName(line.level);
   case Source:
     return line.source;
+  case Count:
+    return line.count > 1 ? QStringLiteral("x %1").arg(line.count) : QString();
   default:
     return line.message;
   }
@@ -85,6 +88,8 @@ QVariant LogModel::headerData(int section, Qt::Orientation orientation, int role
     return tr("Level");
   case Source:
     return tr("Source");
+  case Count:
+    return tr("Times");
   default:
     return tr("Message");
   }
@@ -96,12 +101,30 @@ void LogModel::clear() {
   endResetModel();
 }
 
+int LogModel::repeat(std::deque<Line>& lines, const Line& line) {
+  const int size = static_cast<int>(lines.size());
+  for (int i = size - 1; i >= std::max(size - kRecent, 0); --i)
+    if (Line& present = lines[static_cast<std::size_t>(i)]; present.says(line)) {
+      present.count += line.count;
+      present.time = line.time;
+      return i;
+    }
+  return -1;
+}
+
 void LogModel::takeInbox() {
   std::deque<Line> lines;
   {
     const std::scoped_lock lock(m_inbox.mutex);
     lines.swap(m_inbox.lines);
   }
+  while (!lines.empty()) { // what begins by repeating
+    const int row = repeat(m_lines, lines.front());
+    if (row < 0) break;
+    lines.pop_front();
+    Q_EMIT dataChanged(index(row, 0), index(row, Columns - 1));
+  }
+  if (lines.empty()) return;
   const int surplus = static_cast<int>(m_lines.size() + lines.size()) - kKept;
   if (const int old = std::min(surplus, static_cast<int>(m_lines.size())); old > 0) {
     beginRemoveRows({}, 0, old - 1);
@@ -112,8 +135,6 @@ void LogModel::takeInbox() {
   beginInsertRows({}, first, first + static_cast<int>(lines.size()) - 1);
   m_lines.insert(m_lines.end(), lines.begin(), lines.end());
   endInsertRows();
-  for (const Line& line : lines)
-    if (line.level >= Log::Error) Q_EMIT errorAdded(line.source, line.message);
 }
 
 } // namespace Kelvaris::Viewer

@@ -10,16 +10,20 @@
 
 namespace Kelvaris::Viewer {
 
-/// The last entries of the log as a table: time, level, who speaks, message. Entries may come from any thread; they
-/// reach the table on the thread of this object, many in one go.
+/// The last entries of the log as a table: time, level, who speaks, how often, message. What is said over and over, as
+/// by a step that fails on each image of a stream, is one line: an entry that equals one of the last few lines counts
+/// there, and gives it its time. Entries may come from any thread; they reach the table on the thread of this object,
+/// many in one go.
 class LogModel : public QAbstractTableModel {
   Q_OBJECT
 
 public:
-  enum Column : int { Time, Level, Source, Message, Columns };
+  enum Column : int { Time, Level, Source, Count, Message, Columns };
   static constexpr int kLevelRole = Qt::UserRole;
-  /// Older entries go.
+  /// Older lines go.
   static constexpr int kKept = 2000;
+  /// So many lines back a repeated entry is looked for: several steps may fail in turn.
+  static constexpr int kRecent = 4;
 
   explicit LogModel(QObject* parent = nullptr);
   ~LogModel() override;
@@ -31,15 +35,16 @@ public:
 
   void clear();
 
-Q_SIGNALS:
-  /// An entry of level Error has come into the table.
-  void errorAdded(const QString& source, const QString& message);
-
 private:
   struct Line {
     QDateTime time;
     int level;
     QString source, message;
+    int count = 1; ///< entries that it stands for
+
+    bool says(const Line& other) const {
+      return level == other.level && source == other.source && message == other.message;
+    }
   };
 
   /// What other threads have logged and the table doesn't have yet.
@@ -48,6 +53,8 @@ private:
     std::deque<Line> lines;
   };
 
+  /// Counts the line with an equal one among the last few. Its index; -1 if there is none.
+  static int repeat(std::deque<Line>& lines, const Line& line);
   void takeInbox();
 
   std::deque<Line> m_lines;

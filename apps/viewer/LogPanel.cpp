@@ -63,6 +63,7 @@ LogPanel::LogPanel(LogModel& log, QWidget* parent)
   m_table->setWordWrap(false);
   m_table->verticalHeader()->hide();
   m_table->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
+  m_table->setMinimumHeight(4 * fontMetrics().height()); // on small screens the picture needs the room
   m_table->horizontalHeader()->setStretchLastSection(true);
   m_table->horizontalHeader()->setHighlightSections(false);
   m_table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
@@ -70,6 +71,7 @@ LogPanel::LogPanel(LogModel& log, QWidget* parent)
   m_table->setColumnWidth(LogModel::Time, metrics.horizontalAdvance("00:00:00.000") + 16);
   m_table->setColumnWidth(LogModel::Level, metrics.horizontalAdvance(tr("Warning")) + 20);
   m_table->setColumnWidth(LogModel::Source, metrics.horizontalAdvance("ChannelDataFilterAlgorithm") + 16);
+  m_table->setColumnWidth(LogModel::Count, metrics.horizontalAdvance("x 00000") + 16);
 
   auto* const copyButton = new QPushButton(tr("Copy"), this);
   copyButton->setToolTip(tr("Copy the selected lines, or all that are shown, to the clipboard (Ctrl+C)"));
