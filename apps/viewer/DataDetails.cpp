@@ -85,9 +85,11 @@ void DataDetails::show(const DataItem* item) {
   Properties settings;
   if (stream) stream->configuration(&settings);
   const int id = stream ? item->id() : 0, size = stream ? stream->size() : 0;
-  if (stream && id == m_stream && size == m_size && settings == m_settings) return;
+  const QString description = item ? item->description() : QString();
+  if (stream && id == m_stream && size == m_size && description == m_description && settings == m_settings) return;
   m_stream = id;
   m_size = size;
+  m_description = description;
   m_settings = settings;
 
   const QSignalBlocker blocker(this);
@@ -95,7 +97,7 @@ void DataDetails::show(const DataItem* item) {
   clear();
   if (!item) return;
   QTreeWidgetItem& root = *invisibleRootItem();
-  addRow(root, tr("data"), item->description());
+  addRow(root, tr("data"), description);
   if (!item->file().empty()) addRow(root, tr("file"), QString::fromStdString(item->file().string()));
   if (const SharedImageSet* images = item->images()) {
     addImages(root, *images);

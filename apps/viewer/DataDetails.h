@@ -25,6 +25,7 @@ private:
   QSet<QString> m_closed;
   int m_stream = 0;      ///< the id of the stream that is shown; 0: none is
   int m_size = 0;        ///< and its size
+  QString m_description; ///< and what it is
   Properties m_settings; ///< and what it is set to
 };
 

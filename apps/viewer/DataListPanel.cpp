@@ -108,8 +108,15 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
   auto* const refresh = new QTimer(this);
   connect(refresh, &QTimer::timeout, this, [this] {
     if (LongWork::isGoingOn()) return; // a stream that simulates can't be asked
+    bool haveKindsChanged = false; // a step's output isn't known before its first emission
+    for (const auto& item : m_workspace.items())
+      if (item->stream() && rowOf(item.get())->text(Kind) != kindOf(*item)) {
+        fill(*item);
+        haveKindsChanged = true;
+      }
     const std::vector<DataItem*> selected = selectedItems();
     if (m_details->isVisible() && selected.size() == 1 && selected.front()->stream()) updateDetails();
+    if (haveKindsChanged) Q_EMIT kindsChanged();
   });
   refresh->start(kRefreshInterval);
   connect(m_tree, &QTreeWidget::itemActivated, this, &DataListPanel::activated);

@@ -39,6 +39,8 @@ public:
 
 Q_SIGNALS:
   void selectionChanged();
+  /// Streams have turned out to be of other kinds than they were listed with.
+  void kindsChanged();
   /// The user asks for the settings of the selected entry: Return or a double click.
   void activated();
 

@@ -17,6 +17,8 @@ public:
   const std::shared_ptr<const SharedImageSet>& images() const { return m_images; }
   /// The number of images.
   int size() const { return m_images->size(); }
+  /// Of a stream of such emissions: ImageStreamKind, VolumeStreamKind, or UnknownKind where there are no images.
+  Data::Kind streamKind() const;
   /// True if an image exists as a texture alone: who reads it needs OpenGL, on another thread after the producer's
   /// work.
   bool containsGlImage() const;

@@ -13,7 +13,8 @@ namespace {
 constexpr const char* kCategory = "StreamAlgorithmExecutor";
 constexpr const char* kAlgorithmConfig = "algorithmConfig";
 
-/// Like its input to look at. Its own worker has nothing to do.
+/// Like its input to look at, but for the kind, which is that of the results once there are some. Its own worker has
+/// nothing to do.
 class Output : public ImageStream {
 public:
   explicit Output(const ImageStream& input) : ImageStream(input.name()), m_topDown(input.topDown()) {
@@ -180,6 +181,7 @@ void StreamAlgorithmExecutor::onData(const std::shared_ptr<const StreamData>& da
   results->setVolumetric(volumetric);
 
   auto outputData = std::make_shared<ImageStreamData>(std::move(results));
+  output->setKind(outputData->streamKind());
   outputData->setTimestampDevice(data->timestampDevice());
   outputData->setTimestampArrival(data->timestampArrival());
   output->dataSignal.emitSignal(outputData);

@@ -17,7 +17,8 @@ namespace Kelvaris {
 /// Applies an algorithm that works image by image to the emissions of a stream, and emits the results on a stream of
 /// its own. Works on the thread that emits. The algorithm is given, or created by its name from the first emission that
 /// it works on: the first one of that display name or alias. Emissions before that are dropped, with one logged error
-/// for all. An image that fails, also by an exception, is dropped with a logged error.
+/// for all. An image that fails, also by an exception, is dropped with a logged error. The output is of its
+/// input's kind until there are results, then of theirs.
 ///
 /// Settings: those of the algorithm are the sub-properties `algorithmConfig`; they wait for an algorithm that isn't
 /// there yet. Parameters: `autoStart` (bool, true): listen to the input from the first emission on, without compute();

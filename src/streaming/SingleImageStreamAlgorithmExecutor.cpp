@@ -17,19 +17,6 @@ namespace {
 
 constexpr const char* kCategory = "SingleImageStreamAlgorithmExecutor";
 
-Data::Kind streamKind(Data::Kind kind) {
-  switch (kind) {
-  case Data::OneImage:
-  case Data::Images:
-    return Data::ImageStreamKind;
-  case Data::OneVolume:
-  case Data::Volumes:
-    return Data::VolumeStreamKind;
-  default:
-    return Data::UnknownKind;
-  }
-}
-
 const std::string& nameOf(const Algorithm& algorithm) {
   return algorithm.factoryInfo().displayName;
 }
@@ -194,9 +181,9 @@ void SingleImageStreamAlgorithmExecutor::processOrThrow(const TimestampedPayload
 
   std::shared_ptr<SharedImageSet> results = processedImages(*item.payload->images);
   if (!results || !m_output) return;
-  m_output->setKind(streamKind(results->kind()));
-  m_output->setModality(results->modality());
   auto data = std::make_shared<ImageStreamData>(std::move(results));
+  m_output->setKind(data->streamKind());
+  m_output->setModality(data->images()->modality());
   data->setTimestampDevice(item.timestampDevice);
   data->setTimestampArrival(item.timestampArrival);
   m_output->dataSignal.emitSignal(data);

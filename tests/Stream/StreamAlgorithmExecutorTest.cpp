@@ -34,11 +34,13 @@ protected:
 };
 
 TEST_F(StreamAlgorithmExecutorTest, WorksOnTheFirstImageOrOnEveryOneThatCanBeProcessed) {
+  input.setKind(Data::VolumeStreamKind);
   StreamAlgorithmExecutor executor(input, std::make_unique<ShowParameters>());
   EXPECT_TRUE(dynamic_cast<const ShowParameters&>(*executor.streamAlgorithm()).isSequentialMode());
-  EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind);
+  EXPECT_EQ(executor.stream()->kind(), Data::VolumeStreamKind) << "nothing else is known yet";
   const Receiver receiver(*executor.stream());
   emit({1, kNull, 3});
+  EXPECT_EQ(executor.stream()->kind(), Data::ImageStreamKind) << "that of what it emits";
   executor.mode = StreamAlgorithmExecutor::EveryImage;
   const Tests::ExpectedLog log;
   emit({1, kNull, kThrow, 3});
