@@ -1,9 +1,7 @@
-// Screenshots FOLDER RECORDING CHAIN [--dark]: pictures of the viewer and of every form for the documentation, on an X
-// server of its own.
+// Screenshots FOLDER RECORDING CHAIN [--dark]: pictures of the viewer and of every form for the documentation.
 #include "viewer/DataListPanel.h"
 #include "viewer/LiveDisplay.h"
 #include "viewer/ViewerWindow.h"
-#include "viewer/VirtualDisplay.h"
 #include "viewer/view/ImageView.h"
 
 #include "Gui/DefaultControllerDecorator.h"
@@ -124,13 +122,6 @@ void showLive(Viewer::ViewerWindow& window, const Screenshots& screenshots) {
 } // namespace
 
 int main(int argc, char** argv) {
-  const Tests::VirtualDisplay display;
-  if (!display.problem().empty()) {
-    std::fprintf(stderr, "Screenshots: %s\n", display.problem().c_str());
-    return 1;
-  }
-  setenv("DISPLAY", display.name().c_str(), 1);
-  setenv("QT_QPA_PLATFORM", "xcb", 1);
   QApplication application(argc, argv);
   const QStringList arguments = QApplication::arguments();
   if (arguments.size() < 4) {
