@@ -57,7 +57,7 @@ private:
   ImageStream* m_stream;
   Step* m_producer;
   std::filesystem::path m_file;
-  bool m_fileIsSessions = false; ///< the file was written with a session, and belongs to it
+  bool m_fileIsSessions = false; ///< a session has written the file by itself
   int m_version = 0;             ///< how often the content has been replaced
 };
 

@@ -33,10 +33,9 @@ void LiveDisplay::setPaused(bool paused) {
 
 void LiveDisplay::take(const std::shared_ptr<const SharedImageSet>& images) {
   if (m_paused && m_shown > 0) return;
-  if (m_shown++ > 0)
-    m_view.updateImages(images);
-  else
-    m_view.showImages(images);
+  if (m_shown++ > 0) return m_view.updateImages(images);
+  m_view.showImages(images);
+  Q_EMIT started();
 }
 
 void LiveDisplay::tellStatus() {

@@ -28,6 +28,8 @@ public:
   void setPaused(bool paused);
 
 Q_SIGNALS:
+  /// The first emission of the present stream is in the view.
+  void started();
   /// For the status bar: rate, and how many emissions weren't shown; empty when no stream is shown.
   void statusChanged(const QString& text);
 

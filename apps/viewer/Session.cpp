@@ -26,6 +26,7 @@ Session::Item readItem(const Properties& properties, const std::filesystem::path
   const std::string where = fmt::format("The item {}", item.id);
   read(properties, "name", item.name, where);
   read(properties, "file", file, where);
+  read(properties, "own", item.own, where);
   if (item.id < 1) throw std::runtime_error(fmt::format("{} has no id of 1 or more", where));
   if (file.empty()) throw std::runtime_error(fmt::format("{} has no file", where));
   item.file = (folder / file).lexically_normal();
@@ -41,6 +42,7 @@ Session::Step readStep(const Properties& properties) {
   read(properties, "output", step.output, where);
   read(properties, "outputName", step.outputName, where);
   read(properties, "run", step.run, where);
+  read(properties, "stream", step.stream, where);
   if (step.output < 0) throw std::runtime_error(fmt::format("{} has the output {}", where, step.output));
   if (const Properties* configuration = properties.findSubProperties("configuration"))
     step.configuration = *configuration;
@@ -58,6 +60,7 @@ Properties Session::toProperties(const std::filesystem::path& folder) const {
     p.setParam("id", item.id);
     p.setParam("name", item.name);
     p.setParam("file", item.file.lexically_proximate(folder).generic_string());
+    if (item.own) p.setParam("own", true);
   }
   for (const Step& step : steps) {
     Properties& p = properties.addSubProperties("step");
@@ -66,6 +69,7 @@ Properties Session::toProperties(const std::filesystem::path& folder) const {
     p.setParam("output", step.output);
     p.setParam("outputName", step.outputName);
     p.setParam("run", step.run);
+    if (!step.stream.empty()) p.setParam("stream", step.stream);
     p.addSubProperties("configuration") = step.configuration;
   }
   if (!view.empty()) properties.addSubProperties("view") = view;

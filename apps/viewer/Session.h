@@ -12,9 +12,9 @@ namespace Kelvaris::Viewer {
 ///
 ///     <properties>
 ///       <param key="format">kelvaris-session</param> <param key="version">1</param>
-///       <properties key="item"> id, name, file (relative to the session's folder) </properties> ...
+///       <properties key="item"> id, name, file (relative to the session's folder), own </properties> ...
 ///       <properties key="step"> algorithm, inputs (ids of items), output (the id that the item which it makes gets),
-///         outputName, run, <properties key="configuration">...</properties> </properties> ...
+///         outputName, run, stream, <properties key="configuration">...</properties> </properties> ...
 ///       <properties key="view">...</properties>
 ///     </properties>
 ///
@@ -24,13 +24,15 @@ struct Session {
     int id = 0;
     std::string name;
     std::filesystem::path file;
+    bool own = false; ///< the session wrote the file, and removes it when it isn't needed any more
   };
   struct Step {
     std::string algorithm;
     std::vector<int> inputs;
     int output = 0; ///< 0: it has made none yet
     std::string outputName;
-    bool run = false; ///< it has been run, so that it is run again when the session is opened
+    bool run = false;   ///< it has been run, so that it is run again when the session is opened
+    std::string stream; ///< what the stream that it makes from nothing does: running, paused, stopped; empty: none
     Properties configuration;
   };
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,11 @@ namespace Kelvaris::Viewer::SessionFile {
 std::filesystem::path dataFolder(const std::filesystem::path& sessionFile);
 
 /// Writes the data first, by the id of their items, under names that no file has yet, and gives the items these names.
-/// So a session that is there before stays whole until the new one takes its place.
+/// So a session that is there before stays whole until the new one takes its place. After that, those of the `unused`
+/// files go that neither the session nor another one beside it names. Of what fails nothing is left.
 void save(const std::filesystem::path& path, Session& session,
-          const std::map<int, std::shared_ptr<const SharedImageSet>>& data, Progress& progress);
+          const std::map<int, std::shared_ptr<const SharedImageSet>>& data,
+          const std::set<std::filesystem::path>& unused, Progress& progress);
 
 struct Opened {
   Session session;

@@ -45,6 +45,14 @@ QString asFileName(QString name) {
   return name;
 }
 
+/// The stream that the item's emissions are made of in the end: those of steps work as it does.
+Stream& sourceOf(const DataItem& item) {
+  const DataItem* source = &item;
+  while (source->producer() && !source->producer()->inputs().empty() && source->producer()->inputs().front()->stream())
+    source = source->producer()->inputs().front();
+  return *source->stream();
+}
+
 } // namespace
 
 QAction* ViewerWindow::addAction(QMenu& menu, const QString& text, const QString& tip, const QKeySequence& keys,
@@ -176,8 +184,8 @@ void ViewerWindow::makeLiveMenu() {
   QMenu& menu = *menuBar()->addMenu(tr("&Live"));
   m_startStop = addAction(menu, tr("&Start or stop"), tr("Start the selected stream, or stop it"),
                           QKeySequence("Ctrl+T"), [this] {
-                            ImageStream& stream = *selectedItem()->stream();
-                            stream.state() == Stream::State::Running ? stream.stopAsync() : stream.startAsync();
+                            Stream& source = sourceOf(*selectedItem());
+                            source.state() == Stream::State::Running ? source.stopAsync() : source.startAsync();
                           });
   m_pause =
       addAction(menu, tr("&Pause the display"), tr("Hold the picture; the stream goes on"), QKeySequence("Ctrl+P"), {});
@@ -269,7 +277,7 @@ bool ViewerWindow::saveSession() {
   const auto& present = m_workspace.sessionFile();
   const QString name = present.empty() ? tr("session") : QString::fromStdString(present.stem().string());
   const QString path = askWhereTo(tr("Save session"), name, tr(kSessionFilter), "kvs");
-  if (!path.isEmpty()) m_workspace.saveSession(path.toStdString());
+  if (!path.isEmpty()) m_workspace.saveSession(path.toStdString(), viewOfSession());
   return !path.isEmpty();
 }
 

@@ -112,8 +112,8 @@ void ViewerWindow::makeDocks(LogModel& log) {
   };
   m_dataDock = add("dataDock", tr("Data"), m_dataList, Qt::LeftDockWidgetArea);
   m_logDock = add("logDock", tr("Log"), new LogPanel(log, this), Qt::BottomDockWidgetArea);
-  resizeDocks({m_dataDock}, {400}, Qt::Horizontal);
-  resizeDocks({m_logDock}, {150}, Qt::Vertical);
+  resizeDocks({m_dataDock}, {std::min(400, width() * 2 / 7)}, Qt::Horizontal);
+  resizeDocks({m_logDock}, {std::min(150, height() / 6)}, Qt::Vertical);
   connect(m_controllers, &ControllerDocks::computeRequested, this, [this](Algorithm* algorithm) {
     if (Step* step = m_workspace.stepOf(*algorithm)) m_workspace.run(*step);
   });
@@ -121,6 +121,7 @@ void ViewerWindow::makeDocks(LogModel& log) {
     if (Step* step = m_workspace.stepOf(*algorithm)) m_workspace.cancel(*step);
   });
   connect(m_dataList, &DataListPanel::selectionChanged, this, &ViewerWindow::showSelection);
+  connect(m_dataList, &DataListPanel::kindsChanged, this, &ViewerWindow::updateActions);
   connect(m_dataList, &DataListPanel::activated, this, &ViewerWindow::showSettings);
   connect(m_algorithmMenu, &AlgorithmMenu::chosen, this, &ViewerWindow::applyAlgorithm);
   connect(m_recentFiles, &RecentFiles::chosen, this, [this](const QString& path) { open(path.toStdString()); });
@@ -135,12 +136,16 @@ void ViewerWindow::makeStatusBar() {
                               "had come"));
   connect(m_view, &ImageView::pointed, m_pointed, &QLabel::setText);
   connect(m_live, &LiveDisplay::statusChanged, m_liveStatus, &QLabel::setText);
+  connect(m_live, &LiveDisplay::started, this, &ViewerWindow::restoreView);
   connect(m_busy, &BusyIndicator::cancelRequested, this, &ViewerWindow::cancelAll);
 }
 
 void ViewerWindow::connectWorkspace() {
   connect(&m_workspace, &Workspace::itemAdded, this, [this](DataItem* item) {
-    m_dataList->select(*item);
+    if (m_pendingView)
+      restoreView();
+    else
+      m_dataList->select(*item);
     if (!item->file().empty()) m_recentFiles->add(QString::fromStdString(item->file().string()));
     if (!m_pendingChain.empty() && !item->producer()) m_workspace.applyChain(std::exchange(m_pendingChain, {}), *item);
   });
@@ -149,6 +154,7 @@ void ViewerWindow::connectWorkspace() {
     updateActions();
   });
   connect(&m_workspace, &Workspace::itemAboutToBeRemoved, this, [this](DataItem* item) {
+    m_pendingView.reset();
     if (item != m_shown) return;
     m_shown = nullptr;
     m_live->stop();
@@ -162,7 +168,11 @@ void ViewerWindow::connectWorkspace() {
   connect(&m_workspace, &Workspace::stepChanged, this, [this](Step* step) { showState(*step); });
   connect(&m_workspace, &Workspace::progress, this, &ViewerWindow::showProgress);
   connect(&m_workspace, &Workspace::busyChanged, m_busy, &BusyIndicator::setBusy);
-  connect(&m_workspace, &Workspace::busyChanged, this, [this] { m_busySince.start(); });
+  connect(&m_workspace, &Workspace::busyChanged, this, [this](bool busy) {
+    m_busySince.start();
+    // What was shown when the session was saved doesn't come: the step fails.
+    if (!busy && m_pendingView && !m_workspace.item(m_pendingView->item)) m_pendingView.reset();
+  });
   connect(&m_workspace, &Workspace::failed, this, [this](const QString& text) {
     m_onceSaved = nullptr;
     showError(text);
@@ -183,10 +193,11 @@ void ViewerWindow::connectWorkspace() {
     updateTitle();
     if (const auto then = std::exchange(m_onceSaved, nullptr)) then();
   });
-  connect(&m_workspace, &Workspace::sessionOpened, this, [this](const QString& path, const Properties&) {
+  connect(&m_workspace, &Workspace::sessionOpened, this, [this](const QString& path, const Properties& view) {
     m_touched = false;
     m_recentFiles->add(path);
     updateTitle();
+    takeViewOfSession(view);
   });
   connect(&m_workspace, &Workspace::modifiedChanged, this, &ViewerWindow::updateTitle);
   connect(&m_undoStack, &QUndoStack::indexChanged, this, [this] { m_touched = true; });
@@ -236,7 +247,10 @@ void ViewerWindow::addControllerOf(Step& step) {
 
 void ViewerWindow::showSelection() {
   const std::vector<DataItem*> items = m_dataList->selectedItems();
-  if (items.size() == 1) showItem(*items.front());
+  if (items.size() == 1) {
+    if (m_pendingView && items.front()->id() != m_pendingView->item) m_pendingView.reset(); // the user goes elsewhere
+    showItem(*items.front());
+  }
   const Step* const step = items.size() == 1 ? items.front()->producer() : m_dataList->selectedStep();
   if (step) m_controllers->reveal(step->algorithm(), false);
   updateActions();
@@ -251,6 +265,38 @@ void ViewerWindow::showItem(DataItem& item) {
     m_live->stop();
     m_view->showImages(item.snapshot());
   }
+}
+
+Properties ViewerWindow::viewOfSession() const {
+  Properties view;
+  if (!m_shown) return view;
+  view.setParam("selected", m_shown->id());
+  view.setParam("paused", m_pause->isChecked());
+  (m_pendingView ? m_pendingView->state : m_view->state()).writeTo(view);
+  return view;
+}
+
+void ViewerWindow::takeViewOfSession(const Properties& view) {
+  std::vector<std::string> problems;
+  PendingView pending{0, ViewState::from(view, problems)};
+  bool paused = false;
+  for (const auto& [key, isRead] :
+       {std::pair("selected", view.param("selected", pending.item)), std::pair("paused", view.param("paused", paused))})
+    if (!isRead && view.hasParam(key)) problems.push_back(std::string("The session's view has a bad value for ") + key);
+  m_pause->setChecked(paused);
+  for (const std::string& problem : problems)
+    showError(QString::fromStdString(problem));
+  if (pending.item == 0) return;
+  m_pendingView = pending;
+  restoreView();
+}
+
+void ViewerWindow::restoreView() {
+  DataItem* const item = m_pendingView ? m_workspace.item(m_pendingView->item) : nullptr;
+  if (!item) return;
+  if (item != m_shown) m_dataList->select(*item);
+  if (item != m_shown || !m_view->images()) return; // a stream shows nothing before its first emission
+  m_view->setState(std::exchange(m_pendingView, std::nullopt)->state);
 }
 
 void ViewerWindow::updateActions() {

@@ -2,6 +2,7 @@
 
 #include "viewer/LogModel.h"
 #include "viewer/Workspace.h"
+#include "viewer/view/ViewState.h"
 
 #include "Gui/MainWindow.h"
 
@@ -12,6 +13,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -72,6 +74,10 @@ private:
   // What the window shows
   void showSelection();
   void showItem(DataItem& item);
+  /// What a session keeps of the window, and how it comes back: as soon as what was shown is there again.
+  Properties viewOfSession() const;
+  void takeViewOfSession(const Properties& view);
+  void restoreView();
   void showProgress(Step* step, const QString& text, int done, int steps);
   void showState(Step& step);
   void showError(const QString& text);
@@ -128,7 +134,12 @@ private:
           *m_saveChain = nullptr, *m_rename = nullptr, *m_remove = nullptr, *m_showSettings = nullptr, *m_run = nullptr,
           *m_startStop = nullptr, *m_pause = nullptr, *m_record = nullptr, *m_dark = nullptr;
 
-  DataItem* m_shown = nullptr;          ///< in the view
+  struct PendingView {
+    int item;
+    ViewState state;
+  };
+  DataItem* m_shown = nullptr; ///< in the view
+  std::optional<PendingView> m_pendingView;
   int m_failedStep = 0;                 ///< of which the message speaks
   std::filesystem::path m_pendingChain; ///< for the next item that is read
   bool m_touched = false;               ///< the user has made something since the last session

@@ -7,6 +7,7 @@
 #include "viewer/Session.h"
 #include "viewer/SessionFile.h"
 #include "viewer/Step.h"
+#include "viewer/StreamRecordings.h"
 
 #include "Core/Properties.h"
 #include "Lib/AlgorithmFactory.h"
@@ -19,10 +20,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace Kelvaris::Viewer {
+
+struct Run;
 
 /// What the viewer works on: a list of data, and steps that make data from data. It needs no window.
 ///
@@ -103,9 +107,9 @@ public:
   /// Records the next emissions (0: until stopRecording()) into a new item, "<name> recording". The recording ends by
   /// itself when the stream goes away, and, with failed(), when it takes half of the machine's memory. A second
   /// recording of the stream at the same time is refused by failed().
-  void startRecording(DataItem& stream, int emissions = 0);
-  void stopRecording(DataItem& stream);
-  bool isRecording(const DataItem& stream) const;
+  void startRecording(DataItem& stream, int emissions = 0) { m_recordings.start(stream, emissions); }
+  void stopRecording(DataItem& stream) { m_recordings.stop(stream); }
+  bool isRecording(const DataItem& stream) const { return m_recordings.isRecording(stream); }
 
   // Sessions: the list of data, the steps with their settings, and what a window wants to keep. Data of files are kept
   // by their names relative to the session's file; other data that no step makes are written to a folder beside it.
@@ -151,8 +155,6 @@ Q_SIGNALS:
   void failed(const QString& text);
 
 private:
-  struct Run;
-  struct Recording;
   struct PendingStep {
     int id; ///< that it will have
     Session::Step step;
@@ -187,11 +189,13 @@ private:
                   std::map<int, std::shared_ptr<const SharedImageSet>>& unsaved);
   void restore(const std::filesystem::path& file, SessionFile::Opened& opened);
   void setUnmodified();
+  /// The item has another file now, or none, or goes.
+  void leaveFile(const DataItem& item);
+  /// Has the stream that the step has made from nothing do what it did.
+  void restoreStream(Step& step, const std::string& state);
   /// By the ids of the steps.
   std::map<int, Properties> streamSettings() const;
 
-  void reportRecordings();
-  void finishRecording(int itemId);
   QString unusedName(const QString& name) const;
 
   std::vector<std::unique_ptr<DataItem>> m_items;
@@ -199,7 +203,7 @@ private:
   int m_nextId = 1;                   ///< of items and of steps
   std::vector<PendingStep> m_pending; ///< that wait for their inputs
   bool m_pendingDue = false;          ///< they are going to be looked at again
-  std::vector<Recording> m_recordings;
+  StreamRecordings m_recordings;
 
   std::shared_ptr<Run> m_run; ///< the one that is going on
   QTimer m_due;
@@ -208,9 +212,10 @@ private:
   bool m_modified = false;
   int m_modifications = 0; ///< how often it has been modified
   std::filesystem::path m_sessionFile;
-  std::map<int, Properties> m_streamSettings; ///< as they were when it was last seen to
+  std::set<std::filesystem::path> m_unusedFiles; ///< that sessions have written, for items that don't need them now
+  std::map<int, Properties> m_streamSettings;    ///< as they were when it was last seen to
 
-  CoalescedCall m_changes, m_runReports, m_recordingReports;
+  CoalescedCall m_changes, m_runReports;
   FileJobs m_files; ///< last, these two: what they do uses the rest
   BackgroundThread m_runner;
 };

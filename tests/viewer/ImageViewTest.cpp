@@ -1,5 +1,6 @@
 #include "ImageViewTools.h"
 
+#include "support/ErrorOf.h"
 #include "viewer/view/CinePlayer.h"
 
 #include <QComboBox>
@@ -70,6 +71,52 @@ TEST(ImageView, TellsThePixelUnderTheMouseUnderZoomAndPan) {
   QEvent leave(QEvent::Leave);
   QApplication::sendEvent(&shown.canvas, &leave);
   EXPECT_EQ(shown.pointed, "");
+}
+
+TEST(ImageView, IsLookedAtAsBefore) {
+  const auto images = setOf({numbered(0), numbered(1), numbered(2)});
+  const ViewState states[] = {{},
+                              {2, 1, DisplayMapping{DisplayMapping::Law::Decibels, -12.5, 1.0 / 3.0}, "Hot", 0.0, {}},
+                              {1, 0, DisplayMapping{DisplayMapping::Law::Linear, 0.1, 1e5}, "Gray", 60.0, {11.0, 7.5}}};
+  for (const ViewState& state : states) {
+    Properties properties;
+    state.writeTo(properties);
+    std::vector<std::string> problems;
+    EXPECT_EQ(ViewState::from(properties, problems), state);
+    EXPECT_TRUE(problems.empty());
+    ShownView shown(images);
+    const DisplayMapping first = shown.view.mapping();
+    shown.view.setColorMap(1);
+    shown.canvas.zoom(2.0);
+    shown.view.setState(state);
+    const ViewState back = shown.view.state();
+    EXPECT_EQ(back.image, state.image);
+    EXPECT_EQ(back.slice, state.slice);
+    EXPECT_EQ(back.mapping, state.mapping.value_or(first));
+    EXPECT_EQ(back.colorMap, state.colorMap);
+    EXPECT_NEAR(back.magnification, state.magnification, 1e-9);
+    EXPECT_NEAR(back.center.x(), state.center.x(), 1e-9);
+    EXPECT_NEAR(back.center.y(), state.center.y(), 1e-9);
+  }
+  const struct {
+    std::vector<Properties::Param> params;
+    const char* problem;
+  } cases[] = {{{{"image", "-1"}}, "has the image \"-1\", expected 0 or more"},
+               {{{"slice", "x"}}, "has the slice \"x\""},
+               {{{"colorMap", "Mauve"}}, "has the colorMap \"Mauve\", expected the name of a colour map"},
+               {{{"magnification", "inf"}}, "has the magnification \"inf\""},
+               {{{"center", "1 nan"}}, "has the center \"1 nan\", expected two numbers"},
+               {{{"law", "cubic"}, {"low", "1"}, {"high", "2"}}, "expected linear or decibels"},
+               {{{"low", "nan"}}, "has the low \"nan\""},
+               {{{"low", "2"}, {"high", "2"}}, "shows values from 2 to 2"}};
+  for (const auto& c : cases) {
+    Properties properties;
+    properties.setParams(c.params);
+    std::vector<std::string> problems;
+    EXPECT_EQ(ViewState::from(properties, problems), ViewState()) << c.problem;
+    ASSERT_EQ(problems.size(), 1U) << c.problem;
+    EXPECT_CONTAINS(problems[0], c.problem);
+  }
 }
 
 TEST(ImageView, TheWheelZoomsAboutTheMouse) {

@@ -11,6 +11,7 @@
 #include "viewer/ViewerTestTools.h"
 
 #include <filesystem>
+#include <set>
 
 namespace Kelvaris::Viewer {
 namespace {
@@ -218,6 +219,43 @@ TEST_F(SessionTest, KnowsWhatIsModified) {
   EXPECT_TRUE(workspace->isModified());
 }
 
+TEST_F(SessionTest, RemovesItsOwnFilesThatNothingUses) {
+  for (const float value : {1.0F, 2.0F, 3.0F})
+    add(value);
+  save(folder / "a.session");
+  const fs::path data = folder / "a.data";
+  KelvarisFile::save(data / "mine.kvx", *imagesOf(9.0F));
+  reopen(folder / "a.session");
+  workspace->open(data / "mine.kvx");
+  ASSERT_TRUE(awaitIdle());
+  workspace->remove(*workspace->items()[3]);
+  workspace->remove(*workspace->items()[0]);
+  EXPECT_TRUE(fs::exists(data / "1.kvx")) << "the session as it was saved needs it";
+  const auto saveAndList = [&] {
+    save(folder / "a.session");
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(data))
+      names.insert(entry.path().filename());
+    return names;
+  };
+  using Names = std::set<std::string>;
+  fs::copy_file(folder / "a.session", folder / "copy.session");
+  EXPECT_EQ(saveAndList(), Names({"1.kvx", "2.kvx", "3.kvx", "mine.kvx"})) << "the copy needs it";
+  fs::remove(folder / "copy.session");
+  workspace->remove(*workspace->items()[0]);
+  EXPECT_EQ(saveAndList(), Names({"3.kvx", "mine.kvx"}));
+  // What couldn't be read isn't lost, and a session that can't be written leaves no data.
+  Tests::writeFile(data / "3.kvx", "broken");
+  reopen(folder / "a.session");
+  add(4.0F);
+  fs::create_directory(folder / "b.session");
+  workspace->saveSession(folder / "b.session");
+  ASSERT_TRUE(awaitIdle());
+  EXPECT_EQ(failures.size(), 2) << failures.join("\n").toStdString();
+  EXPECT_FALSE(fs::exists(folder / "b.data"));
+  EXPECT_EQ(saveAndList(), Names({"3.kvx", "4.kvx", "mine.kvx"}));
+}
+
 /// The simulated stream, an executor of the plugin on it, and one of the host on that.
 TEST_F(SessionTest, StreamsComeBackAndRun) {
   KELVARIS_REQUIRE_GL();
@@ -272,6 +310,21 @@ TEST_F(SessionTest, StreamsComeBackAndRun) {
   workspace->remove(*workspace->items()[1]);
   EXPECT_EQ(workspace->items().size(), 1U);
   EXPECT_EQ(workspace->steps().size(), 1U);
+  using State = Stream::State;
+  for (const auto& [command, state] :
+       {std::pair(&Stream::pauseAsync, State::Paused), std::pair(&Stream::stopAsync, State::Open)}) {
+    EXPECT_TRUE((workspace->items()[0]->stream()->*command)().get());
+    std::string text = save(folder / "a.session");
+    reopen(folder / "a.session");
+    EXPECT_TRUE(await([&, wanted = state] { return workspace->items()[0]->stream()->state() == wanted; }));
+    if (state == State::Paused) continue;
+    text.replace(text.find("stopped"), 7, "asleep");
+    Tests::writeFile(folder / "b.session", text);
+    reopen(folder / "b.session");
+    ASSERT_EQ(failures.size(), 1);
+    EXPECT_CONTAINS(failures.takeFirst().toStdString(), "is \"asleep\", expected running, paused or stopped; it runs");
+    EXPECT_EQ(workspace->items()[0]->stream()->state(), State::Running);
+  }
   EXPECT_TRUE(failures.isEmpty()) << failures.join("\n").toStdString();
 }
 

@@ -9,6 +9,7 @@
 #include "viewer/LiveDisplay.h"
 #include "viewer/MessageBar.h"
 #include "viewer/ViewerWindow.h"
+#include "viewer/view/ImageCanvas.h"
 #include "viewer/view/ImageView.h"
 
 #include "Lib/PluginManager.h"
@@ -21,6 +22,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QTimer>
+#include <QTreeWidget>
 #include <QtTest>
 
 #include <gtest/gtest.h>
@@ -119,7 +121,8 @@ void chooseFile(ViewerWindow& window, const QStringList& entry, const fs::path& 
     ASSERT_TRUE(name);
     name->setText(QString::fromStdString(file.string())); // typed, a list of guesses would come up
     auto* const buttons = QApplication::activeModalWidget()->findChild<QDialogButtonBox*>();
-    QTest::mouseClick(buttons->button(QDialogButtonBox::Open), Qt::LeftButton);
+    for (QAbstractButton* button : buttons->buttons())
+      if (buttons->buttonRole(button) == QDialogButtonBox::AcceptRole) QTest::mouseClick(button, Qt::LeftButton);
   });
   dialogs.start(10);
   ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, entry));
@@ -163,6 +166,25 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   EXPECT_TRUE(waitUntil([&] { return !findPicture(screenshot(), m_picture).has_value(); }));
   QTest::keyClick(field, Qt::Key_Z, Qt::ControlModifier);
   EXPECT_TRUE(waitUntil([&] { return findPicture(screenshot(), m_picture).has_value(); }));
+
+  // The session comes back as it was looked at, though the last step's result isn't what was.
+  auto* const list = window.findChild<QTreeWidget*>("dataList");
+  list->setCurrentItem(list->topLevelItem(0));
+  const int shown = window.view().images()->get(0).descriptor().width();
+  window.view().setColorMap(2);
+  window.view().setMapping({Viewer::DisplayMapping::Law::Decibels, -3.0, 55.5});
+  window.view().canvas().lookAt({20.0, 900.0}, 3.0);
+  const Viewer::ViewState state = window.view().state();
+  ASSERT_NO_FATAL_FAILURE(chooseFile(window, {"File", "Save session..."}, m_folder / "a.kvs"));
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(m_folder / "a.kvs") && !workspace.isBusy(); }));
+  window.open(m_folder / "a.kvs");
+  ASSERT_TRUE(waitUntil([&] { return workspace.items().size() == 4 && !workspace.isBusy(); }));
+  EXPECT_EQ(window.view().images()->get(0).descriptor().width(), shown);
+  const Viewer::ViewState back = window.view().state();
+  EXPECT_EQ(back.mapping, state.mapping);
+  EXPECT_EQ(back.colorMap, state.colorMap);
+  EXPECT_NEAR(back.magnification, 3.0, 1e-9);
+  EXPECT_NEAR(back.center.y(), state.center.y(), 0.5);
 }
 
 TEST_F(ViewerTest, TheProgramShowsThePictureOfTheCommandLine) {

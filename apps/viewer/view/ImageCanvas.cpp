@@ -91,6 +91,11 @@ void ImageCanvas::zoom(double factor) {
   changed();
 }
 
+void ImageCanvas::lookAt(const QPointF& place, double magnification) {
+  m_transform.lookAt(place, magnification);
+  changed();
+}
+
 std::optional<QPointF> ImageCanvas::pointedPlace() const {
   if (m_picture.isNull()) return std::nullopt;
   if (m_mouse) {

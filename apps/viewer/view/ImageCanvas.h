@@ -43,6 +43,8 @@ public:
   void oneToOne();
   /// About the middle.
   void zoom(double factor);
+  /// As ViewTransform::lookAt().
+  void lookAt(const QPointF& place, double magnification);
 
   /// What shows through masked pixels that have no colour: a tint with stripes, nothing that a gray level could be
   /// taken for.

@@ -258,6 +258,28 @@ void ImageView::setColorMap(int index) {
   m_controls->setColorMap(index);
 }
 
+ViewState ImageView::state() const {
+  ViewState state{imageIndex(), slice(), std::nullopt, m_controls->colorMap().name, 0.0, {}};
+  if (m_pixels && !m_awaitsValues && m_contents != Contents::Color) state.mapping = mapping();
+  const ViewTransform& transform = m_canvas->transform();
+  if (m_canvas->picture().isNull() || transform.isFitted()) return state;
+  state.magnification = transform.magnification();
+  state.center = transform.center();
+  return state;
+}
+
+void ImageView::setState(const ViewState& state) {
+  if (!m_pixels) return;
+  setImageIndex(state.image);
+  setSlice(state.slice);
+  if (state.mapping && m_contents != Contents::Color) setMapping(*state.mapping);
+  setColorMap(std::max(colorMapIndex(state.colorMap), 0));
+  if (state.magnification > 0.0)
+    m_canvas->lookAt(state.center, state.magnification);
+  else
+    m_canvas->fit();
+}
+
 bool ImageView::isPlaying() const {
   return m_player->isPlaying();
 }

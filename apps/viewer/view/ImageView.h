@@ -3,6 +3,7 @@
 #include "Lib/SharedImageSet.h"
 #include "viewer/view/Contents.h"
 #include "viewer/view/PixelCoordinates.h"
+#include "viewer/view/ViewState.h"
 
 #include <QImage>
 #include <QWidget>
@@ -63,6 +64,11 @@ public:
   /// Index into colorMaps().
   int colorMap() const;
   void setColorMap(int index);
+
+  /// Slice, mapping, colours and zoom of what is shown, to look at the same images in the same way later.
+  ViewState state() const;
+  /// The nearest that there is. Nothing where nothing is shown.
+  void setState(const ViewState& state);
 
   bool isPlaying() const;
   /// Plays the images over and over; nothing for one image.

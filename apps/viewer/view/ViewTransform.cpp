@@ -82,6 +82,12 @@ void ViewTransform::pan(const QPointF& distance) {
   settle();
 }
 
+void ViewTransform::lookAt(const QPointF& place, double magnification) {
+  if (isEmpty()) return;
+  zoom(middle(), magnification / this->magnification());
+  pan(middle() - toWindow(place));
+}
+
 void ViewTransform::settle() {
   if (isEmpty()) return;
   m_offset = {settled(m_offset.x(), m_size.width() * m_scale.width(), m_window.width()),

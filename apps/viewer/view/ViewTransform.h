@@ -32,8 +32,12 @@ public:
   /// is less) and 64 device pixels for the shorter side of a pixel of the slice.
   void zoom(const QPointF& point, double factor);
   void pan(const QPointF& distance);
+  /// Brings the place to the middle at that magnification, both as far as zoom() and the edges let them.
+  void lookAt(const QPointF& place, double magnification);
 
   bool isFitted() const { return m_fitted; }
+  /// In the middle of the window.
+  QPointF center() const { return toPlace(middle()); }
   bool isOneToOne() const { return m_oneToOne; }
   /// Whether there is more than the window shows.
   bool canPan() const;

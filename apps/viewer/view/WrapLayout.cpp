@@ -18,22 +18,20 @@ QLayoutItem* WrapLayout::takeAt(int index) {
   return index >= 0 && index < m_items.size() ? m_items.takeAt(index) : nullptr;
 }
 
-QSize WrapLayout::sizeHint() const {
-  const int width = parentWidget() && parentWidget()->width() > 0 ? parentWidget()->width() : 0;
-  const QSize least = minimumSize();
-  return {least.width(), std::max(least.height(), heightForWidth(std::max(width, least.width())))};
-}
-
 QSize WrapLayout::minimumSize() const {
-  QSize size;
+  int width = 0;
   for (const QLayoutItem* item : m_items)
-    if (!item->isEmpty()) size = size.expandedTo(item->minimumSize());
-  return size;
+    if (!item->isEmpty()) width = std::max(width, item->minimumSize().width());
+  return {width, heightForWidth(std::max(width, m_width))};
 }
 
 void WrapLayout::setGeometry(const QRect& rect) {
   QLayout::setGeometry(rect);
+  const int before = minimumSize().height();
+  m_width = rect.width();
   arrange(rect, true);
+  // The layouts of main windows know no heights that hang on widths.
+  if (parentWidget() && minimumSize().height() != before) parentWidget()->updateGeometry();
 }
 
 int WrapLayout::arrange(const QRect& rect, bool place) const {
