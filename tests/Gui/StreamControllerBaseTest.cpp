@@ -39,6 +39,11 @@ private:
   bool m_pauses;
 };
 
+std::unique_ptr<Stream> makeProbe(int& status) {
+  status = Algorithm::Success;
+  return std::make_unique<Probe>();
+}
+
 struct MakesStream : StreamAlgorithm {
   explicit MakesStream(std::function<std::unique_ptr<Stream>(int& status)> make) : m_make(std::move(make)) {}
   void compute() override {
@@ -70,10 +75,7 @@ struct Panel : StreamControllerBase {
 
 TEST(StreamControllerBaseTest, ControlsFollowTheStreamUntilItEnds) {
   Tests::FakeWindow window;
-  MakesStream algorithm([](int& status) {
-    status = Algorithm::Success;
-    return std::make_unique<Probe>();
-  });
+  MakesStream algorithm(makeProbe);
   Panel panel(&algorithm);
   panel.setMainWindow(&window);
   panel.init();
@@ -108,10 +110,7 @@ TEST(StreamControllerBaseTest, ControlsFollowTheStreamUntilItEnds) {
 }
 
 TEST(StreamControllerBaseTest, TheTabKeyReachesTheControlsBehindThePanelsOwn) {
-  MakesStream algorithm([](int& status) {
-    status = Algorithm::Success;
-    return std::make_unique<Probe>();
-  });
+  MakesStream algorithm(makeProbe);
   QWidget window;
   Panel panel(&algorithm);
   panel.setParent(&window);
@@ -170,10 +169,7 @@ TEST(StreamControllerBaseTest, ControlsFitIntoAnyLayout) {
                 false},
                {[](QWidget* panel) { QtHelpers::make<QHBoxLayout>(panel); }, true}};
   for (const auto& c : cases) {
-    MakesStream algorithm([](int& status) {
-      status = Algorithm::Success;
-      return std::make_unique<Probe>();
-    });
+    MakesStream algorithm(makeProbe);
     Panel panel(&algorithm, c.ownButtons);
     c.arrange(&panel);
     panel.init();

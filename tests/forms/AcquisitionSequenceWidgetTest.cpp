@@ -26,7 +26,6 @@ namespace {
 using US::AcquisitionSequence;
 using US::AcquisitionSequenceWidget;
 using US::FrameAcquisition;
-using US::FrameParameters;
 using US::Transducer;
 
 class AcquisitionSequenceWidgetTest : public ::testing::Test {
@@ -95,9 +94,7 @@ TEST_F(AcquisitionSequenceWidgetTest, PublishesEditsWhenTheyAreApplied) {
 TEST_F(AcquisitionSequenceWidgetTest, RemovesTheFrameThatIsSelected) {
   const std::vector<std::vector<double>> left = {{32.0, 33.0}, {31.0, 33.0}, {31.0, 32.0}};
   for (int removed = 0; removed < 3; ++removed) {
-    form.setAcquisitionSequence(AcquisitionSequence(std::vector<FrameAcquisition>{
-        FrameAcquisition(Transducer::createLinear(64, 0.15),
-                         FrameParameters{0, 30.0, 3e6, 2.0, 1.54e6, 8, 8, 1e7, {20.0, 0.0, 3}, {}, {}})}));
+    form.setAcquisitionSequence(AcquisitionSequence(std::vector{focusedFrame(Transducer::createLinear(64, 0.15))}));
     makeThree();
     list.setCurrentRow(removed);
     click(form, "removeFrameAcquisitionButton");
@@ -129,8 +126,7 @@ TEST_F(AcquisitionSequenceWidgetTest, GivesAllFramesTheTransducer) {
 }
 
 TEST_F(AcquisitionSequenceWidgetTest, KeepsASequenceAsItIsUntilAnEditIsApplied) {
-  const FrameAcquisition frame(Transducer::createLinear(96, 0.2),
-                               FrameParameters{0, 30.0, 3e6, 2.0, 1.54e6, 8, 8, 1e7, {20.0, 0.0, 2}, {}, {}});
+  const FrameAcquisition frame = focusedFrame(Transducer::createLinear(96, 0.2), 2);
   const AcquisitionSequence sequence({frame, frame}, {1, 2},
                                      std::vector(2, AcquisitionSequence::EnsembleMode::PerEvent), {1e-4, std::nullopt});
   form.setAcquisitionSequence(sequence);
@@ -178,8 +174,7 @@ TEST_F(AcquisitionSequenceWidgetTest, RefusesToApplyWhatMakesNoSequence) {
 }
 
 TEST_F(AcquisitionSequenceWidgetTest, RefusesEventsOfElementsThatTheArrayDoesntHave) {
-  FrameAcquisition frame(Transducer::createLinear(64, 0.15),
-                         FrameParameters{0, 30.0, 3e6, 2.0, 1.54e6, 8, 8, 1e7, {20.0, 0.0, 3}, {}, {}});
+  FrameAcquisition frame = focusedFrame(Transducer::createLinear(64, 0.15));
   frame.events().pop_back(); // not those of the parameters any more
   form.setAcquisitionSequence(AcquisitionSequence({frame}));
   enter(form, "numberElementsSpinBox", "36");
@@ -249,13 +244,6 @@ TEST(AcquisitionSequenceWidgetEndTest, EndsInTheMiddleOfAnEdit) {
   QTest::keyClicks(&box, "1");
   form.reset();
   EXPECT_EQ(finished, 1) << "the box lost the focus when nothing but QWidgets was left";
-}
-
-TEST_F(AcquisitionSequenceWidgetTest, TheTabKeyWalksDownTheForm) {
-  click(form, "addFrameAcquisitionButton");
-  const QStringList reached = walkDownByTab(form, list);
-  for (const char* widget : {"focalDepthDoubleSpinBox", "pitchDoubleSpinBox", "applyButton"})
-    EXPECT_TRUE(reached.contains(widget)) << widget;
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "Core/Configurable.h"
 #include "Core/Properties.h"
+#include "model/FrameAcquisition.h"
 
 #include <QAbstractSpinBox>
 #include <QPushButton>
@@ -48,6 +49,11 @@ inline double number(const Configurable& object, const char* key) {
   double value = 0.0;
   if (!properties.param(key, value)) throw std::runtime_error(std::string("no ") + key + " in the configuration");
   return value;
+}
+
+/// Focused beams of 8 elements, 30 mm deep.
+inline US::FrameAcquisition focusedFrame(const US::Transducer& transducer, int beams = 3) {
+  return {transducer, US::FrameParameters{0, 30.0, 3e6, 2.0, 1.54e6, 8, 8, 1e7, {20.0, 0.0, beams}, {}, {}}};
 }
 
 /// Counts a signal, and keeps what it brought last.

@@ -125,8 +125,7 @@ TEST(FrameAcquisitionWidgetTest, ShowsAFrameWithoutASignalAndKeepsWhatTheBoxesCa
 }
 
 TEST(FrameAcquisitionWidgetTest, EventsWithoutParametersStayUntilAScanTypeIsChosen) {
-  FrameAcquisition frame(Transducer::createLinear(64, 0.15),
-                         FrameParameters{0, 30.0, 3e6, 2.0, 1.54e6, 8, 8, 1e7, {20.0, 0.0, 3}, {}, {}});
+  FrameAcquisition frame = focusedFrame(Transducer::createLinear(64, 0.15));
   frame.events().pop_back();
   FrameAcquisitionWidget form;
   form.setFrameAcquisition(frame);

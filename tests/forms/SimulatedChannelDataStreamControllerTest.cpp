@@ -107,14 +107,16 @@ TEST_F(SimulatedStreamPanel, EveryWidgetReachesTheRunningStream) {
   EXPECT_EQ(stream().pixelType(), PixelInt16);
 }
 
-TEST_F(SimulatedStreamPanel, ShowsTheStreamAndChangesNothingInIt) {
+TEST_F(SimulatedStreamPanel, ShowsTheStreamAndChangesNothingInItButItsState) {
   stream().setTargetFrameRate(120.125);
   stream().setNoiseAmplitude(123.456);
   stream().setPhantomOrigin({-80.0, 12.345, 3.0});
   stream().setPhantomType(PhantomType::Grid5mm);
   stream().setPixelType(PixelFloat);
-  stream().stopAsync(); // what the stream does brings the panel up to date
+  ASSERT_TRUE(QTest::qWaitFor([&] { return reads("startStopPushButton", "Stop"); }));
+  click(*panel, "startStopPushButton"); // what the stream does brings the panel up to date
   ASSERT_TRUE(QTest::qWaitFor([&] { return reads("startStopPushButton", "Start"); }));
+  EXPECT_EQ(stream().state(), Stream::State::Open);
   for (const auto& [box, text] :
        {std::pair{"targetFrameRateDoubleSpinBox", "50.00Hz"}, std::pair{"noiseAmplitudeDoubleSpinBox", "99.99"},
         std::pair{"phantomOriginXDoubleSpinBox", "-50.00"}, std::pair{"phantomOriginYDoubleSpinBox", "12.35"},
@@ -127,13 +129,6 @@ TEST_F(SimulatedStreamPanel, ShowsTheStreamAndChangesNothingInIt) {
   EXPECT_EQ(stream().noiseAmplitude(), 123.456);
   EXPECT_EQ(stream().phantomOrigin(), Eigen::Vector3d(-80.0, 12.345, 3.0));
   EXPECT_EQ(stream().acquisitionSequence(), kSequence);
-}
-
-TEST_F(SimulatedStreamPanel, StartsAndStops) {
-  ASSERT_TRUE(QTest::qWaitFor([&] { return reads("startStopPushButton", "Stop"); }));
-  click(*panel, "startStopPushButton");
-  ASSERT_TRUE(QTest::qWaitFor([&] { return reads("startStopPushButton", "Start"); }));
-  EXPECT_EQ(stream().state(), Stream::State::Open);
   const Receiver receiver(stream());
   click(*panel, "startStopPushButton");
   ASSERT_TRUE(QTest::qWaitFor([&] { return reads("startStopPushButton", "Stop") && receiver.count() > 2; }));
@@ -172,7 +167,8 @@ TEST_F(SimulatedStreamPanel, AppliesTheSequence) {
 
 TEST_F(SimulatedStreamPanel, TheTabKeyWalksDownThePanel) {
   const QStringList reached = walkDownByTab(*panel, child(*panel, "startStopPushButton"));
-  for (const char* widget : {"noiseAmplitudeDoubleSpinBox", "planeAngleRangeDoubleSpinBox", "dataLayoutZComboBox"})
+  for (const char* widget :
+       {"noiseAmplitudeDoubleSpinBox", "planeAngleRangeDoubleSpinBox", "pitchDoubleSpinBox", "dataLayoutZComboBox"})
     EXPECT_TRUE(reached.contains(widget)) << widget;
 }
 

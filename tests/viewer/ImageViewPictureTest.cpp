@@ -6,6 +6,7 @@
 #include "US/FrameGeometryMetadata.h"
 #include "US/PixelSize.h"
 #include "support/TemporaryFolder.h"
+#include "viewer/OnDisplay.h"
 #include "viewer/view/ColorMap.h"
 
 #include <QComboBox>
@@ -77,19 +78,6 @@ TEST(ImageViewPicture, HasTheColoursOfTheMapInTheWindow) {
     ASSERT_EQ(picture.pixel(x, 0), colorMaps()[4].colors[static_cast<std::size_t>(x)]) << x;
 }
 
-/// Whether `picture` lies in the screenshot somewhere, pixel for pixel.
-bool contains(const QImage& screenshot, const QImage& picture) {
-  for (int y = 0; y + picture.height() <= screenshot.height(); ++y)
-    for (int x = 0; x + picture.width() <= screenshot.width(); ++x) {
-      bool same = true;
-      for (int j = 0; same && j < picture.height(); ++j)
-        for (int i = 0; same && i < picture.width(); ++i)
-          same = screenshot.pixel(x + i, y + j) == picture.pixel(i, j);
-      if (same) return true;
-    }
-  return false;
-}
-
 TEST(ImageViewPicture, LiesOnWholeScreenPixelsOneToOne) {
   for (const auto& [spacing, size] :
        {std::pair(Eigen::Vector2d(0.2, 0.2), QSize(701, 603)), std::pair(Eigen::Vector2d(0.5, 0.2), QSize(698, 605)),
@@ -103,8 +91,7 @@ TEST(ImageViewPicture, LiesOnWholeScreenPixelsOneToOne) {
     window.show();
     QTest::keyClick(&shown.canvas, Qt::Key_1);
     QApplication::processEvents();
-    EXPECT_TRUE(contains(window.grab().toImage().convertToFormat(QImage::Format_RGB32),
-                         shown.view.picture().convertToFormat(QImage::Format_RGB32)))
+    EXPECT_TRUE(Tests::findPicture(window.grab().toImage().convertToFormat(QImage::Format_RGB32), shown.view.picture()))
         << size.width();
     shown.view.setParent(nullptr);
   }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -119,77 +120,30 @@ TEST(Contents, TypeAndValuesTellHowTheyAreShownAtFirst) {
     int type, channels;
     double from, to;
     Contents contents;
-    DisplayMapping first, automatic, full; ///< the last two: linear
+    Law law; ///< of the first mapping; the other two are linear
+    std::array<double, 2> first, automatic, full;
   } table[] = {
-      {"levels",
-       PixelUInt8,
-       1,
-       20,
-       120,
-       Contents::Levels,
-       {Law::Linear, 0, 255},
-       {Law::Linear, 20, 119},
-       {Law::Linear, 0, 255}},
-      {"envelope",
-       PixelFloat,
-       1,
-       0,
-       1000,
-       Contents::Amplitude,
-       {Law::Decibels, 0, 60},
-       {Law::Linear, 5, 995},
-       {Law::Linear, 0, 1000}},
-      {"RF",
-       PixelInt16,
-       1,
-       -1000,
-       500,
-       Contents::Signal,
-       {Law::Linear, -992, 992},
-       {Law::Linear, -992, 992},
-       {Law::Linear, -32768, 32767}},
-      {"IQ",
-       PixelFloat,
-       2,
-       -1000,
-       1000,
-       Contents::Iq,
-       {Law::Decibels, 0, 60},
-       {Law::Linear, 5, 995},
-       {Law::Linear, 0, 1000}},
-      {"dB",
-       PixelFloat,
-       1,
-       -50,
-       0,
-       Contents::Decibels,
-       {Law::Linear, -50, 0},
-       {Law::Linear, -49.75, -0.25},
-       {Law::Linear, -50, 0}},
-      {"nothing",
-       PixelFloat,
-       1,
-       0,
-       0,
-       Contents::Amplitude,
-       {Law::Decibels, -60, 0},
-       {Law::Linear, -0.5, 0.5},
-       {Law::Linear, -0.5, 0.5}},
+      {"levels", PixelUInt8, 1, 20, 120, Contents::Levels, Law::Linear, {0, 255}, {20, 119}, {0, 255}},
+      {"envelope", PixelFloat, 1, 0, 1000, Contents::Amplitude, Law::Decibels, {0, 60}, {5, 995}, {0, 1000}},
+      {"RF", PixelInt16, 1, -1000, 500, Contents::Signal, Law::Linear, {-992, 992}, {-992, 992}, {-32768, 32767}},
+      {"IQ", PixelFloat, 2, -1000, 1000, Contents::Iq, Law::Decibels, {0, 60}, {5, 995}, {0, 1000}},
+      {"dB", PixelFloat, 1, -50, 0, Contents::Decibels, Law::Linear, {-50, 0}, {-49.75, -0.25}, {-50, 0}},
+      {"nothing", PixelFloat, 1, 0, 0, Contents::Amplitude, Law::Decibels, {-60, 0}, {-0.5, 0.5}, {-0.5, 0.5}},
   };
   for (const auto& c : table) {
     const auto image = Tests::imageOf(ImageDescriptor(c.type, 1001, 1, 1, c.channels), ramp(c.from, c.to));
     const SliceStatistics statistics(*image, nullptr, 0);
     const Contents contents = contentsOf(image->descriptor(), statistics);
     EXPECT_EQ(contents, c.contents) << c.what;
-    const auto expectNear = [&](const DisplayMapping& mapping, const DisplayMapping& expected) {
-      EXPECT_EQ(mapping.law, expected.law) << c.what;
-      const double tolerance = 0.003 * expected.width(); // a value of the ramp more or less
-      EXPECT_NEAR(mapping.low, expected.low, tolerance) << c.what;
-      EXPECT_NEAR(mapping.high, expected.high, tolerance) << c.what;
+    const auto expectNear = [&](const DisplayMapping& mapping, Law law, const std::array<double, 2>& range) {
+      EXPECT_EQ(mapping.law, law) << c.what;
+      const double tolerance = 0.003 * (range[1] - range[0]); // a value of the ramp more or less
+      EXPECT_NEAR(mapping.low, range[0], tolerance) << c.what;
+      EXPECT_NEAR(mapping.high, range[1], tolerance) << c.what;
     };
-    expectNear(firstMapping(contents, statistics), c.first);
-    expectNear(automaticMapping(Law::Linear, contents, statistics), c.automatic);
-    expectNear(fullMapping(Law::Linear, image->descriptor(), statistics), c.full);
+    expectNear(firstMapping(contents, statistics), c.law, c.first);
+    expectNear(automaticMapping(Law::Linear, contents, statistics), Law::Linear, c.automatic);
+    expectNear(fullMapping(Law::Linear, image->descriptor(), statistics), Law::Linear, c.full);
   }
 }
 

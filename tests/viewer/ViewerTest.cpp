@@ -96,8 +96,18 @@ protected:
     ASSERT_FALSE(m_picture.isNull());
   }
 
+  ViewerWindow& open() {
+    ViewerWindow& window = m_window.emplace(nullptr, m_log);
+    window.show();
+    window.activateWindow(); // without a window manager nobody else does
+    EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+    return window;
+  }
+
   TemporaryFolder m_folder;
   QImage m_picture;
+  Viewer::LogModel m_log;
+  std::optional<ViewerWindow> m_window;
 };
 
 /// Types a value into the field of a panel, as a user does.
@@ -130,11 +140,7 @@ void chooseFile(ViewerWindow& window, const QStringList& entry, const fs::path& 
 
 TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   ASSERT_NO_FATAL_FAILURE(importRecording());
-  Viewer::LogModel log;
-  ViewerWindow window(nullptr, log);
-  window.show();
-  window.activateWindow(); // without a window manager nobody else does
-  ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+  ViewerWindow& window = open();
   Viewer::Workspace& workspace = window.workspace();
 
   ASSERT_NO_FATAL_FAILURE(chooseFile(window, {"File", "Open..."}, m_folder / "disk.kvx"));
@@ -209,11 +215,7 @@ TEST_F(ViewerTest, TheProgramShowsThePictureOfTheCommandLine) {
 
 TEST_F(ViewerTest, SaysWhatIsWrong) {
   const ExpectedLog expected;
-  Viewer::LogModel log;
-  ViewerWindow window(nullptr, log);
-  window.show();
-  window.activateWindow();
-  ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+  ViewerWindow& window = open();
   const auto& message = *window.findChild<Viewer::MessageBar*>();
   EXPECT_TRUE(message.isHidden());
 
@@ -226,7 +228,7 @@ TEST_F(ViewerTest, SaysWhatIsWrong) {
     QTest::keyClick(&window, Qt::Key_Escape);
     EXPECT_TRUE(waitUntil([&] { return message.isHidden(); })) << name;
   }
-  EXPECT_TRUE(waitUntil([&] { return log.rowCount() >= 4; })) << "the log keeps them";
+  EXPECT_TRUE(waitUntil([&] { return m_log.rowCount() >= 4; })) << "the log keeps them";
 
   const QAction* const beamforming = window.findChild<QAction*>("USImgFormation.Beamforming");
   ASSERT_TRUE(beamforming);
@@ -244,11 +246,7 @@ double residentMiB() {
 }
 
 TEST_F(ViewerTest, LiveStreamWithChangingParametersTakesNoMoreMemory) {
-  Viewer::LogModel log;
-  ViewerWindow window(nullptr, log);
-  window.show();
-  window.activateWindow(); // without a window manager nobody else does
-  ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+  ViewerWindow& window = open();
   const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
   ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, {"File", "New stream", "Simulated Ultrasound Channel Data"}));
   ASSERT_NO_FATAL_FAILURE(enter(window, "targetFrameRateDoubleSpinBox", "50"));
