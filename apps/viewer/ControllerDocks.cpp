@@ -69,7 +69,7 @@ AlgorithmController* ControllerDocks::add(std::unique_ptr<AlgorithmController> c
     return !entry.dock->isFloating() && m_window.dockWidgetArea(entry.dock) == Qt::RightDockWidgetArea;
   });
   m_window.addDockWidget(Qt::RightDockWidgetArea, dock);
-  const int width = std::min(dock->widget()->sizeHint().width(), m_window.width() / 3);
+  const int width = std::min(dock->widget()->sizeHint().width(), m_window.width() * 3 / 10);
   if (docked != m_entries.rend()) {
     const int present = docked->dock->width();
     m_window.tabifyDockWidget(docked->dock, dock);

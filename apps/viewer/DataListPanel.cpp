@@ -98,7 +98,7 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
   layout->setContentsMargins(0, 0, 0, 0);
   layout->addWidget(splitter);
   setFocusProxy(m_tree);
-  setMinimumWidth(metrics.horizontalAdvance('x') * 36);
+  setMinimumWidth(metrics.horizontalAdvance('x') * 24);
 
   connect(m_tree, &QTreeWidget::itemSelectionChanged, this, [this] {
     updateDetails();

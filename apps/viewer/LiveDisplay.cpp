@@ -1,5 +1,6 @@
 #include "viewer/LiveDisplay.h"
 
+#include "viewer/view/ImageCanvas.h"
 #include "viewer/view/ImageView.h"
 
 namespace Kelvaris::Viewer {
@@ -12,6 +13,7 @@ LiveDisplay::LiveDisplay(ImageView& view, QObject* parent) : QObject(parent), m_
 void LiveDisplay::show(ImageStream& stream) {
   stop();
   m_view.clear();
+  m_view.canvas().setMessage(tr("No frame has come yet.\nA stream that is stopped starts with Ctrl+T."));
   m_feed = std::make_unique<LiveFeed>(stream);
   connect(m_feed.get(), &LiveFeed::arrived, this, &LiveDisplay::take);
   m_statusTimer.start();

@@ -63,7 +63,7 @@ LogPanel::LogPanel(LogModel& log, QWidget* parent)
   m_table->setWordWrap(false);
   m_table->verticalHeader()->hide();
   m_table->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
-  m_table->setMinimumHeight(4 * fontMetrics().height()); // on small screens the picture needs the room
+  m_table->setMinimumHeight(3 * fontMetrics().height()); // on small screens the picture needs the room
   m_table->horizontalHeader()->setStretchLastSection(true);
   m_table->horizontalHeader()->setHighlightSections(false);
   m_table->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);

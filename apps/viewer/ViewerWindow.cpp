@@ -32,6 +32,7 @@
 #include <QScreen>
 #include <QSettings>
 #include <QStatusBar>
+#include <QStyle>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -41,6 +42,9 @@
 
 namespace Kelvaris::Viewer {
 namespace {
+
+/// In a lower window the picture needs the room of the log; errors are told above it, too.
+constexpr int kHeightWithLog = 560;
 
 /// True for what begins as HDF5 files do; those hold images.
 bool holdsImages(const std::filesystem::path& file) {
@@ -68,7 +72,7 @@ ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
   setAcceptDrops(true);
   setDockOptions(AnimatedDocks | AllowTabbedDocks | AllowNestedDocks);
   setTabPosition(Qt::RightDockWidgetArea, QTabWidget::North);
-  resize(QSize(1400, 900).boundedTo(screen()->availableSize()));
+  resize(QSize(1400, 900).boundedTo(largestSize()));
 
   auto* const center = new QWidget(this);
   auto* const layout = new QVBoxLayout(center);
@@ -85,7 +89,7 @@ ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
   if (m_settings) {
     restoreGeometry(m_settings->value("geometry").toByteArray());
     if (!isMaximized() && !isFullScreen()) // with another scale, or on another screen
-      resize(size().boundedTo(screen()->availableSize()));
+      resize(size().boundedTo(largestSize()));
     restoreState(m_settings->value("docks").toByteArray());
     setDark(m_settings->value("dark").toBool());
   }
@@ -102,6 +106,10 @@ ViewerWindow::~ViewerWindow() {
   m_workspace.clear();
 }
 
+QSize ViewerWindow::largestSize() const {
+  return screen()->availableSize() - QSize(0, style()->pixelMetric(QStyle::PM_TitleBarHeight));
+}
+
 void ViewerWindow::makeDocks(LogModel& log) {
   const auto add = [this](const QString& name, const QString& title, QWidget* content, Qt::DockWidgetArea area) {
     auto* const dock = new QDockWidget(title, this);
@@ -112,8 +120,9 @@ void ViewerWindow::makeDocks(LogModel& log) {
   };
   m_dataDock = add("dataDock", tr("Data"), m_dataList, Qt::LeftDockWidgetArea);
   m_logDock = add("logDock", tr("Log"), new LogPanel(log, this), Qt::BottomDockWidgetArea);
-  resizeDocks({m_dataDock}, {std::min(400, width() * 2 / 7)}, Qt::Horizontal);
+  resizeDocks({m_dataDock}, {std::min(400, width() / 4)}, Qt::Horizontal);
   resizeDocks({m_logDock}, {std::min(150, height() / 6)}, Qt::Vertical);
+  m_logDock->setVisible(height() >= kHeightWithLog);
   connect(m_controllers, &ControllerDocks::computeRequested, this, [this](Algorithm* algorithm) {
     if (Step* step = m_workspace.stepOf(*algorithm)) m_workspace.run(*step);
   });

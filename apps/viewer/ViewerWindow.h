@@ -66,6 +66,8 @@ protected:
   void dropEvent(QDropEvent* event) override;
 
 private:
+  /// That the screen has room for, below a title bar.
+  QSize largestSize() const;
   void makeDocks(LogModel& log);
   void makeStatusBar();
   void connectWorkspace();

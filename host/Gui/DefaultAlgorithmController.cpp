@@ -155,6 +155,7 @@ void DefaultAlgorithmController::addRows() {
   auto& form = QtHelpers::make<QFormLayout>(&rows);
   form.setContentsMargins(0, 0, 0, 0);
   form.setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+  form.setRowWrapPolicy(QFormLayout::WrapLongRows); // in a narrow panel fields go below their labels
   QString takenLetters = kTakenLetters;
   for (const ParameterBase* parameter : algorithm().parameters()) {
     const std::string text = parameter->text();

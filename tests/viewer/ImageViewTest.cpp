@@ -2,9 +2,11 @@
 
 #include "support/ErrorOf.h"
 #include "viewer/view/CinePlayer.h"
+#include "viewer/view/DisplayControls.h"
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
+#include <QMainWindow>
 #include <QPushButton>
 #include <QSlider>
 #include <QSpinBox>
@@ -116,6 +118,23 @@ TEST(ImageView, IsLookedAtAsBefore) {
     EXPECT_EQ(ViewState::from(properties, problems), ViewState()) << c.problem;
     ASSERT_EQ(problems.size(), 1U) << c.problem;
     EXPECT_CONTAINS(problems[0], c.problem);
+  }
+}
+
+TEST(ImageView, ANarrowMainWindowHasRoomForAllControls) {
+  QMainWindow window;
+  auto& view = *std::make_unique<ImageView>(&window).release();
+  window.setCentralWidget(&view);
+  view.showImages(setOf({numbered(0), numbered(1)}));
+  window.show();
+  for (const int width : {900, 450, 320, 700}) {
+    window.resize(width, 200);
+    for (int i = 0; i < 10; ++i)
+      QApplication::processEvents();
+    EXPECT_GE(view.canvas().height(), 100) << width;
+    for (const auto* child : view.findChild<DisplayControls*>()->findChildren<QWidget*>())
+      EXPECT_TRUE(!child->isVisible() || view.rect().contains(QRect(child->mapTo(&view, QPoint()), child->size())))
+          << child->metaObject()->className() << " at a width of " << width;
   }
 }
 

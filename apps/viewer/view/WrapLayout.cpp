@@ -22,7 +22,8 @@ QSize WrapLayout::minimumSize() const {
   int width = 0;
   for (const QLayoutItem* item : m_items)
     if (!item->isEmpty()) width = std::max(width, item->minimumSize().width());
-  return {width, heightForWidth(std::max(width, m_width))};
+  // Before it is laid out, one line: a window grows for what it is told to need, but doesn't shrink again.
+  return {width, heightForWidth(m_width > 0 ? std::max(width, m_width) : QWIDGETSIZE_MAX)};
 }
 
 void WrapLayout::setGeometry(const QRect& rect) {
