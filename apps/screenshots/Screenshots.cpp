@@ -62,7 +62,8 @@ private:
 
   void form(QWidget& form, const QString& name) const {
     settle();
-    const QSize size = form.size().boundedTo(QSize(form.width(), form.sizeHint().height()));
+    const int height = form.hasHeightForWidth() ? form.heightForWidth(form.width()) : form.sizeHint().height();
+    const QSize size = form.size().boundedTo(QSize(form.width(), height));
     save(form.grab(QRect(QPoint(), size)).toImage(), name);
   }
 

@@ -108,7 +108,7 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
   auto* const refresh = new QTimer(this);
   connect(refresh, &QTimer::timeout, this, [this] {
     if (LongWork::isGoingOn()) return; // a stream that simulates can't be asked
-    bool haveKindsChanged = false; // a step's output isn't known before its first emission
+    bool haveKindsChanged = false;     // a step's output isn't known before its first emission
     for (const auto& item : m_workspace.items())
       if (item->stream() && rowOf(item.get())->text(Kind) != kindOf(*item)) {
         fill(*item);

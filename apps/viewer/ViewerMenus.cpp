@@ -283,6 +283,9 @@ bool ViewerWindow::saveSession() {
 
 void ViewerWindow::removeSelected() {
   m_touched = true;
+  // To go on with: what the step worked on, unless the list finds a neighbour.
+  const Step* const removed = selectedStep();
+  const int inputId = removed && !removed->inputs().empty() ? removed->inputs().front()->id() : 0;
   // Removing one may remove others.
   std::vector<int> ids;
   for (const DataItem* item : m_dataList->selectedItems())
@@ -297,7 +300,9 @@ void ViewerWindow::removeSelected() {
       else
         m_workspace.remove(*item);
     }
-  m_dataList->selectCurrent(); // to go on with
+  m_dataList->selectCurrent();
+  DataItem* const input = m_workspace.item(inputId);
+  if (input && m_dataList->selectedItems().empty() && !m_dataList->selectedStep()) m_dataList->select(*input);
 }
 
 void ViewerWindow::record() {

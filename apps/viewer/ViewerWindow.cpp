@@ -218,6 +218,10 @@ void ViewerWindow::open(const std::filesystem::path& file) {
   m_folder = info.absolutePath();
   if (holdsImages(file) || file.extension() == ".kvx" || !info.exists())
     m_workspace.open(file);
+  else if (file.extension() == ".xml")
+    showError(
+        tr("%1 holds neither images nor a session; the steps of a chain are applied to data by File › Apply chain")
+            .arg(info.filePath()));
   else if (mayLeave([this, file] { m_workspace.openSession(file); }))
     m_workspace.openSession(file);
 }

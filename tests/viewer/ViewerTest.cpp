@@ -222,7 +222,8 @@ TEST_F(ViewerTest, SaysWhatIsWrong) {
   writeFile(m_folder / "empty.kvx", "");
   writeFile(m_folder / "text.kvs", "no session");
   const std::string endless(300, 'x'); // longer than the system's names
-  for (const char* name : {"missing.kvx", "empty.kvx", "text.kvs", endless.c_str()}) {
+  writeFile(m_folder / "chain.xml", "<chain/>");
+  for (const char* name : {"missing.kvx", "empty.kvx", "text.kvs", "chain.xml", endless.c_str()}) {
     window.open(m_folder / name);
     EXPECT_TRUE(waitUntil([&] { return message.text().contains(name); })) << name;
     QTest::keyClick(&window, Qt::Key_Escape);
