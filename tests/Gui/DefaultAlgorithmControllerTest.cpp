@@ -2,9 +2,9 @@
 
 #include "Core/Parameter.h"
 #include "Gui/DefaultControllerDecorator.h"
-#include "Gui/FakeWindow.h"
 #include "Lib/Algorithm.h"
 #include "Lib/FactoryRegistry.h"
+#include "forms/PanelWindow.h"
 
 #include <QComboBox>
 #include <QLabel>
@@ -108,7 +108,7 @@ protected:
   }
   std::string value(const char* key) { return algorithm.parameter(key)->text(); }
 
-  Tests::FakeWindow window;
+  Tests::PanelWindow window;
   Everything algorithm;
   std::unique_ptr<DefaultAlgorithmController> form;
 };

@@ -1,8 +1,8 @@
 #include "Gui/StreamAlgorithmExecutorController.h"
 
 #include "Core/Parameter.h"
-#include "Gui/FakeWindow.h"
 #include "Lib/FactoryRegistry.h"
+#include "forms/PanelWindow.h"
 #include "support/ExpectedLog.h"
 
 #include <QLabel>
@@ -45,7 +45,7 @@ TEST(StreamAlgorithmExecutorControllerTest, ShowsTheSettingsOnceThereIsAnAlgorit
     ImageStream input("probe");
     StreamAlgorithmExecutor executor(input, nullptr);
     executor.autoStart = false;
-    Tests::FakeWindow window;
+    Tests::PanelWindow window;
     const auto controller = FactoryRegistry::get().createAlgorithmController(&executor);
     auto& panel = dynamic_cast<StreamAlgorithmExecutorController&>(*controller);
     panel.setMainWindow(&window);
@@ -60,7 +60,7 @@ TEST(StreamAlgorithmExecutorControllerTest, ShowsTheSettingsOnceThereIsAnAlgorit
     executor.setStreamAlgorithmName("Pass On");
     panel.init(); // listens from now on
     EXPECT_FALSE(panel.findChild<QLabel*>("streamMessageLabel")->isVisible());
-    ASSERT_EQ(window.lists.size(), 1u);
+    ASSERT_EQ(window.data.size(), 1u);
     EXPECT_TRUE(panel.findChild<QLabel*>("waitingLabel")->isVisible());
     std::thread([&] {
       auto images = std::make_shared<SharedImageSet>();

@@ -1,8 +1,8 @@
 #include "Gui/StreamControllerBase.h"
 
 #include "Core/Log.h"
-#include "Gui/FakeWindow.h"
 #include "Gui/QtHelpers.h"
+#include "forms/PanelWindow.h"
 #include "support/ExpectedLog.h"
 
 #include <QFormLayout>
@@ -74,14 +74,14 @@ struct Panel : StreamControllerBase {
 };
 
 TEST(StreamControllerBaseTest, ControlsFollowTheStreamUntilItEnds) {
-  Tests::FakeWindow window;
+  Tests::PanelWindow window;
   MakesStream algorithm(makeProbe);
   Panel panel(&algorithm);
   panel.setMainWindow(&window);
   panel.init();
   panel.init();
   EXPECT_EQ(algorithm.computed, 1);
-  ASSERT_EQ(window.lists.size(), 1u);
+  ASSERT_EQ(window.data.size(), 1u);
   panel.show();
   EXPECT_EQ(panel.all(), "Closed, Pause, Start, -");
   panel.press("startStopButton"); // which opens it, too
@@ -101,7 +101,7 @@ TEST(StreamControllerBaseTest, ControlsFollowTheStreamUntilItEnds) {
     EXPECT_TRUE(log.contains("the cable is loose"));
   }
   algorithm.stream()->closeAsync(); // by someone else
-  window.lists.clear();             // right behind it
+  window.data.clear();              // right behind it
   EXPECT_TRUE(QTest::qWaitFor([&] { return panel.all() == "The stream has ended, -, Start, -"; })) << panel.all();
   EXPECT_FALSE(panel.findChild<QPushButton*>("startStopButton")->isEnabled());
   panel.init();
@@ -146,14 +146,14 @@ TEST(StreamControllerBaseTest, AFailingAlgorithmLeavesThePanelAndSaysWhy) {
                 "Closed, -, Start, it can't be opened", 1}};
   for (const auto& c : cases) {
     const Tests::ExpectedLog log;
-    Tests::FakeWindow window;
+    Tests::PanelWindow window;
     MakesStream algorithm(c.make);
     Panel panel(&algorithm);
     panel.setMainWindow(&window);
     EXPECT_NO_THROW(panel.init());
     EXPECT_EQ(panel.all(), c.shown);
     EXPECT_EQ(log.messages().size(), c.logged);
-    EXPECT_EQ(window.lists.size(), algorithm.stream() ? 1u : 0u);
+    EXPECT_EQ(window.data.size(), algorithm.stream() ? 1u : 0u);
   }
 }
 

@@ -5,6 +5,7 @@
 #include "Gui/MainWindow.h"
 
 #include <QString>
+#include <QUndoStack>
 
 #include <algorithm>
 #include <memory>
@@ -50,12 +51,14 @@ public:
     return std::move(panel.controller);
   }
   void addData(OwningDataList added, Algorithm&) override { data.push_back(std::move(added)); }
+  QUndoStack* undoStack() override { return &stack; }
 
   std::size_t numPanels() const { return m_panels.size(); }
   AlgorithmController& controller(std::size_t i) const { return *m_panels.at(i).controller; }
   DefaultControllerDecorator& decorator(std::size_t i) const { return *m_panels.at(i).decorator; }
 
   std::vector<OwningDataList> data;
+  QUndoStack stack;
 
 private:
   struct Panel {
