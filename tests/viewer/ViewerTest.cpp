@@ -191,6 +191,12 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   EXPECT_EQ(back.colorMap, state.colorMap);
   EXPECT_NEAR(back.magnification, 3.0, 1e-9);
   EXPECT_NEAR(back.center.y(), state.center.y(), 0.5);
+
+  QTreeWidgetItem* const beamformed = list->topLevelItem(0)->child(0)->child(0);
+  list->setCurrentItem(beamformed->child(0));
+  list->setFocus();
+  QTest::keyClick(list, Qt::Key_Delete);
+  EXPECT_EQ(list->selectedItems(), QList<QTreeWidgetItem*>({beamformed})) << "to go on with";
 }
 
 TEST_F(ViewerTest, TheProgramShowsThePictureOfTheCommandLine) {
