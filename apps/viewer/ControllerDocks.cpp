@@ -34,6 +34,11 @@ public:
   QSize sizeHint() const override { return widget()->sizeHint() + QSize(verticalScrollBar()->sizeHint().width(), 0); }
 };
 
+/// Width for panels that leaves room for the data list, a quarter, and for the picture's controls.
+int roomFor(const QMainWindow& window) {
+  return std::max(window.width() * 3 / 10, window.width() * 3 / 4 - window.fontMetrics().averageCharWidth() * 55);
+}
+
 } // namespace
 
 ControllerDocks::ControllerDocks(QMainWindow& window, MainWindow& host) : m_window(window), m_host(host) {}
@@ -69,7 +74,7 @@ AlgorithmController* ControllerDocks::add(std::unique_ptr<AlgorithmController> c
     return !entry.dock->isFloating() && m_window.dockWidgetArea(entry.dock) == Qt::RightDockWidgetArea;
   });
   m_window.addDockWidget(Qt::RightDockWidgetArea, dock);
-  const int width = std::min(dock->widget()->sizeHint().width(), m_window.width() * 3 / 10);
+  const int width = std::min(dock->widget()->sizeHint().width(), roomFor(m_window));
   if (docked != m_entries.rend()) {
     const int present = docked->dock->width();
     m_window.tabifyDockWidget(docked->dock, dock);
