@@ -62,7 +62,7 @@ public:
     m_application.reset();
     m_display.reset();
   }
-  const std::string& problem() const { return m_display->problem(); }
+  std::string problem() const { return m_display->problem(); }
 
 private:
   char m_name[7] = "viewer";
