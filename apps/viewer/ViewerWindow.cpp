@@ -179,8 +179,7 @@ void ViewerWindow::connectWorkspace() {
   connect(&m_workspace, &Workspace::busyChanged, m_busy, &BusyIndicator::setBusy);
   connect(&m_workspace, &Workspace::busyChanged, this, [this](bool busy) {
     m_busySince.start();
-    // What was shown when the session was saved doesn't come: the step fails.
-    if (!busy && m_pendingView && !m_workspace.item(m_pendingView->item)) m_pendingView.reset();
+    if (!busy) endRestoring();
   });
   connect(&m_workspace, &Workspace::failed, this, [this](const QString& text) {
     m_onceSaved = nullptr;
@@ -285,7 +284,7 @@ Properties ViewerWindow::viewOfSession() const {
   if (!m_shown) return view;
   view.setParam("selected", m_shown->id());
   view.setParam("paused", m_pause->isChecked());
-  (m_pendingView ? m_pendingView->state : m_view->state()).writeTo(view);
+  (m_pendingView && !m_pendingView->isShown ? m_pendingView->state : m_view->state()).writeTo(view);
   return view;
 }
 
@@ -305,11 +304,21 @@ void ViewerWindow::takeViewOfSession(const Properties& view) {
 }
 
 void ViewerWindow::restoreView() {
-  DataItem* const item = m_pendingView ? m_workspace.item(m_pendingView->item) : nullptr;
+  DataItem* const item = m_pendingView && !m_pendingView->isShown ? m_workspace.item(m_pendingView->item) : nullptr;
   if (!item) return;
   if (item != m_shown) m_dataList->select(*item);
   if (item != m_shown || !m_view->images()) return; // a stream shows nothing before its first emission
-  m_view->setState(std::exchange(m_pendingView, std::nullopt)->state);
+  m_view->setState(m_pendingView->state);
+  m_pendingView->isShown = true;
+  if (!m_workspace.isBusy()) m_pendingView.reset();
+}
+
+void ViewerWindow::endRestoring() {
+  if (!m_pendingView) return;
+  const bool isMissing = !m_workspace.item(m_pendingView->item); // the step that makes it fails
+  if (!isMissing && !m_pendingView->isShown) return;             // a stream that has emitted nothing yet
+  m_pendingView.reset();
+  if (isMissing && !m_workspace.items().empty()) m_dataList->select(*m_workspace.items().back());
 }
 
 void ViewerWindow::updateActions() {

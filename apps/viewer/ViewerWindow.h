@@ -80,6 +80,7 @@ private:
   Properties viewOfSession() const;
   void takeViewOfSession(const Properties& view);
   void restoreView();
+  void endRestoring();
   void showProgress(Step* step, const QString& text, int done, int steps);
   void showState(Step& step);
   void showError(const QString& text);
@@ -136,9 +137,11 @@ private:
           *m_saveChain = nullptr, *m_rename = nullptr, *m_remove = nullptr, *m_showSettings = nullptr, *m_run = nullptr,
           *m_startStop = nullptr, *m_pause = nullptr, *m_record = nullptr, *m_dark = nullptr;
 
+  /// Of a session that is being restored; what its steps make doesn't take the selection.
   struct PendingView {
     int item;
     ViewState state;
+    bool isShown = false;
   };
   DataItem* m_shown = nullptr; ///< in the view
   std::optional<PendingView> m_pendingView;

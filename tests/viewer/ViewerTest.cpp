@@ -175,8 +175,12 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
 
   // The session comes back as it was looked at, though the last step's result isn't what was.
   auto* const list = window.findChild<QTreeWidget*>("dataList");
-  list->setCurrentItem(list->topLevelItem(0));
+  const auto select = [list](QTreeWidgetItem* item) {
+    list->setCurrentItem(item, 0, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  };
+  select(list->topLevelItem(0));
   const int shown = window.view().images()->get(0).descriptor().width();
+  ASSERT_NE(shown, 250) << "as the last picture";
   window.view().setColorMap(2);
   window.view().setMapping({Viewer::DisplayMapping::Law::Decibels, -3.0, 55.5});
   window.view().canvas().lookAt({20.0, 900.0}, 3.0);
@@ -193,7 +197,7 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   EXPECT_NEAR(back.center.y(), state.center.y(), 0.5);
 
   QTreeWidgetItem* const beamformed = list->topLevelItem(0)->child(0)->child(0);
-  list->setCurrentItem(beamformed->child(0));
+  select(beamformed->child(0));
   list->setFocus();
   QTest::keyClick(list, Qt::Key_Delete);
   EXPECT_EQ(list->selectedItems(), QList<QTreeWidgetItem*>({beamformed})) << "to go on with";
