@@ -74,10 +74,12 @@ def _transmission(x, z, reflectivity, delays, param, steps):
     return np.nan_to_num(samples[::steps], nan=0.0)
 
 
-def _end(thread):
-    """Ends a thread amid what it does, with the next step of the interpreter, and waits for that."""
+def _end(thread, outcome):
+    """Ends a thread amid what it does, with the next step of the interpreter, and waits for that. The thread itself is
+    left alone when its work has an outcome."""
     while thread.is_alive():
-        ctypes.pythonapi.PyThreadState_SetAsyncExc(ctypes.c_ulong(thread.ident), ctypes.py_object(SystemExit))
+        if not outcome:
+            ctypes.pythonapi.PyThreadState_SetAsyncExc(ctypes.c_ulong(thread.ident), ctypes.py_object(SystemExit))
         thread.join(_REPORT_INTERVAL)
         kelvaris.report_progress("Giving up")
 
@@ -86,13 +88,14 @@ def _attended(work, progress):
     """Calls work() on a thread of its own; meanwhile this one, which may be that of a window, reports progress(), a text
     and the fraction that is done. Raises what work() raises, and kelvaris.Canceled if it is to be given up; the work has
     ended then, too."""
-    errors = []
+    outcome = []  # of the work: what it raised, or None
 
     def run():
         try:
             work()
+            outcome.append(None)
         except BaseException as error:
-            errors.append(error)
+            outcome.append(error)
 
     # The context has the caller's settings of numpy's errors.
     thread = threading.Thread(target=contextvars.copy_context().run, args=(run,), daemon=True)
@@ -104,10 +107,10 @@ def _attended(work, progress):
             if not kelvaris.report_progress(text, fraction):
                 raise kelvaris.Canceled(f"Given up while {text}")
     except BaseException:
-        _end(thread)
+        _end(thread, outcome)
         raise
-    if errors:
-        raise errors[0]
+    if outcome[0] is not None:
+        raise outcome[0]
 
 
 def simulate(delays_image, receive_aperture_indices, scatterers, scatterer_offsets, speed_of_sound, sampling_frequency,
