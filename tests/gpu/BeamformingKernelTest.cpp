@@ -1,26 +1,16 @@
-#include "CUDA/CpuVariant.h"
 #include "gpu/BeamformingScenes.h"
 #include "gpu/KernelLauncher.h"
 #include "support/DeviceTest.h"
+#include "support/Samples.h"
 
 #include <fmt/format.h>
 
 #include <sys/mman.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <type_traits>
-
 namespace Kelvaris::Tests {
 namespace {
 
 using CUDA::CpuVariant;
-using CUDA::float2;
-using CUDA::short2;
-using US::GPU::BeamformerType;
-using US::GPU::Workmode;
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float inf = std::numeric_limits<float>::infinity();
@@ -32,9 +22,6 @@ std::vector<CpuVariant> variants() {
     if (CUDA::isSupported(v) && (result.empty() || !CUDA::Device::isCuda())) result.push_back(v);
   return result;
 }
-
-template <typename T> constexpr bool isShort = std::is_same_v<T, short> || std::is_same_v<T, short2>;
-template <typename T> constexpr bool isComplex = std::is_same_v<T, short2> || std::is_same_v<T, float2>;
 
 bool isNan(std::complex<double> v) {
   return std::isnan(v.real()) || std::isnan(v.imag());
@@ -170,55 +157,37 @@ void setAperture(BeamformingScene& scene, int first, int last) {
 }
 
 TEST_F(BeamformingPixel, EdgeCases) {
+  using Change = void (*)(BeamformingScene&);
   const float2 below = {0.15f, 5};
+  const std::array<double, 4> nothing = {nan, nan, nan, nan};
+  const Change noAperture = [](BeamformingScene& s) { setAperture(s, 3, 2); };
+  const Change halfPitches = [](BeamformingScene& s) { s.pitch = 0.5f, s.elements[4] = {0, 0, 0}; };
+  const Change unknownWave = [](BeamformingScene& s) { s.events[0].eventType = 3; };
+  const Change oneSample = [](BeamformingScene& s) { s.numSamples = 1; };
+  const Change invalidChannel = [](BeamformingScene& s) {
+    for (int k = 0; k < s.numSamples; ++k)
+      s.sample(s.elementToChannel[2], k, 0) = nan;
+  };
   const struct {
-    const char* what;
     float fNumber; ///< 50: one element
     float2 position;
-    void (*change)(BeamformingScene&);
     std::array<double, 4> expected; ///< unweighted sum, aperture size, start, end; NaN is invalid
+    const char* what;
+    Change change = nullptr;
   } cases[] = {
-      {"F-number 0 is the whole receive aperture", 0, below, nullptr, {800, 8, 0, 7}},
-      {"an empty receive aperture has no value, debug outputs included",
-       50,
-       below,
-       [](BeamformingScene& s) { setAperture(s, 3, 2); },
-       {nan, nan, nan, nan}},
-      {"the first element is never the centre, even for a pixel on it", 1, {-1.05f, 0}, nullptr, {100, 1, 1, 1}},
-      {"a pixel on an element has that element", 50, {0.15f, 0}, nullptr, {100, 1, 4, 4}},
-      {"a tie goes to the lower index", 50, {0, 0.3f}, nullptr, {100, 1, 3, 3}},
-      {"width 2 from 1.5 pitches on: halves round away from zero",
-       1,
-       {0, 0.75f},
-       [](BeamformingScene& s) {
-         s.pitch = 0.5f, s.elements[4] = {0, 0, 0};
-       },
-       {300, 3, 3, 5}},
-      {"an aperture at the edge is clipped, not shifted", 1, {1.05f, 1.2f}, nullptr, {300, 3, 5, 7}},
-      {"a negative width of one element or more leaves nothing", -0.5f, below, nullptr, {nan, nan, nan, nan}},
-      {"F-number NaN gives width 0", nan, below, nullptr, {100, 1, 4, 4}},
-      {"a NaN position takes the first element and has no value", 50, {nan, nan}, nullptr, {nan, 1, 0, 0}},
-      {"an unknown kind of wave has no value, but an aperture",
-       0,
-       below,
-       [](BeamformingScene& s) { s.events[0].eventType = 3; },
-       {nan, 8, 0, 7}},
-      {"NaN samples are skipped",
-       0,
-       below,
-       [](BeamformingScene& s) {
-         for (int k = 0; k < s.numSamples; ++k)
-           s.sample(s.elementToChannel[2], k, 0) = nan;
-       },
-       {700, 8, 0, 7}},
-      {"a recording of one sample has no interval",
-       50,
-       below,
-       [](BeamformingScene& s) {
-         s.numSamples = 1;
-         s.samples.resize(static_cast<std::size_t>(s.numChannels));
-       },
-       {nan, 1, 4, 4}},
+      {0, below, {800, 8, 0, 7}, "F-number 0 is the whole receive aperture"},
+      {50, below, nothing, "an empty receive aperture has no value, debug outputs included", noAperture},
+      {1, {-1.05f, 0}, {100, 1, 1, 1}, "the first element is never the centre, even for a pixel on it"},
+      {50, {0.15f, 0}, {100, 1, 4, 4}, "a pixel on an element has that element"},
+      {50, {0, 0.3f}, {100, 1, 3, 3}, "a tie goes to the lower index"},
+      {1, {0, 0.75f}, {300, 3, 3, 5}, "width 2 from 1.5 pitches on: halves round away from zero", halfPitches},
+      {1, {1.05f, 1.2f}, {300, 3, 5, 7}, "an aperture at the edge is clipped, not shifted"},
+      {-0.5f, below, nothing, "a negative width of one element or more leaves nothing"},
+      {nan, below, {100, 1, 4, 4}, "F-number NaN gives width 0"},
+      {50, {nan, nan}, {nan, 1, 0, 0}, "a NaN position takes the first element and has no value"},
+      {0, below, {nan, 8, 0, 7}, "an unknown kind of wave has no value, but an aperture", unknownWave},
+      {0, below, {700, 8, 0, 7}, "NaN samples are skipped", invalidChannel},
+      {50, below, {nan, 1, 4, 4}, "a recording of one sample has no interval", oneSample},
   };
   for (const auto& c : cases)
     for (const std::size_t output : {0u, 1u, 2u, 3u}) {
@@ -227,9 +196,7 @@ TEST_F(BeamformingPixel, EdgeCases) {
       scene.positions = std::vector(1, c.position);
       if (c.change) c.change(scene);
       scene.type = static_cast<BeamformerType>(output == 0 ? 0 : output + 2);
-      const double value = real(scene);
-      EXPECT_TRUE(value == c.expected[output] || (std::isnan(value) && std::isnan(c.expected[output])))
-          << c.what << ", output " << output << ": " << value;
+      EXPECT_PRED2(isSame, real(scene), c.expected[output]) << c.what << ", output " << output;
     }
   BeamformingScene oneElement = onePixel();
   setAperture(oneElement, 5, 5);
@@ -247,7 +214,6 @@ TEST_F(BeamformingPixel, InterpolatesBetweenSamplesAndEndsBeforeTheLast) {
   for (const auto& [index, expected] : cases) {
     BeamformingScene scene = onePixel();
     scene.numSamples = 8;
-    scene.samples.resize(static_cast<std::size_t>(8 * scene.numChannels));
     for (int k = 0; k < 8; ++k)
       for (int channel = 0; channel < scene.numChannels; ++channel)
         scene.sample(channel, k, 0) = 10.0f * static_cast<float>(k);
@@ -258,11 +224,7 @@ TEST_F(BeamformingPixel, InterpolatesBetweenSamplesAndEndsBeforeTheLast) {
     event.samplingFrequency = 1.0f;
     scene.positions[0] = {scene.elements[4].x, std::abs(index)};
     event.startTime = index < 0 ? 2 * -index : 0;
-    const double value = real(scene);
-    if (std::isnan(expected))
-      EXPECT_TRUE(std::isnan(value)) << index << ": " << value;
-    else
-      EXPECT_EQ(value, expected) << index;
+    EXPECT_PRED2(isSame, real(scene), expected) << index;
   }
 }
 

@@ -8,19 +8,13 @@
 #include "support/ExpectedLog.h"
 #include "support/Images.h"
 #include "support/IntensityMaskOf.h"
-#include "support/Samples.h"
-
-#include <cmath>
-#include <limits>
 
 namespace Kelvaris::US::GPU {
 namespace {
 
 using Eigen::Vector3d;
-using Kelvaris::Tests::ExpectedLog;
-using Kelvaris::Tests::sameBytes;
-using Tests::noise;
-using Tests::planeWaves;
+using Kelvaris::Tests::ExpectedLog, Kelvaris::Tests::sameBytes;
+using Tests::noise, Tests::planeWaves;
 
 class BeamformingTest : public Kelvaris::Tests::DeviceTest<> {
 protected:

@@ -1,18 +1,13 @@
 #include "gpu/Aperture.h"
 #include "gpu/BeamformingScenes.h"
+#include "support/Samples.h"
 
 #include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <random>
-#include <vector>
 
 namespace Kelvaris::US::GPU {
 namespace {
 
-using Tests::convexElements;
-using Tests::linearElements;
+using Tests::convexElements, Tests::linearElements;
 
 struct ArrayCase {
   const char* what;
@@ -39,41 +34,21 @@ std::vector<ArrayCase> arrays() {
   };
 }
 
-/// Holds the search against the plain scan, pixel by pixel.
-class Pixels {
-public:
-  explicit Pixels(const ArrayCase& array) : m_array(array), m_search(ElementSearch::fit(array.elements)) {}
-
-  void check(float x, float y, int first, int last) {
-    const Point<float> p{x, y};
-    const auto plain = idealApertureCenter(p, m_array.elements.data(), first, last, ElementSearch{});
-    const auto found = idealApertureCenter(p, m_array.elements.data(), first, last, m_search);
-    const bool sameDistance =
-        plain.distance == found.distance || (std::isnan(plain.distance) && std::isnan(found.distance));
-    if ((plain.element != found.element || !sameDistance) && m_failures++ < 5)
-      ADD_FAILURE() << m_array.what << ": pixel (" << x << ", " << y << ") among " << first << " ... " << last
-                    << ": the scan gives " << plain.element << ", the search " << found.element;
-  }
-  /// The share of the elements that the search looks at.
-  double candidateShare(float x, float y, int first, int last) const {
-    const ElementWindow window = candidates(m_search, Point<float>{x, y}, first + 1, last);
-    return std::max(0, window.last - window.begin + 1) / static_cast<double>(last - first);
-  }
-  ElementSearch::Model model() const { return m_search.model; }
-
-private:
-  const ArrayCase& m_array;
-  ElementSearch m_search;
-  int m_failures = 0;
-};
-
 TEST(ElementSearch, GivesTheElementOfThePlainScan) {
   constexpr float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   for (const ArrayCase& array : arrays()) {
-    Pixels pixels(array);
-    EXPECT_EQ(pixels.model(), array.model) << array.what;
     const auto& e = array.elements;
     const int n = static_cast<int>(e.size());
+    const ElementSearch search = ElementSearch::fit(e);
+    EXPECT_EQ(search.model, array.model) << array.what;
+    int failures = 0;
+    const auto check = [&](float x, float y, int first, int last) {
+      const auto plain = idealApertureCenter(Point<float>{x, y}, e.data(), first, last, ElementSearch{});
+      const auto found = idealApertureCenter(Point<float>{x, y}, e.data(), first, last, search);
+      if ((plain.element != found.element || !Tests::isSame(plain.distance, found.distance)) && failures++ < 5)
+        ADD_FAILURE() << array.what << ": pixel (" << x << ", " << y << ") among " << first << " ... " << last
+                      << ": the scan gives " << plain.element << ", the search " << found.element;
+    };
     std::mt19937 random(11);
     const auto uniform = [&](float low, float high) {
       return std::uniform_real_distribution<float>(low, high)(random);
@@ -86,7 +61,7 @@ TEST(ElementSearch, GivesTheElementOfThePlainScan) {
                                                 : i % 4 == 1 ? index(0, n)
                                                 : i % 4 == 2 ? index(0, 7)
                                                              : -index(0, 1)));
-      pixels.check(uniform(-40, 40), uniform(-20, 120), first, last);
+      check(uniform(-40, 40), uniform(-20, 120), first, last);
 
       // Equidistant from two neighbours or two elements further apart, as far as floats allow, at all depths.
       const int a = index(0, n - 2), b = std::min(n - 1, a + index(1, 3));
@@ -94,8 +69,8 @@ TEST(ElementSearch, GivesTheElementOfThePlainScan) {
       const auto& q = e[static_cast<std::size_t>(b)];
       const double dx = static_cast<double>(q.x) - p.x, dy = static_cast<double>(q.y) - p.y;
       const double depth = std::exp(uniform(-9, 9)) / (std::hypot(dx, dy) + 1e-30);
-      pixels.check(static_cast<float>((p.x + q.x) / 2.0 - depth * dy),
-                   static_cast<float>((p.y + q.y) / 2.0 + depth * dx), first, last);
+      check(static_cast<float>((p.x + q.x) / 2.0 - depth * dy), static_cast<float>((p.y + q.y) / 2.0 + depth * dx),
+            first, last);
 
       // On and beside the elements, on the axis, far and very far away, on the other side.
       const float scale = std::exp(uniform(-30, 30));
@@ -106,18 +81,19 @@ TEST(ElementSearch, GivesTheElementOfThePlainScan) {
           {p.x, scale},
           {uniform(-1, 1) * scale, uniform(-1, 1) * scale},
       };
-      pixels.check(places[i % 5].first, places[i % 5].second, first, last);
+      check(places[i % 5].first, places[i % 5].second, first, last);
     }
     for (const float x : {0.0f, 1e-38f, nan, inf, -inf, 3e38f, 1e25f})
       for (const float y : {0.0f, 5.0f, nan, inf, 3e38f, 1e-40f})
-        pixels.check(x, y, 0, n - 1);
+        check(x, y, 0, n - 1);
 
-    double share = 0.0; // of the elements, in an image as wide as the array
+    double share = 0.0; // of the elements that the search looks at, in an image as wide as the array
     const float halfWidth = 0.5f * std::abs(e.back().x - e.front().x);
-    for (int i = 0; i < 2000; ++i)
-      share += pixels.candidateShare(halfWidth * (static_cast<float>(i % 50) / 25 - 1), 1 + static_cast<float>(i) / 50,
-                                     0, n - 1) /
-               2000;
+    for (int i = 0; i < 2000; ++i) {
+      const Point<float> p{halfWidth * (static_cast<float>(i % 50) / 25 - 1), 1 + static_cast<float>(i) / 50};
+      const ElementWindow window = candidates(search, p, 1, n - 1);
+      share += std::max(0, window.last - window.begin + 1) / (n - 1.0) / 2000;
+    }
     EXPECT_TRUE(array.model == ElementSearch::Model::None || share < 0.1) << array.what << ": " << share;
   }
   EXPECT_EQ(ElementSearch::fit({}).model, ElementSearch::Model::None);
