@@ -2,19 +2,8 @@
 
 #include "imagemath/ImageMath.h"
 
-#include "GL/ContextManager.h"
+#include "GL/RequireGL.h"
 #include "support/Samples.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <random>
-#include <string>
-#include <vector>
 
 namespace Kelvaris::ImageMath {
 
@@ -26,7 +15,7 @@ class BothEvaluators : public ::testing::TestWithParam<const char*> {
 protected:
   void SetUp() override {
     if (!usesShaders()) return;
-    if (!GL::ContextManager::get().isAvailable()) GTEST_SKIP() << GL::ContextManager::get().unavailableReason();
+    KELVARIS_REQUIRE_GL();
     m_guard.emplace();
   }
 
@@ -47,8 +36,7 @@ protected:
     int wrong = 0;
     Tests::forEachSample(pixels->descriptor(), [&](int x, int y, int z, int c) {
       const double value = pixels->valueAsDouble(x, y, z, c), wanted = expected(x, y, z, c);
-      const bool same = value == wanted || (std::isnan(value) && std::isnan(wanted)) ||
-                        std::abs(value - wanted) <= tolerance * std::abs(wanted);
+      const bool same = Tests::isSame(value, wanted) || std::abs(value - wanted) <= tolerance * std::abs(wanted);
       if (!same && ++wrong <= 3)
         ADD_FAILURE() << what << " at " << x << ", " << y << ", " << z << ", channel " << c << ": " << value
                       << ", expected " << wanted;

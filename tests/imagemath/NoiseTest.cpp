@@ -1,8 +1,5 @@
 #include "BothEvaluators.h"
 
-#include <cstdint>
-#include <cstring>
-
 namespace Kelvaris::ImageMath {
 namespace {
 
@@ -85,7 +82,7 @@ TEST_P(NoiseTest, ClearsAnImageWithoutDeviationAndStoresIntegers) {
 }
 
 TEST(Noise, GivesTheSameBitsInMainMemoryAndByShaders) {
-  if (!GL::ContextManager::get().isAvailable()) GTEST_SKIP() << GL::ContextManager::get().unavailableReason();
+  KELVARIS_REQUIRE_GL();
   const GL::ContextManager::ActivationGuard guard;
   for (const NoiseType type : {NoiseType::Gaussian, NoiseType::Uniform})
     for (const int channels : {1, 2, 4})

@@ -21,19 +21,14 @@ TEST_P(Operations, AgreeWithPlainLoopsForAllNumbersAndChannels) {
             [&](int x, int y, int z, int c) { return expected(first->value(x, y, z, c), second->value(x, y, z, c)); });
     };
     is("a + b", a + b, [](double p, double q) { return static_cast<float>(p) + static_cast<float>(q); });
-    is("a + 3", a + 3, [](double p, double) { return p + 3; });
     is("3.5f + a", 3.5f + a, [](double p, double) { return 3.5 + p; });
     is("a * b", a * b, [](double p, double q) { return p * q; });
-    is("a * -0.7", a * -0.7, [](double p, double) { return p * -0.7; });
     is("a / 7", a / 7, [](double p, double) { return p / 7; });
     is("2.0 / max(abs(a), 1e-9)", 2.0 / max(abs(a), 1e-9),
        [](double p, double) { return 2 / std::max(std::abs(p), 1e-9); });
     is("max(a, b)", max(a, b), [](double p, double q) { return std::max(p, q); });
-    is("max(1, a)", max(1, a), [](double p, double) { return std::max(1.0, p); });
     is("min(a, b)", min(a, b), [](double p, double q) { return std::min(p, q); });
-    is("min(a, 1)", min(a, 1), [](double p, double) { return std::min(p, 1.0); });
     is("a > b", a > b, [](double p, double q) { return p > q ? 1 : 0; });
-    is("1 > a", 1 > a, [](double p, double) { return 1 > p ? 1 : 0; });
     is("abs(a)", abs(a), [](double p, double) { return std::abs(p); });
     is("sqrt(a)", sqrt(a), [](double p, double) { return std::sqrt(p); });
     is("log(a)", log(a), [](double p, double) { return std::log(p); });
@@ -166,7 +161,7 @@ TEST_P(Operations, ATargetMayOccurInItsOwnExpression) {
   Tests::forEachSample(before->descriptor(), [&](int x, int y, int z, int c) {
     const float sum = std::abs(before->value(x, y, z, 0)) * 2 + std::abs(before->value(x, y, z, 1)) * 2;
     const double share = before->value(x, y, z, c) * 2 / sum, value = scaled->valueAsDouble(x, y, z, c);
-    EXPECT_TRUE((std::isnan(share) && std::isnan(value)) || std::abs(share - value) <= 1e-6) << share << value;
+    EXPECT_TRUE(Tests::isSame(share, value) || std::abs(share - value) <= 1e-6) << share << value;
     const float neighbour = before->value(std::min(x + 1, before->width() - 1), y, z, c);
     EXPECT_TRUE(moved->valueAsDouble(x, y, z, c) == neighbour || std::isnan(neighbour));
   });
