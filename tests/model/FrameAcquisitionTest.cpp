@@ -57,47 +57,47 @@ TEST(FocusedFrame, ASingleBeamStartsInTheMiddleAndPointsAlongTheEdgeOfAConvexArr
   EXPECT_NEAR(linear.events()[0].receive.endTime, own, 1e-18);
 }
 
-TEST(PlaneWaveFrame, AnglesRunFastestOverEvenlySpacedApertures) {
-  const FrameAcquisition frame(kLinearArray, changed(1, [](auto& p) { p.maxTransmitAperture = 32; }));
+TEST(WaveFrame, AnglesRunFastestOverEvenlySpacedApertures) {
+  const FrameAcquisition planes(kLinearArray, changed(1, [](auto&p) { p.maxTransmitAperture = 32; })),
+      diverging(kConvexArray, formParameters(2));
   const auto elements = kLinearArray.elementPositions();
-  ASSERT_EQ(frame.events().size(), 64u);
+  ASSERT_EQ(planes.events().size(), 64u);
+  ASSERT_EQ(diverging.events().size(), 64u);
   const std::size_t firsts[] = {0, 21, 43, 64};
   for (std::size_t i = 0; i < 64; ++i) {
-    const PulseEchoEvent& event = frame.events()[i];
+    const PulseEchoEvent& event = planes.events()[i];
     const std::size_t first = firsts[i / 16];
+    const double angle = -kPi / 12 + static_cast<double>(i % 16) * kPi / 6 / 15;
     EXPECT_NEAR(event.transmit.waveStart.x(), (elements[first].x() + elements[first + 63].x()) / 2, 1e-12) << i;
-    EXPECT_NEAR(angleOf(event.transmit.waveFiducial), -kPi / 12 + static_cast<double>(i % 16) * kPi / 6 / 15, 1e-12);
+    EXPECT_NEAR(angleOf(event.transmit.waveFiducial), angle, 1e-12);
     EXPECT_EQ(event.receive.apertureLast - event.receive.apertureFirst, 63);
     EXPECT_EQ(event.transmit.apertureLast - event.transmit.apertureFirst, 31);
     EXPECT_NEAR(event.transmit.apertureFirst, static_cast<double>(first) + 16, 1.0);
     EXPECT_EQ(event.transmit.pulseLength, 2.0);
     EXPECT_EQ(event.receive.samplingFrequency, 1e7);
+    // The virtual source lies behind the aperture's centre.
+    const auto& transmit = diverging.events()[i].transmit;
+    EXPECT_NEAR((transmit.waveStart - transmit.waveFiducial).norm(), 10.0, 1e-12);
+    EXPECT_NEAR(angleOf(transmit.waveStart - transmit.waveFiducial), angle, 1e-12);
   }
-  const FrameAcquisition single(kConvexArray, changed(1, [](auto& p) {
-                                  p.maxTransmitAperture = 128;
-                                  p.planeWave.numberApertures = p.planeWave.numberEventsPerAperture = 1;
-                                }));
-  ASSERT_EQ(single.events().size(), 1u);
-  EXPECT_NEAR(angleOf(single.events()[0].transmit.waveFiducial), -kPi / 12, 1e-15);
-  // On the chord between the outer elements.
-  EXPECT_NEAR(single.events()[0].transmit.waveStart.y(), kConvexArray.elementPositions()[0].y(), 1e-12);
-  EXPECT_NEAR(single.events()[0].transmit.waveStart.x(), 0.0, 1e-12);
 }
 
-TEST(DivergingWaveFrame, VirtualSourcesLieBehindTheApertureCentres) {
-  const FrameAcquisition frame(kConvexArray, formParameters(2));
-  ASSERT_EQ(frame.events().size(), 64u);
-  for (std::size_t i = 0; i < 64; ++i) {
-    const auto& transmit = frame.events()[i].transmit;
-    const Vector3d away = transmit.waveStart - transmit.waveFiducial;
-    EXPECT_NEAR(away.norm(), 10.0, 1e-12);
-    EXPECT_NEAR(angleOf(away), -kPi / 12 + static_cast<double>(i % 16) * kPi / 6 / 15, 1e-12);
-  }
-  const FrameAcquisition single(kLinearArray, changed(2, [](auto& p) { p.divergingWave.numberEventsPerAperture = 1; }));
-  ASSERT_EQ(single.events().size(), 4u);
-  EXPECT_TRUE(std::isnan(single.events()[0].transmit.waveFiducial.x()));
-  EXPECT_EQ(single.events()[0].transmit.timeZeroPoint, Vector3d::Zero());
-  EXPECT_EQ(single.events()[0].receive.endTime, 0.0);
+TEST(WaveFrame, OfASingleAngleHasTheFirstPlaneButNoDivergingWave) {
+  const FrameAcquisition plane(kConvexArray, changed(1, [](auto& p) {
+                                 p.maxTransmitAperture = 128;
+                                 p.planeWave.numberApertures = p.planeWave.numberEventsPerAperture = 1;
+                               }));
+  ASSERT_EQ(plane.events().size(), 1u);
+  EXPECT_NEAR(angleOf(plane.events()[0].transmit.waveFiducial), -kPi / 12, 1e-15);
+  // On the chord between the outer elements.
+  const Vector3d chord(0, kConvexArray.elementPositions()[0].y(), 0);
+  EXPECT_LT((plane.events()[0].transmit.waveStart - chord).norm(), 1e-12);
+
+  const FrameAcquisition none(kLinearArray, changed(2, [](auto& p) { p.divergingWave.numberEventsPerAperture = 1; }));
+  ASSERT_EQ(none.events().size(), 4u);
+  EXPECT_TRUE(std::isnan(none.events()[0].transmit.waveFiducial.x()));
+  EXPECT_EQ(none.events()[0].transmit.timeZeroPoint, Vector3d::Zero());
+  EXPECT_EQ(none.events()[0].receive.endTime, 0.0);
 }
 
 TEST(Frame, GeometryAndMetadataFollowTheScan) {
