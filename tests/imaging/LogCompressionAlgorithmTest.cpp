@@ -224,16 +224,20 @@ TEST(LogCompressionTest, KeepsWhatTheImageIsBesideItsSamples) {
   EXPECT_EQ(result->matrix(), image.matrix());
 }
 
-TEST(LogCompressionTest, RefusesOtherChannelCountsOnce) {
+TEST(LogCompressionTest, RefusesOtherChannelCountsOnceAndNoInput) {
   const auto image = makeImage<float>({1.0, 2.0, 3.0}, 3);
   DataComponentList components;
   components.add<FrameGeometryMetadata>();
   const Kelvaris::Tests::ExpectedLog log;
   EXPECT_EQ(LogCompressionAlgorithm::logCompression(*image, Parameters()), nullptr);
-  const auto [result, resultComponents] = LogCompressionAlgorithm(nullptr).processImage(*image, components);
+  LogCompressionAlgorithm algorithm(nullptr);
+  const auto [result, resultComponents] = algorithm.processImage(*image, components);
   EXPECT_EQ(result, nullptr);
   EXPECT_TRUE(resultComponents.empty());
   EXPECT_EQ(log.messages(), std::vector<std::string>(2, "4 LogCompressionAlgorithm: Expected 1 or 2 channels, got 3"));
+  algorithm.compute();
+  EXPECT_EQ(algorithm.status(), Algorithm::Failure);
+  EXPECT_EQ(log.messages().back(), "4 LogCompressionAlgorithm: No input image given");
 }
 
 TEST(LogCompressionTest, TheFrameGeometryFollowsThePixelType) {

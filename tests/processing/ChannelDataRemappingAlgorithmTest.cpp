@@ -1,10 +1,7 @@
 #include "processing/ChannelDataRemappingAlgorithm.h"
 
-#include "Core/Resource.h"
-#include "beamforming/BeamformingAlgorithm.h"
 #include "beamforming/BeamformingCases.h"
 #include "model/ChannelDataLayout.h"
-#include "plugin/Repository_KelvarisUSImgFormationPlugin.h"
 #include "support/DeviceTest.h"
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
@@ -68,16 +65,9 @@ bool sameBytes(const SharedImage& a, const SharedImage& b) {
   return a.descriptor().dimensions() == b.descriptor().dimensions() && Kelvaris::Tests::sameBytes(*a.mem(), *b.mem());
 }
 
-class Remapping : public Kelvaris::Tests::DeviceTest<> {
-protected:
-  Remapping() { Resource::addRepository(&m_repository); }
-  ~Remapping() override { Resource::removeRepository(&m_repository); }
+using Remapping = Kelvaris::Tests::DeviceTest<>;
 
-private:
-  Repository_KelvarisUSImgFormationPlugin m_repository; ///< the beamformer's shader
-};
-
-TEST_F(Remapping, AShuffledRecordingBeamformsToTheSameBits) {
+TEST_F(Remapping, AShuffledRecordingBecomesThePlainOne) {
   for (const int components : {1, 2})
     for (const auto& layout : {ChannelDataLayout(Axis::FastTime, Axis::Channels, Axis::SlowTime),
                                ChannelDataLayout(Axis::SlowTime, Axis::FastTime, Axis::Channels)}) {
@@ -90,12 +80,6 @@ TEST_F(Remapping, AShuffledRecordingBeamformsToTheSameBits) {
       EXPECT_EQ(image->modality(), Data::Ultrasound);
       EXPECT_EQ(*updated.get<ChannelDataLayout>(), ChannelDataLayout());
       EXPECT_EQ(*updated.get<FrameAcquisition>(), plain.acquisition);
-
-      const BeamformingAlgorithm beamforming(nullptr);
-      const auto expected = beamforming.processImage(*plain.image(), plain.components()).first;
-      const auto formed = beamforming.processImage(*image, updated).first;
-      ASSERT_TRUE(expected && formed);
-      EXPECT_TRUE(sameBytes(*formed, *expected));
     }
 }
 
