@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace Kelvaris {
 namespace {
 
@@ -29,15 +27,13 @@ TEST(Resource, IsFoundUnderRepositoryAndNameUntilThatIsGone) {
   {
     const Repository first("First", "shader.comp"), second("Second", "python/script.py");
     Resource::addRepository(&first); // known already
-    const struct {
-      const char* path;
-      const char* answer;
-    } table[] = {{"First/shader.comp", "First"},     {"Second/python/script.py", "Second"},
-                 {"First/python/script.py", "none"}, {"first/shader.comp", "none"},
-                 {"/shader.comp", "none"},           {"shader.comp", "none"}};
-    for (const auto& row : table) {
-      const auto answer = Resource::query(row.path);
-      EXPECT_EQ(answer ? std::string(answer->text()) : "none", row.answer) << row.path;
+    for (const auto& [path, expected] : {std::pair("First/shader.comp", "First"),
+                                         {"Second/python/script.py", "Second"},
+                                         {"First/python/script.py", "none"},
+                                         {"first/shader.comp", "none"},
+                                         {"shader.comp", "none"}}) {
+      const auto answer = Resource::query(path);
+      EXPECT_EQ(answer ? answer->text() : "none", expected) << path;
     }
   }
   EXPECT_FALSE(Resource::query("First/shader.comp"));

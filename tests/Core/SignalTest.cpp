@@ -4,16 +4,13 @@
 
 #include <atomic>
 #include <future>
-#include <memory>
 #include <thread>
-#include <utility>
 
 namespace Kelvaris {
 namespace {
 
 TEST(BlockingConnectionTest, ItsEndWaitsForTheRunningCall) {
-  enum { Disconnect, Assign, Destroy, kWays };
-  for (int way = Disconnect; way < kWays; ++way) {
+  for (const bool assigned : {false, true}) {
     SignalImpl<int> signal;
     std::promise<void> inSlot;
     std::atomic<int> calls = 0, ended = 0;
@@ -23,19 +20,16 @@ TEST(BlockingConnectionTest, ItsEndWaitsForTheRunningCall) {
         std::this_thread::yield();
       ended += value;
     }));
-    EXPECT_TRUE(connection->connected());
     std::thread emitter([&] { signal.emitSignal(1); });
     inSlot.get_future().wait();
-    if (way == Disconnect)
-      connection->disconnect();
-    else if (way == Assign)
+    if (assigned)
       *connection = BlockingConnection();
     else
       connection.reset();
-    EXPECT_EQ(ended, 1) << way;
+    EXPECT_EQ(ended, 1) << assigned;
     signal.emitSignal(1);
     emitter.join();
-    EXPECT_EQ(calls, 1) << way;
+    EXPECT_EQ(calls, 1) << assigned;
   }
 }
 
@@ -51,13 +45,11 @@ TEST(BlockingConnectionTest, MayEndWithinItsSlotAndMoves) {
   signal.emitSignal();
   signal.emitSignal();
   EXPECT_EQ(calls, 1);
-  EXPECT_FALSE(connection.connected());
 
   connection = signal.connectBlocking([&] { ++calls; });
   {
     BlockingConnection other = std::move(connection);
     signal.emitSignal();
-    EXPECT_EQ(calls, 2);
   }
   signal.emitSignal();
   EXPECT_EQ(calls, 2);
