@@ -1,5 +1,4 @@
 #include "Core/Parameter.h"
-#include "Lib/AlgorithmFactory.h"
 #include "Lib/FactoryRegistry.h"
 
 #include "Lib/SharedImageSet.h"
@@ -7,11 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <stdexcept>
-#include <string>
 #include <typeindex>
-#include <utility>
 
 namespace Kelvaris {
 namespace {
@@ -25,15 +20,10 @@ public:
     if (a) *a = std::make_unique<Gain>().release();
     return true;
   }
-  void configure(const Properties* properties) override {
-    ++configured;
-    Algorithm::configure(properties);
-  }
   void compute() override {}
   OwningDataList takeOutput() override { return {}; }
 
   Parameter<double> gain{"gain", 1.0};
-  int configured = 0;
 };
 
 struct Factory : AlgorithmFactory {
@@ -45,15 +35,14 @@ struct Factory : AlgorithmFactory {
   }
 };
 
-struct NamedController : AlgorithmController {
-  NamedController(Algorithm* algorithm, std::string maker) : AlgorithmController(algorithm), madeBy(std::move(maker)) {}
-  std::string madeBy;
+struct FactoryMade : AlgorithmController {
+  using AlgorithmController::AlgorithmController;
 };
 
 struct Controllers : AlgorithmControllerFactory {
   Controllers() : AlgorithmControllerFactory("Controllers") {}
   std::unique_ptr<AlgorithmController> create(Algorithm* algorithm) const override {
-    return std::make_unique<NamedController>(algorithm, "factory");
+    return std::make_unique<FactoryMade>(algorithm);
   }
 };
 
@@ -66,9 +55,8 @@ TEST(AlgorithmFactoryTest, RefusesAliasesOfNothingAndSecondRegistrations) {
   };
   const Tests::ExpectedLog log;
   const Misled factory;
-  EXPECT_EQ(log.messages(), (std::vector<std::string>{
-                                "3 AlgorithmFactory: Algorithm already registered: Test.Gain",
-                                "3 AlgorithmFactory: No algorithm Test.Absent to be given the name \"Other Name\""}));
+  EXPECT_TRUE(log.contains("3 AlgorithmFactory: Algorithm already registered: Test.Gain"));
+  EXPECT_TRUE(log.contains("3 AlgorithmFactory: No algorithm Test.Absent to be given the name \"Other Name\""));
   ASSERT_EQ(factory.algorithmDescriptors().size(), 2u);
   EXPECT_EQ(factory.algorithmDescriptor("Test.Gain")->category, "Signal;Simple;Gain");
 }
@@ -77,12 +65,9 @@ TEST(AlgorithmFactoryTest, CreatesFromStoredSettings) {
   const Factory factory("Test");
   SharedImageSet images;
   EXPECT_EQ(factory.idOf(typeid(Gain)), "Test.Gain");
-  const auto gain = factory.instantiateAlgorithm("Test.Gain", {&images});
-  ASSERT_NE(gain, nullptr);
-  EXPECT_EQ(gain->factoryInfo().data, std::vector<const Data*>{&images});
-  EXPECT_EQ(dynamic_cast<const Gain&>(*gain).configured, 0);
   const auto loud = factory.instantiateAlgorithm("Test.Loud", {&images});
   EXPECT_EQ(dynamic_cast<const Gain&>(*loud).gain.value(), 8.0);
+  EXPECT_EQ(loud->factoryInfo().data, std::vector<const Data*>{&images});
   EXPECT_EQ(factory.instantiateAlgorithm("Test.Gain", {}), nullptr);
 }
 
@@ -98,17 +83,13 @@ TEST(FactoryRegistryTest, FindsAlgorithmsAndControllersUntilTheirOwnerGoes) {
   EXPECT_FALSE(registry.algorithmDescriptor("Loud Gain", false));
 
   Gain gain;
-  const auto maker = [&]() -> std::string {
-    const auto controller = registry.createAlgorithmController(&gain);
-    return controller ? dynamic_cast<const NamedController&>(*controller).madeBy : "nobody";
-  };
-  registry.setDefaultControllerMaker(
-      [](Algorithm* algorithm) { return std::make_unique<NamedController>(algorithm, "default"); });
-  EXPECT_EQ(maker(), "factory");
+  registry.setDefaultControllerMaker([](Algorithm* a) { return std::make_unique<AlgorithmController>(a); });
+  EXPECT_NE(dynamic_cast<FactoryMade*>(registry.createAlgorithmController(&gain).get()), nullptr);
   registry.remove(&other);
-  EXPECT_EQ(maker(), "default");
+  const auto byDefault = registry.createAlgorithmController(&gain);
+  EXPECT_TRUE(byDefault && !dynamic_cast<FactoryMade*>(byDefault.get()));
   registry.setDefaultControllerMaker(nullptr);
-  EXPECT_EQ(maker(), "nobody");
+  EXPECT_EQ(registry.createAlgorithmController(&gain), nullptr);
   EXPECT_FALSE(registry.algorithmDescriptor("B.Gain", false));
   registry.remove(&owner);
   EXPECT_TRUE(registry.algorithmDescriptors().empty());

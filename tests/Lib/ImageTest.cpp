@@ -1,20 +1,14 @@
 #include "Lib/DataComponent.h"
+#include "Lib/ImageProcessing.h"
 #include "Lib/IntensityMask.h"
-#include "Lib/MemImage.h"
 #include "Lib/PointCloud.h"
-#include "Lib/SharedImage.h"
 #include "Lib/SharedImageSet.h"
 #include "support/ErrorOf.h"
-
-#include <gtest/gtest.h>
+#include "support/Samples.h"
 
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace Kelvaris {
 namespace {
@@ -40,19 +34,13 @@ std::shared_ptr<TypedImage<short>> pixel(short value, int slices = 1) {
 
 TEST(ImageDescriptorTest, KnowsWhatCanBeAnImage) {
   constexpr int big = INT_MAX;
-  const struct {
-    ImageDescriptor descriptor;
-    bool valid;
-    const char* text;
-  } cases[] = {{{PixelInt16, 3, 2, 4, 2}, true, "int16, 3 x 2 x 4, 2 channels"},
-               {{5127, 1, 1}, false, "unknown type 5127, 1 x 1 x 1, 1 channel"},
-               {{PixelHalf, 1, -1}, false, "half, 1 x -1 x 1, 1 channel"},
-               {{PixelFloat, 1, 1, 1, 0}, false, "float, 1 x 1 x 1, 0 channels"},
-               {ImageDescriptor(), false, "unknown type 0, 0 x 0 x 0, 1 channel"}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(c.descriptor.isValid(), c.valid) << c.text;
-    EXPECT_EQ(c.descriptor.toString(), c.text);
-    EXPECT_EQ(Tests::errorOf<std::invalid_argument>([&] { MemImage::create(c.descriptor); }).empty(), c.valid);
+  EXPECT_NE(MemImage::create({PixelInt16, 3, 2, 4, 2}), nullptr);
+  for (const auto& [descriptor, text] :
+       {std::pair<ImageDescriptor, const char*>{{5127, 1, 1}, "unknown type 5127, 1 x 1 x 1, 1 channel"},
+        {{PixelHalf, 1, -1}, "half, 1 x -1 x 1, 1 channel"},
+        {{PixelFloat, 1, 1, 1, 0}, "float, 1 x 1 x 1, 0 channels"}}) {
+    EXPECT_FALSE(descriptor.isValid());
+    EXPECT_CONTAINS(Tests::errorOf<std::invalid_argument>([&, d = descriptor] { MemImage::create(d); }), text);
   }
   EXPECT_EQ(ImageDescriptor(PixelHalf, 3, 2, 4, 2).byteSize(), 3u * 2 * 4 * 2 * 4) << "halves lie as floats";
   EXPECT_THROW(ImageDescriptor(PixelInt8, big, big, big).byteSize(), std::length_error);
@@ -100,15 +88,12 @@ TEST(MemImageTest, StandsOnSamplesOfOthersAsLongAsItNeedsThem) {
   EXPECT_NE(MemImage::create({PixelFloat, 1, 1}, at(4)), nullptr);
   EXPECT_THROW(MemImage::create({PixelDouble, 1, 1}, at(4)), std::invalid_argument);
   EXPECT_THROW(MemImage::create({PixelFloat, 1, 1}, nullptr), std::invalid_argument);
-  EXPECT_THROW(MemImage::create({PixelFloat, 0, 1}, at(0)), std::invalid_argument);
 }
 
 TEST(PointCloudTest, HasOneWeightAPointOrNone) {
   PointCloud cloud({{1, 2, 3}, {4, 5, 6}});
-  EXPECT_EQ(cloud.weights(), std::nullopt);
   cloud.setWeights({{1.0, 0.5}});
-  EXPECT_EQ(Tests::errorOf<std::invalid_argument>([&] { cloud.setWeights({{1.0}}); }),
-            "1 weights for 2 points; expected one a point");
+  EXPECT_THROW(cloud.setWeights({{1.0}}), std::invalid_argument);
   EXPECT_EQ(cloud.weights(), std::vector<double>({1.0, 0.5}));
 }
 
@@ -141,17 +126,15 @@ TEST(SharedImageTest, ClonesWithAndWithoutPixels) {
   image.setModality(Data::Ultrasound);
   image.setMatrix(Eigen::Matrix4d::Constant(2.0));
   image.setMask(std::make_shared<IntensityMask>(PixelInt16, -32768.0));
-  for (const int option : {1, 4}) {
-    const auto copy = image.clone(option);
-    EXPECT_EQ(copy->modality(), Data::Ultrasound);
-    EXPECT_EQ(copy->matrix(), image.matrix());
-    EXPECT_EQ(copy->mask(), image.mask());
-    EXPECT_TRUE(copy->descriptor().isApprox(image.descriptor()));
-    if (option == 1)
-      EXPECT_NE(copy->mem()->data(), image.mem()->data());
-    else
-      EXPECT_THROW(copy->mem(), std::runtime_error);
+  const auto copy = image.clone(1), bare = image.clone(4);
+  for (const SharedImage* clone : {copy.get(), bare.get()}) {
+    EXPECT_EQ(clone->modality(), Data::Ultrasound);
+    EXPECT_EQ(clone->matrix(), image.matrix());
+    EXPECT_EQ(clone->mask(), image.mask());
+    EXPECT_TRUE(clone->descriptor().isApprox(image.descriptor()));
   }
+  EXPECT_NE(copy->mem()->data(), image.mem()->data());
+  EXPECT_THROW(bare->mem(), std::runtime_error);
   EXPECT_THROW(image.clone(2), std::invalid_argument);
 }
 
@@ -180,12 +163,12 @@ TEST(SharedImageSetTest, ClonesItsStateAndSharesItsImages) {
     EXPECT_EQ(copy->modality(), Data::Ultrasound);
     EXPECT_EQ(copy->properties(), set.properties());
     EXPECT_EQ(copy->components().get<Label>()->text, "set");
-    ASSERT_EQ(copy->size(), option == 4 ? 1 : 0);
-    if (option != 4) continue;
-    EXPECT_EQ(copy->shared(0), set.shared(0));
-    EXPECT_EQ(copy->timestamp(0), 12.5);
-    EXPECT_EQ(copy->elementwiseComponents().components(0).get<Label>()->text, "first");
+    EXPECT_EQ(copy->size(), option == 4 ? 1 : 0);
   }
+  const auto copy = set.clone(4);
+  EXPECT_EQ(copy->shared(0), set.shared(0));
+  EXPECT_EQ(copy->timestamp(0), 12.5);
+  EXPECT_EQ(copy->elementwiseComponents().components(0).get<Label>()->text, "first");
   EXPECT_THROW(set.clone(2), std::invalid_argument);
   EXPECT_THROW(set.get(1), std::out_of_range);
   EXPECT_THROW(set.setTimestamp(0.0, 1), std::out_of_range);
@@ -207,6 +190,40 @@ TEST(DataComponentListTest, HoldsOneOfATypeAndCopiesDeeply) {
   list.add(copy);
   EXPECT_EQ(list.get<Label>()->text, "b");
   EXPECT_FALSE(list.get<Label>()->equals(*list.get<SpecialLabel>())) << "the exact type counts";
+}
+
+TEST(ImageProcessing, CropsAndPads) {
+  for (const int type : {PixelInt16, PixelDouble}) {
+    ImageDescriptor descriptor(type, 5, 4, 3, 2);
+    descriptor.setSpacing({0.5, 0.25, 2.0});
+    descriptor.setScale(4.0);
+    SharedImage image(std::shared_ptr<Image>(Tests::noiseImage(descriptor)));
+    image.setMask(std::make_shared<IntensityMask>(type, 7.0));
+    const auto samples = image.mem();
+    const auto value = [&](int x, int y, int z, int channel) {
+      const bool inside = x >= 0 && x < 5 && y >= 0 && y < 4 && z >= 0 && z < 3;
+      return inside ? samples->valueAsDouble(x, y, z, channel) : 0.0;
+    };
+    const auto expectShifted = [&](const SharedImage& result, const Eigen::Vector3i& extent,
+                                   const Eigen::Vector3i& by) {
+      const ImageDescriptor& d = result.descriptor();
+      EXPECT_EQ(Eigen::Vector3i(d.width(), d.height(), d.slices()), extent);
+      EXPECT_EQ(d.spacing(), descriptor.spacing());
+      EXPECT_EQ(d.scale(), 4.0);
+      EXPECT_EQ(result.mask(), image.mask());
+      EXPECT_EQ(Tests::worstError(*result.mem(),
+                                  [&](int x, int y, int z, int channel) {
+                                    return value(x + by.x(), y + by.y(), z + by.z(), channel);
+                                  }),
+                0.0);
+    };
+    expectShifted(*ImageProcessing::createCropped(image, {1, 2, 1}, {3, 2, 1}), {3, 2, 1}, {1, 2, 1});
+    expectShifted(*ImageProcessing::createPadded(image, {2, 1, 1}, {1, 0, 2}), {8, 5, 6}, {-2, -1, -1});
+    EXPECT_THROW(ImageProcessing::createCropped(image, {0, 1, 0}, {5, 4, 3}), std::invalid_argument);
+    EXPECT_THROW(ImageProcessing::createCropped(image, {-1, 0, 0}, {1, 1, 1}), std::invalid_argument);
+    EXPECT_THROW(ImageProcessing::createCropped(image, {0, 0, 0}, {5, 0, 3}), std::invalid_argument);
+    EXPECT_THROW(ImageProcessing::createPadded(image, {0, 0, 0}, {0, -1, 0}), std::invalid_argument);
+  }
 }
 
 } // namespace

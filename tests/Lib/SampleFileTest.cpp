@@ -4,11 +4,8 @@
 #include "support/ErrorOf.h"
 #include "support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
 #include <matio.h>
 
-#include <cstdint>
-#include <filesystem>
 #include <numeric>
 
 namespace Kelvaris {
@@ -107,20 +104,17 @@ TEST_F(SampleFileTest, ReadsBoxesOfEveryFormat) {
   }
   const std::string numpyHead = "{'descr': '<i2', 'fortran_order': False, 'shape': (2, 3, 4), }";
   const std::string numpyFortran = "{'descr': '>i2', 'fortran_order': True, 'shape': (4, 3, 2), }";
-  const struct {
-    fs::path path;
-    std::string variable;
-    bool firstFastest;
-  } cases[] = {{writeHdf5(), "", false},
-               {m_folder / "recording.h5", "/scan/rf", false},
-               {write("c.npy", numpy(numpyHead, raw)), "", false},
-               {write("f.npy", numpy(numpyFortran, bigEndian)), "array", true}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.path);
-    const auto array = SampleFile::open(c.path)->array(c.variable);
-    EXPECT_EQ(array->shape(), (c.firstFastest ? Extents{4, 3, 2} : Extents{2, 3, 4}));
+  const std::tuple<fs::path, const char*, bool> cases[] = {
+      {writeHdf5(), "", false},
+      {m_folder / "recording.h5", "/scan/rf", false},
+      {write("c.npy", numpy(numpyHead, raw)), "", false},
+      {write("f.npy", numpy(numpyFortran, bigEndian)), "array", true}};
+  for (const auto& [path, variable, firstFastest] : cases) {
+    SCOPED_TRACE(path);
+    const auto array = SampleFile::open(path)->array(variable);
+    EXPECT_EQ(array->shape(), (firstFastest ? Extents{4, 3, 2} : Extents{2, 3, 4}));
     EXPECT_EQ(array->type(), SampleType::Int16);
-    EXPECT_EQ(array->firstIndexFastest(), c.firstFastest);
+    EXPECT_EQ(array->firstIndexFastest(), firstFastest);
     expectBoxes(*array);
   }
   expectBoxes(*openRawSamples(write("c.raw", raw), SampleType::Int16, {2, 3, 4}, false));
@@ -136,7 +130,6 @@ TEST_F(SampleFileTest, ReadsMatlabVariablesAndFields) {
     const auto file = SampleFile::open(path);
     const auto rf = file->array("rf");
     EXPECT_EQ(rf->shape(), (Extents{4, 3, 2}));
-    EXPECT_EQ(rf->type(), SampleType::Int16);
     expectBoxes(*rf);
     EXPECT_EQ(file->array("exp_data.tx")->readAll(), (std::vector<double>{1, 1, 2, 2, 3}));
     for (const auto& [name, what] : {std::pair{"iq", "complex"},
@@ -159,20 +152,18 @@ TEST_F(SampleFileTest, RefusesBrokenAndForeignFilesInWords) {
   const auto errorOfOpening = [](const fs::path& path, const char* variable = "") {
     return errorOf([&] { SampleFile::open(path)->array(variable); });
   };
-  const auto errorOfNumpy = [&](const std::string& type, const std::string& shape) {
-    const std::string header = "{'descr': '" + type + "', 'fortran_order': False, 'shape': " + shape + ", }";
-    return errorOfOpening(write("array.npy", numpy(header, std::string(40, 'x'))));
+  const auto errorOfNumpy = [&](const std::string& typeAndShape) {
+    return errorOfOpening(write("array.npy", numpy("{'fortran_order': False, " + typeAndShape, std::string(40, 'x'))));
   };
-  const fs::path text =
-      write("text.txt", "Not a recording, but longer than any header that is looked at. " + std::string(200, 'x'));
+  const fs::path text = write("text.txt", std::string(263, 'x')); // longer than any header that is looked at
   const Extents tooLarge = {7, 5};
   const std::pair<std::string, const char*> cases[] = {
       {errorOfOpening("/nowhere/x.mat"), "There is no file /nowhere/x.mat"},
       {errorOfOpening(text), "raw binary samples need their shape and type"},
       {errorOfOpening(write("empty.mat", "")), "is no HDF5, MATLAB"},
-      {errorOfNumpy("<f8", "(2, 3)"), "truncated"},
-      {errorOfNumpy("<f8", "(9000000000, 9000000000, 9)"), "larger than any memory"},
-      {errorOfNumpy("<c8", "(2, 3)"), "'<c8'"},
+      {errorOfNumpy("'descr': '<f8', 'shape': (2, 3)"), "truncated"},
+      {errorOfNumpy("'descr': '<f8', 'shape': (9000000000, 9000000000, 9)"), "larger than any memory"},
+      {errorOfNumpy("'descr': '<c8', 'shape': (2, 3)"), "'<c8'"},
       {errorOfOpening(write("head.npy", numpy("{'descr'", ""))), "NumPy header"},
       {errorOfOpening(cut(writeHdf5(), 1500)), "recording.h5"},
       {errorOf([&] { openRawSamples(text, SampleType::Int16, tooLarge, false); }), "take 70"},

@@ -6,16 +6,14 @@
 #include "support/TestPluginExports.h"
 
 #include <cstdlib>
-#include <stdexcept>
-#include <string>
 
 namespace {
 
 using namespace Kelvaris;
 
-std::string mode() {
+bool misbehaves(std::string_view mode) {
   const char* value = std::getenv("TEST_PLUGIN");
-  return value ? value : "";
+  return value && value == mode;
 }
 
 struct Nothing : Algorithm {
@@ -40,14 +38,14 @@ struct TestPlugin : KelvarisLibPlugin {
   std::string author() const override { return "tests"; }
   std::string description() const override { return "for tests"; }
   std::vector<std::string> dependencies() const override {
-    if (mode() == "dependency") return {"Test.Plugin", "Test.Absent"};
+    if (misbehaves("dependency")) return {"Test.Plugin", "Test.Absent"};
     return {};
   }
   int init() override {
     registerFactories(std::make_unique<TestFactory>(), nullptr, nullptr);
     DataComponentFactory::get().registerComponent("Test.Mark", [] { return std::make_unique<Mark>(); });
-    if (mode() == "throw") throw std::runtime_error("no memory for the test");
-    return mode() == "fail" ? 7 : 0;
+    if (misbehaves("throw")) throw std::runtime_error("no memory for the test");
+    return misbehaves("fail") ? 7 : 0;
   }
 };
 
