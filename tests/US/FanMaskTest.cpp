@@ -1,7 +1,6 @@
 #include "US/FanMask.h"
 
 #include "Lib/KelvarisFile.h"
-#include "Lib/MemImage.h"
 #include "US/GeometryCases.h"
 #include "support/ExpectedLog.h"
 #include "support/TemporaryFolder.h"
@@ -14,10 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <stdexcept>
-#include <utility>
-#include <vector>
+#include <numeric>
 
 namespace Kelvaris::US {
 namespace {
@@ -53,10 +49,8 @@ std::vector<unsigned char> evaluated(const FanMask& mask) {
 class FanMaskOf : public testing::TestWithParam<Tests::GeometryCase> {};
 
 INSTANTIATE_TEST_SUITE_P(Cases, FanMaskOf,
-                         testing::Values(Tests::linearCase(38.1, 0, 40), Tests::linearCase(38.1, -15, 40),
-                                         Tests::convexCase(28.5, 60, 120), Tests::convexCase(100, 10, 30),
-                                         Tests::steeredCase(28.5, 60, 20, 120), Tests::sectorCase(45, 10, 150, 1),
-                                         Tests::sectorCase(45, 10, 150, 0), Tests::sectorCase(60, 20, 100, 0.3)),
+                         testing::Values(Tests::linearCase(38.1, -15, 40), Tests::convexCase(100, 10, 30),
+                                         Tests::steeredCase(28.5, 60, 20, 120), Tests::sectorCase(45, 10, 150, 0)),
                          [](const auto& test) { return test.param.geometry->type() + std::to_string(test.index); });
 
 #ifdef KELVARIS_HAVE_GL
@@ -85,10 +79,8 @@ void main() {
   const auto pixels = output.download();
   const auto* const valid = static_cast<const unsigned char*>(pixels->data());
   const std::vector<unsigned char> expected = evaluated(*mask);
-  int different = 0;
-  for (std::size_t i = 0; i < expected.size(); ++i)
-    different += valid[i] != expected[i];
-  EXPECT_LE(different, kAcross / 25) << "pixel centres on the very edge only";
+  const auto same = std::inner_product(expected.begin(), expected.end(), valid, 0, std::plus<>(), std::equal_to<>());
+  EXPECT_LE(static_cast<int>(expected.size()) - same, kAcross / 25) << "pixel centres on the very edge only";
 }
 #endif
 
@@ -105,28 +97,21 @@ TEST_P(FanMaskOf, ComesBackFromAFile) {
   EXPECT_EQ(evaluated(*loaded), evaluated(*mask));
 }
 
-TEST(FanMask, IsNotMadeFromWhatIsNoGeometry) {
-  const Kelvaris::Tests::ExpectedLog log;
-  const auto c = Tests::sectorCase(45, 10, 150, 1);
-  Properties properties = fanMask(c)->configuration();
-  properties.setParam("openingAngle", "wide");
-  EXPECT_EQ(FanMask::create(properties, c.geometry->imgDesc()), nullptr);
-  EXPECT_FALSE(log.messages().empty());
-}
-
 TEST(FanMask, HasNoPixelsWhereTheFrameHasNoShape) {
-  for (const auto& c : {Tests::convexCase(0, 60, 50), Tests::linearCase(38, 0, 0)}) {
-    ImageDescriptor descriptor(PixelUInt8, 20, 30);
-    c.geometry->setImgDesc(descriptor);
-    const std::vector<unsigned char> valid = evaluated(FanMask(*c.geometry));
-    EXPECT_EQ(std::count(valid.begin(), valid.end(), 1), 0) << c.name;
-  }
+  const auto frame = Tests::convexCase(0, 60, 50).geometry;
+  frame->setImgDesc(ImageDescriptor(PixelUInt8, 20, 30));
+  EXPECT_EQ(evaluated(FanMask(*frame)), std::vector<unsigned char>(600, 0));
 }
 
-TEST(FanMask, ComparesByGeometryAndImageAndNeedsAnImage) {
+TEST(FanMask, ComparesByGeometryAndImageAndNeedsBoth) {
   const auto c = Tests::convexCase(28.5, 60, 120);
   EXPECT_THROW(FanMask{*c.geometry}, std::invalid_argument);
   const auto mask = fanMask(c);
+  Properties broken = mask->configuration();
+  broken.setParam("openingAngle", "wide");
+  const Kelvaris::Tests::ExpectedLog log;
+  EXPECT_EQ(FanMask::create(broken, c.geometry->imgDesc()), nullptr);
+
   EXPECT_TRUE(*mask == *fanMask(c));
   auto moved = mask->geometry().clone();
   moved->setOffset({0.0, 0.1, 0.0});

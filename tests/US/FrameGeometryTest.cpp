@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <random>
 
 namespace Kelvaris::US {
@@ -52,9 +51,8 @@ TEST_P(FrameGeometryOfEveryKind, BoundsAreTheSmallestBox) {
   const Geometry::AlignedBox bounds = geometry->bounds();
   // On a grid an arc's extreme is missed by at most r (opening / n)^2 / 2.
   const double missed = 1e-5 * seen.extent().maxCoeff();
-  const Eigen::Array2d below = seen.min() - bounds.min(), above = bounds.max() - seen.max();
-  EXPECT_TRUE((below >= -1e-11).all() && (above >= -1e-11).all()) << below << above;
-  EXPECT_TRUE((below <= missed).all() && (above <= missed).all()) << below << above;
+  const Eigen::Array4d beyond = (Eigen::Array4d() << seen.min() - bounds.min(), bounds.max() - seen.max()).finished();
+  EXPECT_TRUE((beyond >= -1e-11).all() && (beyond <= missed).all()) << beyond;
 }
 
 TEST_P(FrameGeometryOfEveryKind, IsStoredToTheLastBit) {
@@ -99,10 +97,8 @@ TEST(FrameGeometry, SectorRadiiAndDepthMoveTogether) {
   sector.setShortRadius(70);
   sector.setLongRadius(90);
   EXPECT_EQ(sector.depth(), 20);
-  sector.setDepth(35);
   sector.setShortRadius(60);
-  EXPECT_EQ(sector.depth(), 35);
-  EXPECT_EQ(sector.longRadius(), 95);
+  EXPECT_EQ(sector.longRadius(), 80);
 }
 
 TEST(FrameGeometry, WithoutAnAnswerThePointIsNaN) {
@@ -113,10 +109,10 @@ TEST(FrameGeometry, WithoutAnAnswerThePointIsNaN) {
 }
 
 TEST(FrameGeometry, ComparesKindOffsetAndOnRequestImages) {
-  const auto convex = Tests::convexCase(30, 60, 40).geometry;
+  const auto convex = Tests::convexCase(30, 60, 40).geometry, undefined = Tests::convexCase(kNaN, 60, 40).geometry;
   EXPECT_FALSE(convex->isApprox(*Tests::steeredCase(30, 60, 0, 40).geometry, 1e9));
-  EXPECT_TRUE(Tests::convexCase(kNaN, 60, 40).geometry->isApprox(*Tests::convexCase(kNaN, 60, 40).geometry, 0.001));
-  EXPECT_FALSE(Tests::convexCase(kNaN, 60, 40).geometry->isApprox(*convex, 0.001));
+  EXPECT_TRUE(undefined->isApprox(*undefined, 0.001));
+  EXPECT_FALSE(undefined->isApprox(*convex, 0.001));
   EXPECT_FALSE(convex->isApprox(FrameGeometryConvex(CoordinateSystem::Pixel), 1e9));
 
   const std::unique_ptr<FrameGeometry> copy = convex->clone();
@@ -130,9 +126,7 @@ TEST(FrameGeometry, ComparesKindOffsetAndOnRequestImages) {
 
 TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
   const struct {
-    const char* key;
-    const char* text; // null: no such key
-    const char* message;
+    const char *key, *text, *message; // no text: no such key
   } cases[] = {
       {"type", "FrameGeometryConvex", "of type \"FrameGeometryConvex\" can't be read into a FrameGeometrySector"},
       {"depth", nullptr, "needs a number under \"depth\""},
@@ -140,17 +134,14 @@ TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
       {"bottomCurvature", "round", "needs a number under \"bottomCurvature\""},
       {"longRadius", "200", "longRadius less its shortRadius"},
       {"offset", "1 2", "its \"offset\" can't be read"},
-      {"coordinateSystem", "7", "Unknown coordinateSystem 7"},
-  };
+      {"coordinateSystem", "7", "Unknown coordinateSystem 7"}};
   const auto sector = Tests::sectorCase(15, 70, 90, 0.5).geometry;
   Properties good;
   Tests::sectorCase(20, 60, 100, 1).geometry->configuration(&good);
   for (const auto& c : cases) {
     Properties bad = good;
-    if (c.text)
-      bad.setParam(c.key, c.text);
-    else
-      bad.removeParam(c.key);
+    bad.removeParam(c.key);
+    if (c.text) bad.setParam(c.key, c.text);
     const std::unique_ptr<FrameGeometry> geometry = sector->clone();
     const ExpectedLog log;
     geometry->configure(&bad);
@@ -159,7 +150,6 @@ TEST(FrameGeometry, BadStoredDataIsReportedAndChangesNothing) {
   }
 
   good.removeParam("bottomCurvature"); // may be missing
-  sector->configure(nullptr);
   sector->configure(&good);
   EXPECT_TRUE(sector->isApprox(*Tests::sectorCase(20, 60, 100, 1).geometry, 0.0));
 }
@@ -175,7 +165,6 @@ TEST(FrameGeometry, ConvertsBetweenPixelsAndMillimetres) {
     c.geometry->setOffset({3.0, -4.0, 1.0});
     const auto pixels = c.geometry->convertTo(CoordinateSystem::Pixel);
     ASSERT_NE(pixels, nullptr);
-    EXPECT_EQ(pixels->coordinateSystem(), CoordinateSystem::Pixel);
     EXPECT_LT((pixels->offset() - Eigen::Vector3d(3.0 / spacing.x(), -20.0, 2.0)).norm(), 1e-12);
     for (const Eigen::Vector2d& uv : {Eigen::Vector2d(0.1, 0.3), Eigen::Vector2d(0.9, 1.0)}) {
       const Eigen::Vector2d expected = c.position(uv.x(), uv.y()).cwiseQuotient(spacing);
@@ -192,17 +181,13 @@ TEST(FrameGeometry, ConvertsBetweenPixelsAndMillimetres) {
 TEST(FrameGeometry, PixelsOfNoOrUnequalSizeCannotBeConverted) {
   const auto convex = Tests::convexCase(28.5, 60, 120).geometry;
   ImageDescriptor descriptor(PixelUInt8, 100, 120);
-  const struct {
-    Eigen::Vector3d spacing;
-    const char* message;
-  } cases[] = {{{0.2, 0.3, 1.0}, "in pixels of 0.2 x 0.3 mm; pixels must be as wide as high"},
-               {{0.2, NAN, 1.0}, "by the spacing 0.2 x nan x 1 of an image of uint8, 100 x 120 x 1"}};
-  for (const auto& c : cases) {
-    descriptor.setSpacing(c.spacing);
+  for (const auto& [height, message] : {std::pair(0.3, "in pixels of 0.2 x 0.3 mm; pixels must be as wide as high"),
+                                        {kNaN, "by the spacing 0.2 x nan x 1 of an image of uint8, 100 x 120 x 1"}}) {
+    descriptor.setSpacing({0.2, height, 1.0});
     convex->setImgDesc(descriptor);
     const ExpectedLog log;
     EXPECT_EQ(convex->convertTo(CoordinateSystem::Pixel), nullptr);
-    EXPECT_TRUE(log.contains(c.message)) << testing::PrintToString(log.messages());
+    EXPECT_TRUE(log.contains(message)) << testing::PrintToString(log.messages());
   }
 }
 

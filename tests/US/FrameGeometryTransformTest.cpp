@@ -5,8 +5,6 @@
 #include "US/GeometryCases.h"
 #include "support/Samples.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
 
 namespace Kelvaris::US {

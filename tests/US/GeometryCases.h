@@ -8,13 +8,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <functional>
-#include <limits>
-#include <memory>
 #include <numbers>
-#include <ostream>
-#include <string>
-#include <vector>
 
 namespace Kelvaris::US::Tests {
 
