@@ -49,7 +49,6 @@ protected:
   bool choiceIsShown() const { return child(*panel, "comboBox_alg").isVisible(); }
   ImageStream& output() { return dynamic_cast<ImageStream&>(*window.data.at(0)[0]); }
 
-  ImageStream input{"input"};
   std::unique_ptr<SingleImageStreamAlgorithmExecutor> executor =
       std::make_unique<SingleImageStreamAlgorithmExecutor>(input, nullptr);
   PanelWindow window;

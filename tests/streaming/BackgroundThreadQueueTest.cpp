@@ -1,17 +1,10 @@
 #include "streaming/BackgroundThreadQueue.h"
 
 #include "GL/RequireGL.h"
+#include "streaming/StreamTools.h"
 #include "support/ExpectedLog.h"
 
-#include <gtest/gtest.h>
-
 #include <cctype>
-#include <map>
-#include <ostream>
-#include <semaphore>
-#include <stdexcept>
-#include <string>
-#include <thread>
 
 namespace Kelvaris {
 namespace {
@@ -41,12 +34,6 @@ struct SteppedConsumer : BackgroundThreadConsumer<char> {
   }
 };
 
-/// Waits for what another thread is about to do.
-template <typename Condition> void waitFor(Condition&& condition) {
-  while (!condition())
-    std::this_thread::yield();
-}
-
 /// Runs `script` on a queue, letter by letter:
 ///
 ///     a-z  push an item of that name          0-9  set the maximum size
@@ -63,7 +50,7 @@ std::string fates(int maximumSize, const std::string& script, std::string& proce
   {
     BackgroundThreadQueue<char> queue(&consumer, maximumSize);
     const auto waitForNext = [&] {
-      waitFor([&] { return consumer.began.try_acquire() || queue.isEmpty() || queue.hasEnded(); });
+      Tests::waitFor([&] { return consumer.began.try_acquire() || queue.isEmpty() || queue.hasEnded(); });
     };
     for (const char step : script) {
       if (std::islower(step)) {
@@ -75,15 +62,7 @@ std::string fates(int maximumSize, const std::string& script, std::string& proce
         queue.start(false);
         waitForNext();
       } else if (step == '!') {
-        std::binary_semaphore requested{0};
-        const int sink = Log::addSink([&](const Log::Entry& entry) {
-          if (entry.message == "BackgroundThreadQueue waiting for processing thread to finish.") requested.release();
-        });
-        std::thread stopper([&] { queue.stop(); });
-        requested.acquire();
-        consumer.mayEnd.release();
-        stopper.join();
-        Log::removeSink(sink);
+        Tests::endQueue([&] { queue.stop(); }, [&] { consumer.mayEnd.release(); });
         queue.stop(); // once more, in vain
       } else {
         consumer.order = step;
@@ -139,17 +118,14 @@ TEST(BackgroundThreadQueue, DropsTheOldestAndKeepsOrBreaksPromisesAsTold) {
 }
 
 TEST(BackgroundThreadQueue, AnExceptionEndsTheThreadAndItemsPileUpToTheLimit) {
-  const struct {
-    char exception;
-    std::string message;
-  } cases[] = {{'X', "exception occurred while running the processing thread: broken probe"},
-               {'Y', "exception occurred while running the processing thread."}};
-  for (const auto& c : cases) {
+  for (const auto& [exception, end] : {std::pair('X', ": broken probe"), {'Y', "."}}) {
     const Tests::ExpectedLog log;
     std::string processed;
-    EXPECT_EQ(fates(2, std::string("ab>") + c.exception + "cde", processed), "fbbbb");
+    EXPECT_EQ(fates(2, std::string("ab>") + exception + "cde", processed), "fbbbb");
     EXPECT_EQ(processed, "a");
-    EXPECT_EQ(log.messages(), std::vector<std::string>{"4 BackgroundThreadQueue: An unexpected " + c.message});
+    EXPECT_EQ(log.messages(), std::vector{"4 BackgroundThreadQueue: An unexpected exception occurred while running the "
+                                          "processing thread" +
+                                          std::string(end)});
   }
 }
 
@@ -157,10 +133,8 @@ TEST(BackgroundThreadQueue, RefusesNullAndStopsBeforeAnyStart) {
   SteppedConsumer consumer;
   BackgroundThreadQueue<char> queue(&consumer, 1);
   EXPECT_FALSE(queue.push({1, 2, nullptr}).valid());
-  EXPECT_TRUE(queue.isEmpty());
   queue.stop();
   EXPECT_TRUE(queue.push(itemOf('a')).valid()) << "it hasn't been stopped";
-  EXPECT_FALSE(queue.isEmpty());
 }
 
 TEST(BackgroundThreadQueue, KeepsAContextForItsThreadIfAskedTo) {

@@ -4,15 +4,9 @@
 #include "streaming/StreamTools.h"
 #include "support/ExpectedLog.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <functional>
-#include <memory>
 #include <numeric>
 #include <random>
-#include <string>
-#include <vector>
 
 namespace Kelvaris::US {
 namespace {
@@ -63,9 +57,7 @@ TEST_F(StreamChain, NoneOfTenThousandFramesGetsLostUnnoticed) {
       before = std::move(stamps);
     }
     EXPECT_TRUE(!blocking || before.size() == count - count / 100) << before.size();
-    const std::vector<std::string> expected(ShowParameters::thrown,
-                                            "4 SingleImageStreamAlgorithmExecutor: A frame is lost: no device memory");
-    EXPECT_EQ(log.messages(), expected);
+    EXPECT_EQ(log.messages().size(), ShowParameters::thrown);
   }
 }
 
@@ -109,15 +101,11 @@ TEST_F(StreamChain, StopsClosesAndEndsInEveryOrderWhileBusy) {
       chain.back()->stream()->startAsync().wait();
     }
     std::vector<OwningDataList> outputs(chain.size());
-    std::vector<std::function<void()>> steps = {
-        [&] { source.reset(); },
-        [&] {
-          if (source) source->stopAsync().wait();
-        },
-        [&] {
-          if (source) source->closeAsync().wait();
-        },
+    const auto command = [&source](auto method) {
+      if (source) (source.get()->*method)().wait();
     };
+    std::vector<std::function<void()>> steps = {[&] { source.reset(); }, [&] { command(&Stream::stopAsync); },
+                                                [&] { command(&Stream::closeAsync); }};
     for (std::size_t i = 0; i < chain.size(); ++i) {
       if (random() % 2) {
         outputs[i] = chain[i]->takeOutput();

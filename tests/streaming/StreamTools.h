@@ -1,25 +1,17 @@
 #pragma once
 
+#include "Core/Log.h"
 #include "Core/Parameter.h"
-#include "Lib/Algorithm.h"
-#include "Lib/AlgorithmFactory.h"
 #include "Lib/FactoryRegistry.h"
-#include "Lib/SharedImageSet.h"
 #include "Stream/ImageStream.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
-#include <functional>
-#include <memory>
 #include <mutex>
-#include <stdexcept>
-#include <string>
+#include <semaphore>
 #include <thread>
-#include <utility>
-#include <vector>
 
 namespace Kelvaris::Tests {
 
@@ -150,17 +142,41 @@ private:
   std::atomic<std::uint64_t> m_emitted = 0;
 };
 
-/// Has the algorithms above registered.
+/// Has the algorithms above registered, and an input to emit on.
 class WithTestAlgorithms : public ::testing::Test {
 protected:
   WithTestAlgorithms() { FactoryRegistry::get().add(std::make_unique<TestFactory>(), nullptr, this); }
   ~WithTestAlgorithms() override { FactoryRegistry::get().remove(this); }
+
+  /// One image of one pixel for each.
+  void emit(const std::vector<float>& pixels, std::uint64_t timestamp = 0, int modality = Data::Ultrasound) {
+    const auto images = setOf({});
+    for (const float pixel : pixels)
+      images->add(row({pixel}), 100.0 + images->size());
+    images->setModality(static_cast<Data::Modality>(modality));
+    input.dataSignal.emitSignal(emission(images, timestamp));
+  }
+
+  ImageStream input{"probe"};
 };
 
 /// Waits for what another thread is about to do.
 template <typename Condition> void waitFor(Condition&& condition) {
   while (!condition())
     std::this_thread::yield();
+}
+
+/// Calls `end`, which ends a BackgroundThreadQueue, and `release` when that waits for the item in progress.
+template <typename End, typename Release> void endQueue(End&& end, Release&& release) {
+  std::binary_semaphore waiting(0);
+  const int sink = Log::addSink([&](const Log::Entry& entry) {
+    if (entry.message == "BackgroundThreadQueue waiting for processing thread to finish.") waiting.release();
+  });
+  std::thread ender(end);
+  waiting.acquire();
+  release();
+  ender.join();
+  Log::removeSink(sink);
 }
 
 /// Collects what a stream emits.
@@ -176,10 +192,7 @@ public:
     const std::scoped_lock lock(m_mutex);
     return m_received;
   }
-  std::size_t count() const {
-    const std::scoped_lock lock(m_mutex);
-    return m_received.size();
-  }
+  std::size_t count() const { return received().size(); }
   /// The device's timestamp of the last emission; 0 without one.
   std::uint64_t newest() const {
     const std::scoped_lock lock(m_mutex);
@@ -187,9 +200,9 @@ public:
   }
   /// The pixels of the last emission's first image.
   std::vector<float> last() const {
-    const std::scoped_lock lock(m_mutex);
-    if (m_received.empty()) return {};
-    const auto image = m_received.back()->images()->get(0).mem();
+    const auto all = received();
+    if (all.empty()) return {};
+    const auto image = all.back()->images()->get(0).mem();
     const auto* pixels = static_cast<const float*>(image->data());
     return {pixels, pixels + image->width()};
   }
