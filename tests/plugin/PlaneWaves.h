@@ -3,8 +3,6 @@
 #include "Core/PropertiesIO.h"
 #include "Lib/DataComponentFactory.h"
 
-#include <memory>
-
 namespace Kelvaris::Tests {
 
 /// The acquisition of two plane waves, for 16 channels. The plugin must be loaded.
