@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
-#include <filesystem>
-#include <vector>
 
 namespace Kelvaris::Tests {
 
@@ -48,22 +45,15 @@ struct Amplitudes {
                      std::lerp(at(i, j + 1), at(i + 1, j + 1), column - i), row - j);
   }
 
-  struct Place {
-    double x, z; // mm
-  };
-
-  /// The brightest pixel in a box.
-  Place brightest(double x0, double x1, double z0, double z1) const {
-    int bestI = 0, bestJ = 0;
-    double best = -1.0;
-    for (int j = 0; j < height; ++j)
-      for (int i = 0; i < width; ++i)
-        if (x(i) >= x0 && x(i) <= x1 && z(j) >= z0 && z(j) <= z1 && at(i, j) > best) {
-          best = at(i, j);
-          bestI = i;
-          bestJ = j;
-        }
-    return {x(bestI), z(bestJ)};
+  /// Column and row of the brightest pixel in a box, not on the picture's edge.
+  std::pair<int, int> brightest(double x0, double x1, double z0, double z1) const {
+    std::pair best(-1, -1);
+    for (int j = 1; j + 1 < height; ++j)
+      for (int i = 1; i + 1 < width; ++i)
+        if (x(i) >= x0 && x(i) <= x1 && z(j) >= z0 && z(j) <= z1 &&
+            (best.first < 0 || at(i, j) > at(best.first, best.second)))
+          best = {i, j};
+    return best;
   }
 
   struct Peak {
@@ -72,17 +62,11 @@ struct Amplitudes {
 
   /// The largest value in a box, refined by parabolas through its neighbours.
   Peak peak(double x0, double x1, double z0, double z1) const {
-    int pi = -1, pj = -1;
-    for (int j = 1; j + 1 < height; ++j)
-      for (int i = 1; i + 1 < width; ++i)
-        if (x(i) >= x0 && x(i) <= x1 && z(j) >= z0 && z(j) <= z1 && (pi < 0 || at(i, j) > at(pi, pj))) {
-          pi = i;
-          pj = j;
-        }
+    const auto [pi, pj] = brightest(x0, x1, z0, z1);
     const auto vertex = [](double before, double top, double after) {
       return 0.5 * (before - after) / (before - 2.0 * top + after);
     };
-    const auto half = [&](int di, int dj) {
+    const auto half = [&, pi = pi, pj = pj](int di, int dj) {
       const double level = 0.5 * at(pi, pj);
       int n = 0;
       while (at(pi + (n + 1) * di, pj + (n + 1) * dj) >= level)

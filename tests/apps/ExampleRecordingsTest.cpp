@@ -1,19 +1,16 @@
 #include "apps/Amplitudes.h"
 #include "apps/Program.h"
 #include "support/PngPicture.h"
-#include "support/TemporaryFolder.h"
 #ifdef KELVARIS_HAVE_GL
 #include "GL/RequireGL.h"
 #endif
 
-#include "Lib/KelvarisFile.h"
 #include "Lib/SampleFile.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <numbers>
 #include <numeric>
 

@@ -1,10 +1,7 @@
 #include "apps/Program.h"
 #include "support/ErrorOf.h"
-#include "support/TemporaryFolder.h"
 
 #include "Lib/KelvarisFile.h"
-
-#include <gtest/gtest.h>
 
 namespace Kelvaris::Tests {
 namespace {
@@ -13,11 +10,9 @@ namespace {
 class ImportCommand : public testing::Test {
 protected:
   ImportCommand() {
-    const auto made =
-        runKelvaris("acquisition --wave plane --elements 4 --pitch 0.3 --frequency 5 --sampling-frequency "
-                    "20 --depth 1 --samples 6 --start-time 1 --output a.xml",
+    runSuccessfully("acquisition --wave plane --elements 4 --pitch 0.3 --frequency 5 --sampling-frequency 20 --depth 1 "
+                    "--samples 6 --start-time 1 --output a.xml",
                     m_folder.path());
-    EXPECT_EQ(made.status, 0) << made.error;
   }
   const TemporaryFolder m_folder;
 };
@@ -27,10 +22,9 @@ TEST_F(ImportCommand, BringsInRawSamplesWithTheirDescription) {
   for (char i = 0; i < 72; ++i)
     raw += i;
   writeFile(m_folder / "rf.raw", raw);
-  const auto result = runKelvaris("import rf.raw --shape 3,4,6 --type int8 --layout frames,channels,fastTime "
-                                  "--acquisition a.xml --frame-rate 500 --output rf.kvx",
-                                  m_folder.path());
-  ASSERT_EQ(result.status, 0) << result.error;
+  const auto result = runSuccessfully("import rf.raw --shape 3,4,6 --type int8 --layout frames,channels,fastTime "
+                                      "--acquisition a.xml --frame-rate 500 --output rf.kvx",
+                                      m_folder.path());
   EXPECT_CONTAINS(result.output, "3 frames of 6 samples, 4 channels, 1 event");
 
   const KelvarisFile::Reader reader(m_folder / "rf.kvx");
@@ -49,21 +43,15 @@ TEST_F(ImportCommand, BringsInRawSamplesWithTheirDescription) {
 TEST_F(ImportCommand, SaysWhatIsWrongAndLeavesNothing) {
   writeFile(m_folder / "rf.raw", std::string(24, 'x'));
   const auto before = m_folder.names();
-  const struct {
-    std::string arguments;
-    const char* part;
-  } cases[] = {
-      {"--acquisition a.xml", "raw binary samples need their shape and type"},
-      {"--shape 6,4 --type uint8 --layout depth,channels --acquisition a.xml", "\"depth\" is no axis"},
-      {"--shape 6,4 --type uint8 --acquisition nowhere.xml", "nowhere.xml can't be read"},
-      {"--shape 6,4 --type uint8 --acquisition a.xml --frame-rate nan", "frame rate is nan"},
-      {"--shape 6,4 --type uint8 --acquisition a.xml --offset some", "\"some\""},
-  };
-  for (const auto& c : cases) {
-    const auto result = runKelvaris("import rf.raw --output out.kvx " + c.arguments, m_folder.path());
-    EXPECT_EQ(result.status, 1) << c.arguments;
-    EXPECT_CONTAINS(result.error, c.part) << c.arguments;
-    EXPECT_EQ(m_folder.names().size(), before.size()) << c.arguments;
+  for (const auto& [arguments, part] : {std::pair("", "raw binary samples need their shape and type"),
+                                        {"--shape 6,4 --type uint8 --layout depth,channels", "\"depth\" is no axis"},
+                                        {"--shape 6,4 --type uint8 --frame-rate nan", "frame rate is nan"},
+                                        {"--shape 6,4 --type uint8 --offset some", "\"some\""}}) {
+    const auto result =
+        runKelvaris("import rf.raw --output out.kvx --acquisition a.xml " + std::string(arguments), m_folder.path());
+    EXPECT_EQ(result.status, 1) << arguments;
+    EXPECT_CONTAINS(result.error, part) << arguments;
+    EXPECT_EQ(m_folder.names().size(), before.size()) << arguments;
   }
 }
 

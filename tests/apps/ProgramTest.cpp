@@ -2,21 +2,14 @@
 #include "apps/TestAlgorithms.h"
 #include "support/ErrorOf.h"
 #include "support/PngPicture.h"
-#include "support/Samples.h"
-#include "support/TemporaryFolder.h"
 
 #include "Lib/DataComponentsIO.h"
-#include "Lib/IntensityMask.h"
 #include "Lib/KelvarisFile.h"
 #include "US/FrameGeometryLinear.h"
 #include "US/FrameGeometryMetadata.h"
 #include "US/FrameGeometrySector.h"
 #include "US/UltrasoundMetadata.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
 #include <cmath>
 
 namespace Kelvaris {
@@ -62,10 +55,9 @@ protected:
     }
     KelvarisFile::save(m_folder / "frame.kvx", set);
   }
-  std::vector<std::string> names() const {
-    std::vector<std::string> names = m_folder.names();
-    std::sort(names.begin(), names.end());
-    return names;
+  std::set<std::string> names() const {
+    const auto all = m_folder.names();
+    return {all.begin(), all.end()};
   }
 
   const Tests::TemporaryFolder m_folder;
@@ -79,12 +71,11 @@ TEST_F(Program, RunsAChainIntoSeveralOutputs) {
   EXPECT_EQ(result.error, "");
   EXPECT_CONTAINS(result.output, "Gain: float, 40 x 30 x 1, 1 channel -> float, 40 x 30 x 1, 1 channel; 3 images in ");
   EXPECT_CONTAINS(result.output, "Wrote picture_0000.png to picture_0002.png (3 pictures)");
-  EXPECT_EQ(names(), (std::vector<std::string>{"chain.xml", "cut.kvx", "gained.kvx", "in.kvx", "picture_0000.png",
-                                               "picture_0001.png", "picture_0002.png"}));
+  EXPECT_EQ(names(), (std::set<std::string>{"in.kvx", "cut.kvx", "gained.kvx", "chain.xml", "picture_0000.png",
+                                            "picture_0001.png", "picture_0002.png"}));
 
   const auto gained = KelvarisFile::load(m_folder / "gained.kvx");
   ASSERT_EQ(gained->size(), 3);
-  EXPECT_EQ(gained->modality(), Data::Ultrasound);
   EXPECT_TRUE(gained->properties().hasParam("session") && gained->properties().hasParam("gained"));
   EXPECT_EQ(gained->components().size(), 1U);
   EXPECT_EQ(gained->get(2).mem()->valueAsDouble(5, 5, 0, 0), 40.0);
@@ -111,10 +102,9 @@ TEST_F(Program, PicturesAreInMillimetresWhereTheirShapeIsKnown) {
     int width, height;
     png_uint_32 densityX, densityY; ///< 0: none
   } table[] = {
-      {&upright, false, false, "square", 40, 120, 2000, 2000}, {&upright, false, true, "square", 40, 120, 2000, 2000},
-      {&upright, false, false, "as-is", 40, 30, 2000, 500},    {&steered, false, false, "square", 40, 30, 0, 0},
-      {&m_sector, false, false, "square", 40, 30, 0, 0},       {&m_sector, true, false, "square", 80, 30, 2000, 2000},
-      {&m_sector, true, false, "as-is", 40, 30, 1000, 2000},   {nullptr, false, false, "square", 80, 30, 2000, 2000}};
+      {&upright, false, true, "square", 40, 120, 2000, 2000}, {&upright, false, false, "as-is", 40, 30, 2000, 500},
+      {&steered, false, false, "square", 40, 30, 0, 0},       {&m_sector, false, false, "square", 40, 30, 0, 0},
+      {&m_sector, true, false, "as-is", 40, 30, 1000, 2000},  {nullptr, false, false, "square", 80, 30, 2000, 2000}};
   for (const auto& c : table) {
     SCOPED_TRACE(std::string(c.geometry ? c.geometry->type() : "no geometry") + " " + c.pixels);
     saveFrame(c.geometry, c.scanConverted, c.ofTheSet);
@@ -123,8 +113,7 @@ TEST_F(Program, PicturesAreInMillimetresWhereTheirShapeIsKnown) {
     ASSERT_EQ(result.status, 0) << result.error;
     const Tests::PngPicture picture = Tests::readPng(m_folder / "a.png");
     EXPECT_EQ(std::pair(picture.width, picture.height), std::pair(c.width, c.height));
-    EXPECT_EQ((std::array{picture.at(0, 0, 0), picture.at(0, 0, 1), picture.at(0, 0, 2)}),
-              (std::array<unsigned char, 3>{255, 128, 1}));
+    EXPECT_EQ(std::tuple(picture.at(0, 0, 0), picture.at(0, 0, 1), picture.at(0, 0, 2)), std::tuple(255, 128, 1));
     EXPECT_EQ(std::pair(picture.densityX, picture.densityY), std::pair(c.densityX, c.densityY));
   }
 }
@@ -136,7 +125,6 @@ TEST_F(Program, ListsAlgorithms) {
   EXPECT_CONTAINS(fitting.output, "Test.Gain ");
   EXPECT_CONTAINS(fitting.output, "  mode = 0 (one of 0 \"Plain\", 1 \"Hamming Das\", 2 \"Debug: Other\"; default 0)");
   EXPECT_CONTAINS(run("algorithms --help Gain").output, "  factor = 1 (a number; default 1)\n");
-  EXPECT_CONTAINS(run("algorithms --help").output, "Usage:");
   ASSERT_EQ(run("run in.kvx --step Levels --output levels.kvx").status, 0);
   EXPECT_EQ(run("algorithms levels.kvx").output, "No algorithm works on levels.kvx\n");
   EXPECT_CONTAINS(run("algorithms levels.kvx --help Gain").output, "  doesn't work on levels.kvx\n");
@@ -166,7 +154,7 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
   SharedImageSet unmarked;
   unmarked.add(floatImage(4, 3, 1.0F));
   KelvarisFile::save(m_folder / "unmarked.kvx", unmarked);
-  const std::vector<std::string> before = names();
+  const auto before = names();
 
   const struct {
     const char* line;
@@ -174,13 +162,11 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
     const char* message;
   } table[] = {
       {"", 2, "subcommand is required"},
-      {"run", 2, "FILE is required"},
       {"run in.kvx --step Gain", 1, "There is no --output"},
       {"run in.kvx --output a.kvx --step Gain", 1, "The result of Gain is not written"},
       {"run in.kvx --step Gain --output a.kvx --output a.kvx", 1, "given twice"},
       {"run in.kvx --step Gain --output a.jpg", 1, "a.jpg ends neither in .kvx nor in .png"},
       {"run in.kvx --step Gain --output no/a.png", 1, "there is no folder no"},
-      {"run in.kvx --step Gian --output a.kvx", 1, "no algorithm \"Gian\" (did you mean \"Gain\"?)"},
       {"run in.kvx --step Gain --output a.png", 1, "LogCompression"},
       {"run in.kvx --step Levels --mask-color '#1234567' --output a.png", 1,
        "\"#1234567\" is no colour of masked pixels; expected transparent, #rrggbb"},
@@ -194,7 +180,6 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
       {"run in.kvx --step Gain --output a.kvx --step Gain:trouble=Interrupt,at=4 --output b.kvx", 130, "Canceled"},
       {"run none.kvx --output a.kvx", 1, "holds no images"},
       {"info cut.kvx", 1, "truncated"},
-      {"algorithms .", 1, ". is not a regular file"},
   };
   for (const auto& c : table) {
     const auto result = run(c.line);
@@ -205,14 +190,11 @@ TEST_F(Program, BadInputEndsInAMessageAndLeavesNothing) {
 }
 
 TEST_F(Program, FullDiskLeavesNoFile) {
-  const std::vector<std::string> before = names();
-  for (const auto& [output, blocks] : {std::pair("a.kvx", "12"), {"a.png", "0"}}) {
-    const auto result =
-        run(std::string("run in.kvx --step Levels --output ") + output, std::string("ulimit -f ") + blocks + ";");
-    EXPECT_EQ(result.status, 1) << output;
-    EXPECT_CONTAINS(result.error, "File too large");
-    EXPECT_EQ(names(), before) << output;
-  }
+  const auto before = names();
+  const auto result = run("run in.kvx --step Levels --output a.png", "ulimit -f 0;");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_CONTAINS(result.error, "File too large");
+  EXPECT_EQ(names(), before);
 }
 
 } // namespace

@@ -8,10 +8,6 @@
 #include "support/ErrorOf.h"
 #include "support/ExpectedLog.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-
 namespace Kelvaris::CommandLine {
 namespace {
 
@@ -79,33 +75,21 @@ TEST(SequenceDesign, FiresAsTheModelDoes) {
 
 TEST(SequenceDesign, RefusesWhatMakesNoSequence) {
   const struct {
-    std::vector<int> beams;
-    std::function<void(SequenceDesign&)> change;
+    std::vector<Properties> frames;
+    std::vector<int> ensembles;
+    Delays delays;
     const char* message;
-  } cases[] = {
-      {{}, [](auto&) {}, "There are no acquisitions"},
-      {{2},
-       [](auto& d) {
-         d.ensembles = {1, 2};
-       },
-       "There are 2 ensemble sizes for 1 frame"},
-      {{2, 2, 2},
-       [](auto& d) {
-         d.delays = {0.0, 0.0};
-       },
-       "There are 2 delays for 3 frames"},
-      {{2, 2},
-       [](auto& d) {
-         d.ensembles = {1, 0};
-       },
-       "An ensemble size is 0"},
-      {{2}, [](auto& d) { d.delays = {-1e-6}; }, "A delay is -1 us"},
-      {{2}, [](auto& d) { d.ensembles = {2147483647}; }, "There are 4294967294 firings"},
-      {{2, 2}, [](auto& d) { d.acquisitions[1] = frame(2, 0.25); }, "frame 1 of a linear array of 8 elements, 0.25 mm"},
-      {{2, 2}, [](auto& d) { d.acquisitions[1] = Properties(); }, "it has no \"transducer\""}};
+  } cases[] = {{{}, {1}, {0.0}, "There are no acquisitions"},
+               {{frame(2)}, {1, 2}, {0.0}, "There are 2 ensemble sizes for 1 frame"},
+               {{frame(2)}, {0}, {0.0}, "An ensemble size is 0"},
+               {{frame(2)}, {1}, {-1e-6}, "A delay is -1 us"},
+               {{frame(2)}, {2147483647}, {0.0}, "There are 4294967294 firings"},
+               {{frame(2), frame(2, 0.25)}, {1}, {0.0}, "frame 1 of a linear array of 8 elements, 0.25 mm"}};
   for (const auto& c : cases) {
-    SequenceDesign d = design(c.beams);
-    c.change(d);
+    SequenceDesign d;
+    d.acquisitions = c.frames;
+    d.ensembles = c.ensembles;
+    d.delays = c.delays;
     EXPECT_CONTAINS(errorOf<std::invalid_argument>([&] { d.toProperties(); }), c.message);
   }
 }
@@ -116,54 +100,35 @@ TEST(SequenceSummary, NamesWhatIsBrokenInAStoredSequence) {
     return [=](Properties& p) { p.addSubProperties("eventOrder").setParam(key, value); };
   };
   const auto delays = [](const char* text) -> Change { return [=](auto& p) { p.setParam("interEventDelays", text); }; };
-  const struct {
-    Change change;
-    const char* message;
-  } cases[] = {{[](auto& p) { p.removeSubProperties("frameAcquisitions"); }, "no \"frameAcquisitions\""},
-               {[](auto& p) { p.removeSubProperties("eventOrder"); }, "no \"eventOrder\""},
-               {[](auto& p) { p.removeParam("interEventDelays"); }, "no readable \"interEventDelays\""},
-               {[](auto& p) {
-                  p.addSubProperties("frameAcquisitions").subProperties("transducer").setParam("numberElements", 1);
-                },
-                "Frame 1 of the sequence: The acquisition is broken: the transducer has 1 elements"},
-               {firing("acquisitionIndex", 1), "firing 3 is of frame 1, the frames are 0 to 0"},
-               {firing("acquisitionIndex", -1), "firing 3 is of frame -1"},
-               {firing("eventIndex", 3), "firing 3 is event 3 of frame 0, whose events are 0 to 2"},
-               {firing("eventIndex", "x"), "\"eventIndex\" of firing 3 is no whole number"},
-               {firing("eventIndex", 1), "event 1 of frame 0 fires 2 times and event 0 1 times"},
-               {[](auto& p) { p.subProperties("eventOrder").setParam("eventIndex", 1); }, "event 0 of frame 0 never"},
-               {delays("nan nan"), "2 delays for 3 firings"},
-               {delays("nan 0 -1"), "the delay after firing 2 is -1 s"},
-               {delays("nan inf 0"), "the delay after firing 1 is inf s"}};
-  for (const auto& c : cases) {
+  const std::pair<Change, const char*> cases[] = {
+      {[](auto& p) { p.removeSubProperties("frameAcquisitions"); }, "no \"frameAcquisitions\""},
+      {[](auto& p) { p.removeSubProperties("eventOrder"); }, "no \"eventOrder\""},
+      {[](auto& p) { p.addSubProperties("frameAcquisitions"); }, "Frame 1 of the sequence: The acquisition is broken"},
+      {firing("acquisitionIndex", 1), "firing 3 is of frame 1, the frames are 0 to 0"},
+      {firing("acquisitionIndex", -1), "firing 3 is of frame -1"},
+      {firing("eventIndex", 3), "firing 3 is event 3 of frame 0, whose events are 0 to 2"},
+      {firing("eventIndex", "x"), "\"eventIndex\" of firing 3 is no whole number"},
+      {firing("eventIndex", 1), "event 1 of frame 0 fires 2 times and event 0 1 times"},
+      {[](auto& p) { p.subProperties("eventOrder").setParam("eventIndex", 1); }, "event 0 of frame 0 never"},
+      {delays("nan nan"), "2 delays for 3 firings"},
+      {delays("nan 0 -1"), "the delay after firing 2 is -1 s"}};
+  for (const auto& [change, message] : cases) {
     Properties properties = design({3}).toProperties();
-    ASSERT_NO_THROW(summarizeSequence(properties));
-    c.change(properties);
+    change(properties);
     const Tests::ExpectedLog log; // of values that can't be read
-    EXPECT_CONTAINS(errorOf<std::invalid_argument>([&] { summarizeSequence(properties); }), c.message);
+    EXPECT_CONTAINS(errorOf<std::invalid_argument>([&] { summarizeSequence(properties); }), message);
   }
 }
 
 TEST(Quantity, ReadsNumbersWithTheirUnits) {
-  const struct {
-    double (*parse)(const std::string&);
-    const char* text;
-    std::optional<double> value;
-  } cases[] = {{parseTime, "100us", 1e-4},     {parseTime, "0.1 ms", 1e-4},
-               {parseTime, "2s", 2.0},         {parseTime, "250ns", 2.5e-7},
-               {parseTime, "0", 0.0},          {parseTime, "100", {}},
-               {parseTime, "us", {}},          {parseTime, "", {}},
-               {parseTime, "1e400s", {}},      {parseTime, "100 us later", {}},
-               {parseTime, "1.2.3s", {}},      {parseFrequency, "30", 30.0},
-               {parseFrequency, "30Hz", 30.0}, {parseFrequency, "2.5 MHz", 2.5e6},
-               {parseFrequency, "30 mm", {}},  {parseLength, "-5", -5.0},
-               {parseLength, "12.5mm", 12.5},  {parseLength, "1cm", {}}};
-  for (const auto& [parse, text, value] : cases) {
-    if (value)
-      EXPECT_EQ(parse(text), *value) << text;
-    else
-      EXPECT_CONTAINS(errorOf<std::invalid_argument>([&] { parse(text); }), '"' + std::string(text) + "\" is no ");
-  }
+  EXPECT_EQ(parseTime("100us"), 1e-4);
+  EXPECT_EQ(parseTime("0.1 ms"), 1e-4);
+  EXPECT_EQ(parseTime("0"), 0.0);
+  EXPECT_EQ(parseFrequency("30"), 30.0);
+  EXPECT_EQ(parseFrequency("2.5 MHz"), 2.5e6);
+  EXPECT_EQ(parseLength("-5mm"), -5.0);
+  for (const std::string text : {"100", "us", "", "1e400s", "100 us later", "1.2.3s", "1 mm"})
+    EXPECT_CONTAINS(errorOf<std::invalid_argument>([&] { parseTime(text); }), '"' + text + "\" is no time");
 }
 
 } // namespace

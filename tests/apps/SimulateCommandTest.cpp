@@ -1,13 +1,10 @@
 #include "apps/Program.h"
 #include "support/ErrorOf.h"
-#include "support/TemporaryFolder.h"
 #ifdef KELVARIS_HAVE_GL
 #include "GL/RequireGL.h"
 #endif
 
 #include "Lib/KelvarisFile.h"
-
-#include <gtest/gtest.h>
 
 #include <cmath>
 
@@ -29,14 +26,12 @@ TEST(SimulateCommand, RefusesWhatItCannotSimulate) {
     std::string line;
     int status;
     const char* text;
-  } cases[] = {{"--sequence nowhere.xml", 1, "nowhere.xml can't be read"},
-               {"--sequence broken.xml", 1, "broken.xml doesn't hold a sequence"},
+  } cases[] = {{"--sequence broken.xml", 1, "broken.xml doesn't hold a sequence"},
                {"--sequence acquisition.xml", 1, "The sequence is broken: it has no \"frameAcquisitions\""},
                {"--sequence good.xml --phantom cyst", 2, "--phantom"},
                {"--sequence good.xml --origin 0,10", 1, "\"0,10\" is no place; expected x,y,z"},
                {"--sequence good.xml --rate 0", 1, "The rate is 0 per second"},
-               {"--sequence good.xml --noise -1", 1, "The amplitude of the noise is -1"},
-               {"", 2, "--sequence is required"}};
+               {"--sequence good.xml --noise -1", 1, "The amplitude of the noise is -1"}};
   for (const auto& c : cases)
     for (const std::string command : {"simulate --output out ", "stream simulated "}) {
       const ProgramResult result = runKelvaris(command + c.line, folder.path());
@@ -45,12 +40,10 @@ TEST(SimulateCommand, RefusesWhatItCannotSimulate) {
       EXPECT_FALSE(fs::exists(folder / "out"));
     }
   for (const auto& [line, text] :
-       {std::pair("--output out --frames 0", "There are 0 frames to simulate"),
-        {"--output out --layout channels,fastTime", "must name channels, fastTime and slowTime"},
-        {"--output out --layout channels,time,slowTime", "\"time\" is no axis"}})
-    EXPECT_CONTAINS(runKelvaris("simulate --sequence good.xml " + std::string(line), folder.path()).error, text);
-  EXPECT_CONTAINS(runKelvaris("stream simulated --sequence good.xml --seconds 0", folder.path()).error,
-                  "can't run for 0 seconds");
+       {std::pair("simulate --output out --frames 0", "There are 0 frames to simulate"),
+        {"simulate --output out --layout channels,fastTime", "must name channels, fastTime and slowTime"},
+        {"stream simulated --seconds 0", "can't run for 0 seconds"}})
+    EXPECT_CONTAINS(runKelvaris(line + std::string(" --sequence good.xml"), folder.path()).error, text);
 }
 
 #ifdef KELVARIS_HAVE_GL
@@ -63,8 +56,7 @@ TEST(SimulateCommand, WritesEveryEmission) {
   KELVARIS_REQUIRE_GL();
   const TemporaryFolder folder;
   const std::string options = " --frames 2 --rate 10Hz --pixel float";
-  EXPECT_CONTAINS(runSuccessfully(kInterleaved + options + " --output all.kvx", folder.path()).output,
-                  "Wrote all.kvx (4 images)");
+  runSuccessfully(kInterleaved + options + " --output all.kvx", folder.path());
   EXPECT_CONTAINS(runSuccessfully(kInterleaved + options + " --output each", folder.path()).output,
                   "Wrote each/frame-1.kvx (2 images)");
   runSuccessfully(kInterleaved + " --frames 1 --pixel short --layout slowTime,channels,fastTime --output other.kvx",
@@ -96,9 +88,7 @@ TEST(SimulateCommand, ReportsWhatOnlyShowsAtWork) {
   runSuccessfully("sequence a.xml --output huge.xml", folder.path());
   for (const auto& [line, text] :
        {std::pair(kInterleaved + " --output x.kvx", "x.kvx"),
-        {kInterleaved + " --output nowhere/x.kvx", "nowhere"},
         {kInterleaved + " --output file", "file can't be made a folder, and a file must end in .kvx"},
-        {kInterleaved + " --output nowhere/folder", "nowhere/folder can't be made a folder"},
         {std::string("simulate --sequence huge.xml --output huge.kvx"), "samples"},
         {std::string("stream simulated --sequence huge.xml"), "samples"}}) {
     const ProgramResult result = runKelvaris(line, folder.path());
@@ -159,7 +149,6 @@ TEST(StreamCommand, EndsWithWhatItHasWhenInterrupted) {
 TEST(StreamCommand, TellsWhatIsWrongWithStepsAndRecordings) {
   KELVARIS_REQUIRE_GL();
   const TemporaryFolder folder;
-  writeFile(folder / "file", "");
   const struct {
     const char* options;
     int status;
@@ -168,10 +157,8 @@ TEST(StreamCommand, TellsWhatIsWrongWithStepsAndRecordings) {
                {"--step Beamformin", 1, "There is no algorithm \"Beamformin\" (did you mean"},
                {"--step ScanConversionUltrafastImaging", 1, "ScanConversionUltrafastImaging"},
                {"--step IqDemodulation --chain chain.xml", 2, "excludes"},
-               {"--chain nowhere.xml", 1, "Can't read nowhere.xml"},
                {"--record x.png", 1, "The recording x.png doesn't end in .kvx"},
                {"--png-every soon folder", 1, "\"soon\" is no time"},
-               {"--png-every 1s file", 1, "file can't be made a folder"},
                {"--png-every 1s pictures", 1, "A PNG can't show an image of int16"}};
   for (const auto& c : cases) {
     const ProgramResult result = runKelvaris(kStream + " --seconds 60 " + c.options, folder.path());

@@ -2,8 +2,6 @@
 
 #include "support/ErrorOf.h"
 
-#include <gtest/gtest.h>
-
 namespace Kelvaris::CommandLine {
 namespace {
 
