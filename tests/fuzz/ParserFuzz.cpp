@@ -5,17 +5,12 @@
 #include "fuzz/Mutator.h"
 #include "fuzz/RegisteredComponents.h"
 #include "fuzz/SimulationCacheFuzz.h"
-#include "support/Images.h"
-#include "support/TemporaryFolder.h"
 
 #include "Core/Log.h"
-#include "Core/PropertiesIO.h"
-#include "Lib/DataComponentsIO.h"
 #include "Lib/Hdf5.h"
 #include "Lib/KelvarisFile.h"
 #include "Lib/MaskIO.h"
 #include "US/FanMask.h"
-#include "US/FrameGeometrySector.h"
 #include "kelvaris/Step.h"
 
 #include <fmt/format.h>
@@ -23,9 +18,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <sstream>
-#include <stdexcept>
 
 #include <unistd.h>
 
@@ -73,6 +65,18 @@ Properties someProperties() {
   return p;
 }
 
+/// Whether `parse` accepts the text. What it accepts must survive being written; as components keep what they
+/// understand, it is the second form that has to last.
+template <typename Parse, typename Write>
+bool parseAndWrite(const std::string& text, const Parse& parse, const Write& write) {
+  const auto parsed = parse(text);
+  if (!parsed) return false;
+  const std::string written = write(*parsed);
+  const auto again = parse(written);
+  if (!again || write(*again) != written) throw Finding("it doesn't survive being written");
+  return true;
+}
+
 bool parseProperties(const std::string& xml) {
   const auto properties = PropertiesIO::fromXml(xml);
   if (properties && PropertiesIO::fromXml(PropertiesIO::toXml(*properties)) != properties)
@@ -81,13 +85,7 @@ bool parseProperties(const std::string& xml) {
 }
 
 bool parseComponents(const std::string& xml) {
-  const auto components = DataComponentsIO::fromXml(xml);
-  if (!components) return false;
-  // Components keep what they understand, so it is their second form that has to last.
-  const std::string written = DataComponentsIO::toXml(*components);
-  const auto again = DataComponentsIO::fromXml(written);
-  if (!again || DataComponentsIO::toXml(*again) != written) throw Finding("the components don't survive being written");
-  return true;
+  return parseAndWrite(xml, DataComponentsIO::fromXml, DataComponentsIO::toXml);
 }
 
 std::shared_ptr<const Mask> sectorMask(const ImageDescriptor& image) {
@@ -100,15 +98,13 @@ std::shared_ptr<const Mask> sectorMask(const ImageDescriptor& image) {
 
 bool parseMask(const std::string& xml) {
   const ImageDescriptor image(PixelUInt8, 5, 4);
-  const auto mask = MaskIO::fromXml(xml, image);
-  if (!mask) return false;
-  const std::string written = MaskIO::toXml(*mask);
-  const auto again = MaskIO::fromXml(written, image);
-  if (!again || MaskIO::toXml(*again) != written) throw Finding("the mask doesn't survive being written");
-  const TypedImage<unsigned char> pixels(image);
-  unsigned char valid[5];
-  mask->evaluate(pixels, 0, 3, 0, 5, valid);
-  return true;
+  const auto parse = [&](const std::string& text) {
+    const auto mask = MaskIO::fromXml(text, image);
+    unsigned char valid[5];
+    if (mask) mask->evaluate(TypedImage<unsigned char>(image), 0, 3, 0, 5, valid);
+    return mask;
+  };
+  return parseAndWrite(xml, parse, MaskIO::toXml);
 }
 
 bool parseChain(const std::string& xml) {
@@ -191,7 +187,7 @@ void run(const Parser& parser, unsigned seed) {
 
 int main(int argc, char** argv) {
   Log::setConsoleLevel(Log::Off);
-  const RegisteredComponents registered;
+  registerComponents();
   const TemporaryFolder folder;
   const auto seed = static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 1);
   const auto parseBytes = [&](const std::string& bytes) {
@@ -199,10 +195,10 @@ int main(int argc, char** argv) {
     return parseFile(folder / "fuzz.kvx", folder / "copy.kvx");
   };
   const auto fileWords = words("SNOD|TREE|HEAP|GCOL|OHDR|FRHP|FADB|BTHD");
-  SimulationCacheFuzz cache(folder);
+  const SimulationCacheFuzz cache(folder);
   std::vector<Parser> parsers = {
       {"properties", {PropertiesIO::toXml(someProperties())}, kXmlWords, 40000, parseProperties},
-      {"components", registered.examples(), kXmlWords, 40000, parseComponents},
+      {"components", componentExamples(), kXmlWords, 40000, parseComponents},
       {"mask", {MaskIO::toXml(*sectorMask(ImageDescriptor(PixelUInt8, 5, 4)))}, kXmlWords, 20000, parseMask},
       {"chain",
        {CommandLine::chainToXml({{"IqDemodulation", {{"samplingFrequency", "6.6667e6"}}}, {"LogCompression", {}}})},
@@ -215,15 +211,15 @@ int main(int argc, char** argv) {
        20000,
        parseStep},
       {"parametrization",
-       {cache.parametrization()},
+       {cache.parametrization},
        kXmlWords,
        5000,
-       [&](const std::string& xml) { return cache.loadsParametrization(xml); }},
+       [&](const std::string& xml) { return cache.loads(xml, cache.result); }},
       {"simulation",
-       {cache.result()},
+       {cache.result},
        fileWords,
        5000,
-       [&](const std::string& bytes) { return cache.loadsResult(bytes); }},
+       [&](const std::string& bytes) { return cache.loads(cache.parametrization, bytes); }},
       {"kvx", {fileBytes(folder, false)}, fileWords, 4000, parseBytes},
 #ifndef __SANITIZE_ADDRESS__
       // Without checksums HDF5 1.10 itself reads a few bytes beyond damaged structures, which the sanitizer would
