@@ -49,26 +49,24 @@ struct Painter : ImageStream {
 
 TEST(ImageStreamTest, TheWorkerHasAContextWhileTheStreamIsOpen) {
   KELVARIS_REQUIRE_GL();
-  const struct {
-    void (*slot)(Painter&);
-    const char* calls;
-  } cases[] = {{[](Painter&) {}, "o+s+w+W+t+c+"},
-               // A slot that closes the stream doesn't take the context away from the beat.
-               {[](Painter& painter) { painter.closeAsync(); }, "o+s+w+t+c+W+"},
-               {[](Painter& painter) {
-                  painter.closeAsync();
-                  painter.openAsync();
-                },
-                "o+s+w+t+c+o+W+c+"}};
-  for (const auto& c : cases) {
+  const std::pair<void (*)(Painter&), const char*> cases[] = {
+      {[](Painter&) {}, "o+s+w+W+t+c+"},
+      // A slot that closes the stream doesn't take the context away from the beat.
+      {[](Painter& painter) { painter.closeAsync(); }, "o+s+w+t+c+W+"},
+      {[](Painter& painter) {
+         painter.closeAsync();
+         painter.openAsync();
+       },
+       "o+s+w+t+c+o+W+c+"}};
+  for (const auto& [slot, calls] : cases) {
     Painter painter;
     const boost::signals2::scoped_connection connection =
-        painter.dataSignal.connect([&](const auto&) { c.slot(painter); });
+        painter.dataSignal.connect([&, act = slot](const auto&) { act(painter); });
     painter.openAsync();
     painter.startAsync();
     painter.worked.get_future().wait();
     painter.closeAsync().wait();
-    EXPECT_EQ(painter.calls, c.calls);
+    EXPECT_EQ(painter.calls, calls);
   }
 }
 

@@ -75,7 +75,8 @@ TEST_F(StreamAlgorithmExecutorTest, SettingsOfTheAlgorithmWaitForIt) {
     settings.subProperties("algorithmConfig").setParam("first", value);
     executor.configure(&settings);
   };
-  auto first = [&, stored = 0]() mutable {
+  const auto first = [&] {
+    int stored = 0;
     Properties settings;
     executor.configuration(&settings);
     settings.subProperties("algorithmConfig").param("first", stored);
@@ -95,16 +96,15 @@ TEST_F(StreamAlgorithmExecutorTest, SettingsOfTheAlgorithmWaitForIt) {
 }
 
 TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithmAndGoesOnTrying) {
-  const std::string failed = "Could not create the algorithm ";
   const struct {
     std::string name;
     float pixel;
     Data::Modality modality;
     std::string message;
     std::size_t results; ///< once the stream has good images
-  } cases[] = {{"Absent", 1, Data::Ultrasound, failed + "\"Absent\" so far: no factory has one of this name", 0},
-               {"Live", 1, Data::UnknownModality, failed + "\"Live\" so far: it doesn't work on the images of this", 1},
-               {"Live", kRefuse, Data::Ultrasound, failed + "\"Live\" so far: no events", 1},
+  } cases[] = {{"Absent", 1, Data::Ultrasound, "Could not create the algorithm \"Absent\" so far: no factory has", 0},
+               {"Live", 1, Data::UnknownModality, "\"Live\" so far: it doesn't work on the images of this stream", 1},
+               {"Live", kRefuse, Data::Ultrasound, "\"Live\" so far: no events", 1},
                {"Whole", 1, Data::Ultrasound, "The algorithm Whole can't process images one by one", 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
@@ -117,7 +117,7 @@ TEST_F(StreamAlgorithmExecutorTest, SaysOnceWhyThereIsNoAlgorithmAndGoesOnTrying
         emit({c.pixel}, 0, c.modality);
     }
     EXPECT_EQ(log.messages().size(), 2u);
-    EXPECT_TRUE(log.contains("4 StreamAlgorithmExecutor: " + c.message));
+    EXPECT_TRUE(log.contains(c.message));
     EXPECT_EQ(executor.streamAlgorithmName().empty(), c.name == "Whole");
     EXPECT_EQ(receiver.count(), 0u);
     emit({1});
@@ -147,23 +147,12 @@ TEST_F(StreamAlgorithmExecutorTest, ComputeSaysWhatIsMissing) {
 TEST(StreamAlgorithmExecutorConcurrencyTest, EndsWhileTheInputEmits) {
   Source input;
   input.run();
-  const struct {
-    const char* what;
-    std::function<void(std::unique_ptr<StreamAlgorithmExecutor>&, OwningDataList&)> end;
-  } cases[] = {{"executor",
-                [](auto& executor, auto& output) {
-                  executor.reset();
-                  EXPECT_EQ(output.size(), 1u);
-                }},
-               {"output",
-                [](auto& executor, auto& output) {
-                  output = {};
-                  EXPECT_EQ(executor->stream(), nullptr);
-                }},
-               {"listening", [](auto& executor, auto&) { executor->autoStart = false; }}};
-  for (const auto& c : cases)
+  using End = std::function<void(std::unique_ptr<StreamAlgorithmExecutor>&, OwningDataList&)>;
+  const End ends[] = {[](auto& executor, auto&) { executor.reset(); }, [](auto&, auto& output) { output = {}; },
+                      [](auto& executor, auto&) { executor->autoStart = false; }};
+  for (const End& end : ends)
     for (int repetition = 0; repetition < 10; ++repetition) {
-      SCOPED_TRACE(c.what);
+      SCOPED_TRACE(&end - ends);
       std::binary_semaphore atWork(0);
       std::atomic<bool> over = false;
       auto executor =
@@ -178,8 +167,9 @@ TEST(StreamAlgorithmExecutorConcurrencyTest, EndsWhileTheInputEmits) {
       const boost::signals2::scoped_connection listener =
           executor->stream()->dataSignal.connect([&](const auto&) { EXPECT_FALSE(over); });
       atWork.acquire();
-      c.end(executor, output);
+      end(executor, output);
       over = true;
+      EXPECT_TRUE(!executor || (executor->stream() != nullptr) == (output.size() == 1));
     }
 }
 

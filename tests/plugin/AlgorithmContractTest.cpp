@@ -40,7 +40,7 @@ std::shared_ptr<SharedImage> filled(int pixelType, int width, int height, int ch
 }
 
 /// A recording with the acquisition that describes it.
-void addChannelData(SharedImageSet& images, int pixelType) {
+template <int pixelType> void addChannelData(SharedImageSet& images) {
   images.elementwiseComponents().components(images.size()).add(Tests::planeWaves());
   images.add(filled(pixelType, 16, 200, 1, 2));
 }
@@ -50,9 +50,7 @@ template <int channels> void addIq(SharedImageSet& images) {
 }
 
 const Contract kContracts[] = {
-    {"USImgFormation.Beamforming", Data::VolumeStreamKind,
-     [](SharedImageSet& images) { addChannelData(images, PixelInt16); },
-     [](SharedImageSet& images) { addChannelData(images, PixelDouble); },
+    {"USImgFormation.Beamforming", Data::VolumeStreamKind, addChannelData<PixelInt16>, addChannelData<PixelDouble>,
      "4 BeamformingAlgorithm: Error while beamforming image 1 of 3", true,
      "fNumber=1 max:4 min:0.1 step:0.1\n"
      "coherentCompounding=true\n"
@@ -60,8 +58,7 @@ const Contract kContracts[] = {
      "outputValueScaling=1 max:10 min:0 step:0.01\n"
      "beamformerType=0 values:Unweighted Das, Hamming Das, Tukey Das, Debug: Aperture Size, Debug: Aperture Start, "
      "Debug: ApertureEnd\n"},
-    {"USImgFormation.ChannelDataFilter", Data::VolumeStreamKind,
-     [](SharedImageSet& images) { addChannelData(images, PixelInt16); },
+    {"USImgFormation.ChannelDataFilter", Data::VolumeStreamKind, addChannelData<PixelInt16>,
      [](SharedImageSet& images) { images.add(filled(PixelInt16, 16, 200, 1, 2)); },
      "4 ChannelDataFilterAlgorithm: Error while filtering image 1 of 3", true,
      "filterType=2 values:Lowpass,Highpass,Bandpass\n"
@@ -69,12 +66,10 @@ const Contract kContracts[] = {
      "cutoffFrequencyUpper=8.75 decimals:3 max:50 min:0.01 suffix:MHz\n"
      "filterLength=51\n",
      false},
-    {"USImgFormation.ChannelDataRemapping", Data::VolumeStreamKind,
-     [](SharedImageSet& images) { addChannelData(images, PixelInt16); },
-     [](SharedImageSet& images) { addChannelData(images, PixelDouble); },
-     "4 ChannelDataRemappingAlgorithm: Error while filtering image 1 of 3", false, "", false, false},
-    {"USImgFormation.IqDemodulation", Data::VolumeStreamKind,
-     [](SharedImageSet& images) { addChannelData(images, PixelInt16); },
+    {"USImgFormation.ChannelDataRemapping", Data::VolumeStreamKind, addChannelData<PixelInt16>,
+     addChannelData<PixelDouble>, "4 ChannelDataRemappingAlgorithm: Error while filtering image 1 of 3", false, "",
+     false, false},
+    {"USImgFormation.IqDemodulation", Data::VolumeStreamKind, addChannelData<PixelInt16>,
      [](SharedImageSet& images) {
        images.components().add(Tests::planeWaves()); // that of the set as a whole doesn't count
        images.add(filled(PixelInt16, 16, 200, 1));
@@ -279,7 +274,7 @@ TEST(PluginLife, TheLibraryLeavesTheProcessAfterItHasWorked) {
     {
       SharedImageSet images;
       images.setModality(Data::Ultrasound);
-      addChannelData(images, PixelFloat);
+      addChannelData<PixelFloat>(images);
       const auto algorithm =
           FactoryRegistry::get().algorithmDescriptor("USImgFormation.Beamforming", false)->create({&images});
       algorithm->compute();

@@ -32,11 +32,11 @@ TEST(Repository, ServesTheTextsOfItsFolder) {
 TEST(Repository, IsReachedUnderExactNamesWhileItLives) {
   const auto query = [](const std::string& name) { return Resource::query("KelvarisUSImgFormationPlugin", name); };
   {
-    const Repository_KelvarisUSImgFormationPlugin repository;
+    const auto repository = std::make_unique<Repository_KelvarisUSImgFormationPlugin>();
     EXPECT_FALSE(query("SamplingPositionMap.comp"));
-    Resource::addRepository(&repository);
+    Resource::addRepository(repository.get());
     for (const char* name : {"samplingpositionmap.comp", "SamplingPositionMap", ""})
-      EXPECT_FALSE(repository.contains(name) || query(name)) << name; // an unexpected log entry would fail the test
+      EXPECT_FALSE(repository->contains(name) || query(name)) << name; // an unexpected log entry would fail the test
     std::vector<std::thread> readers;
     for (int i = 0; i < 4; ++i)
       readers.emplace_back([&] {
