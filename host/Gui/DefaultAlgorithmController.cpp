@@ -110,6 +110,19 @@ DefaultAlgorithmController::DefaultAlgorithmController(Algorithm* algorithm, std
       m_closeWhenDone(closeWhenDone),
       m_computeAtOnce(computeAtOnce) {
   setWindowTitle(textOf(this->title()));
+  // Before the rows read the values, so that no change goes unseen.
+  for (ParameterBase* parameter : algorithm->parameters())
+    m_connections.push_back(parameter->changed.connectBlocking([this] { // on any thread
+      if (m_followPosted.exchange(true)) return;
+      QMetaObject::invokeMethod(
+          this,
+          [this] {
+            m_followPosted = false;
+            follow();
+          },
+          Qt::QueuedConnection);
+    }));
+
   auto& layout = QtHelpers::make<QVBoxLayout>(this);
   layout.setContentsMargins(0, 0, 0, 0);
   addRows();
@@ -129,18 +142,6 @@ DefaultAlgorithmController::DefaultAlgorithmController(Algorithm* algorithm, std
   connect(m_applyButton, &QPushButton::clicked, this, &DefaultAlgorithmController::apply);
   connect(m_resetButton, &QPushButton::clicked, this, &DefaultAlgorithmController::refresh);
   updateButtons();
-
-  for (ParameterBase* parameter : algorithm->parameters())
-    m_connections.push_back(parameter->changed.connectBlocking([this] { // on any thread
-      if (m_followPosted.exchange(true)) return;
-      QMetaObject::invokeMethod(
-          this,
-          [this] {
-            m_followPosted = false;
-            follow();
-          },
-          Qt::QueuedConnection);
-    }));
 }
 
 DefaultAlgorithmController::~DefaultAlgorithmController() {
@@ -158,7 +159,6 @@ void DefaultAlgorithmController::addRows() {
   form.setRowWrapPolicy(QFormLayout::WrapLongRows); // in a narrow panel fields go below their labels
   QString takenLetters = kTakenLetters;
   for (const ParameterBase* parameter : algorithm().parameters()) {
-    const std::string text = parameter->text();
     const ParameterEditor editor = makeParameterEditor(
         *parameter, &rows, [this, parameter](const std::string& edited) { onEdited(*parameter, edited); });
     editor.widget->setToolTip(toolTipOf(*parameter));
@@ -171,7 +171,8 @@ void DefaultAlgorithmController::addRows() {
       form.addRow(label, editor.widget); // makes the editor the label's buddy
       form.labelForField(editor.widget)->setToolTip(editor.widget->toolTip());
     }
-    m_rows.push_back({parameter, editor, text});
+    m_rows.push_back({parameter, editor, {}});
+    showValue(m_rows.back());
   }
   if (m_rows.empty()) form.addRow(&QtHelpers::make<QLabel>(&rows, tr("There is nothing to set.")));
 }

@@ -187,7 +187,6 @@ Maker makerFor(ParameterType type) {
 ParameterEditor makeParameterEditor(const ParameterBase& parameter, QWidget* parent, Edited edited) {
   ParameterEditor editor = makerFor(parameter.type())(parameter, parent, edited);
   editor.widget->setObjectName("editor_" + QString::fromStdString(parameter.name()));
-  editor.show(parameter.text());
   return editor;
 }
 

@@ -21,9 +21,8 @@ struct ParameterEditor {
 };
 
 /// Makes the editor that suits the parameter's type and attributes: "suffix" (the unit), "decimals", "min", "max",
-/// "step", "values". It shows the parameter's value and knows nothing of later changes. `edited` is called with the new
-/// text when the user has changed it: at once for a click or a step, at the end of typing (Enter, or leaving the
-/// widget) otherwise.
+/// "step", "values". What it shows is set by `show` alone. `edited` is called with the new text when the user has
+/// changed it: at once for a click or a step, at the end of typing (Enter, or leaving the widget) otherwise.
 ParameterEditor makeParameterEditor(const ParameterBase& parameter, QWidget* parent,
                                     std::function<void(const std::string&)> edited);
 
