@@ -24,7 +24,7 @@ using Tests::row;
 using Tests::setOf;
 
 template <typename F> bool await(F&& condition) {
-  return QTest::qWaitFor(condition, 30000);
+  return QTest::qWaitFor(condition, 90'000);
 }
 
 float valueOf(const SharedImageSet& set) {

@@ -74,7 +74,7 @@ protected:
     return origin.y();
   }
   bool awaitBeats(int count) {
-    return QTest::qWaitFor([&, end = beats + count] { return beats >= end; }, 30000);
+    return QTest::qWaitFor([&, end = beats + count] { return beats >= end; }, 90'000);
   }
 
   const Tests::TemporaryFolder folder;
@@ -119,7 +119,7 @@ TEST_F(LongWorkDialogTest, TheWindowLivesAndNothingElseHappensMeanwhile) {
   EXPECT_TRUE(typed);
   EXPECT_TRUE(dialog->isHidden());
   EXPECT_TRUE(window->isVisible());
-  ASSERT_TRUE(QTest::qWaitFor([&] { return window->workspace().items().size() == 2; }, 30000));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return window->workspace().items().size() == 2; }, 90'000));
   EXPECT_EQ(originY(), 21.0);
   ASSERT_TRUE(awaitBeats(100)); // the arrow doesn't go on
   EXPECT_EQ(simulations, 2);

@@ -61,7 +61,7 @@ std::optional<QPoint> findPicture(const QImage& whole, const QImage& part) {
 }
 
 bool waitUntil(const std::function<bool()>& condition) {
-  return QTest::qWaitFor(condition, 30'000);
+  return QTest::qWaitFor(condition, 90'000);
 }
 
 } // namespace Kelvaris::Tests

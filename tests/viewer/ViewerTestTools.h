@@ -172,7 +172,7 @@ protected:
       QCoreApplication::processEvents();
       std::this_thread::yield();
     }
-    return QTest::qWaitFor(condition, 30000);
+    return QTest::qWaitFor(condition, 90'000);
   }
   bool awaitIdle() {
     return await([this] { return !workspace->isBusy(); });
