@@ -99,9 +99,8 @@ void run(const ImportOptions& options) {
     ProgressBar bar(recording.size(), 1);
     for (int i = 0; i < recording.size(); ++i) {
       if (progress.wasCanceled()) throw Canceled();
-      SharedImage image(recording.frame(i));
-      image.setModality(Data::Ultrasound);
-      writer.append(image, components, options.frameRate > 0.0 ? 1000.0 * i / options.frameRate : 0.0);
+      writer.append(SharedImage(recording.frame(i)), components,
+                    options.frameRate > 0.0 ? 1000.0 * i / options.frameRate : 0.0);
       bar.stepDone();
     }
   }
