@@ -39,7 +39,9 @@ TEST(PropertyTextTest, ReadsNumbersAsPeopleWriteThem) {
   EXPECT_EQ(parse<std::vector<int>>(" 1\t2\n -3 "), (std::vector{1, 2, -3}));
   EXPECT_EQ(parse<std::vector<int>>(" "), std::vector<int>());
   EXPECT_EQ(parse<Eigen::Vector2i>("512 -3"), Eigen::Vector2i(512, -3));
-  EXPECT_EQ((*parse<Eigen::Matrix4d>("1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16"))(1, 3), 8.0);
+  const auto matrix = parse<Eigen::Matrix4d>("1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16");
+  EXPECT_EQ((*matrix)(1, 3), 8.0);
+  EXPECT_EQ(PropertyText::toText(*matrix), "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16");
   const auto points = parse<std::vector<Eigen::Vector2d>>("0 1; 2 3;4 5 ;");
   ASSERT_TRUE(points);
   EXPECT_EQ(*points, (std::vector<Eigen::Vector2d>{{0, 1}, {2, 3}, {4, 5}}));

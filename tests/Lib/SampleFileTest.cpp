@@ -163,6 +163,7 @@ TEST_F(SampleFileTest, RefusesBrokenAndForeignFilesInWords) {
       {errorOfOpening(write("empty.mat", "")), "is no HDF5, MATLAB"},
       {errorOfNumpy("'descr': '<f8', 'shape': (2, 3)"), "truncated"},
       {errorOfNumpy("'descr': '<f8', 'shape': (9000000000, 9000000000, 9)"), "larger than any memory"},
+      {errorOfNumpy("'descr': '<f8', 'shape': (1500000000, 1000000000)"), "larger than any memory"},
       {errorOfNumpy("'descr': '<c8', 'shape': (2, 3)"), "'<c8'"},
       {errorOfOpening(write("head.npy", numpy("{'descr'", ""))), "NumPy header"},
       {errorOfOpening(cut(writeHdf5(), 1500)), "recording.h5"},
