@@ -6,6 +6,8 @@
 #include "support/Images.h"
 #include "support/Samples.h"
 
+#include <epoxy/gl.h>
+
 namespace Kelvaris {
 namespace {
 
@@ -40,6 +42,22 @@ TEST_F(GlImageTest, TypesAreRoundedToWhatATexelHolds) {
   expectTexels(PixelInt32, {16777217, 2147483647, -2147483648.0}, {16777216, 2147483647, -2147483648.0});
   expectTexels(PixelUInt32, {0, 4294967295}, {0, 4294967295});
   expectTexels(PixelDouble, {0.1, 1e300}, {0.1f, infinity});
+}
+
+TEST_F(GlImageTest, WhatShadersWriteIsRoundedAndClampedOnItsWayBack) {
+  const GL::ContextManager::ActivationGuard guard;
+  const float infinity = std::numeric_limits<float>::infinity();
+  const std::tuple<int, float, double> cases[] = {{PixelInt16, 2.5f, 3},          {PixelInt16, -2.5f, -3},
+                                                  {PixelInt16, -2.4f, -2},        {PixelUInt8, -1.0f, 0},
+                                                  {PixelInt8, 1e3f, 127},         {PixelInt32, infinity, 2147483647},
+                                                  {PixelInt32, std::nanf(""), 0}, {PixelHalf, 2048.25f, 2048}};
+  for (const auto& [pixelType, texel, expected] : cases)
+    for (int channels = 1; channels <= 4; ++channels) {
+      const GlImage image(ImageDescriptor(pixelType, 1, 1, 1, channels));
+      const float texels[] = {texel, texel, texel, texel};
+      KELVARIS_GL_CHECKED(glClearTexImage(image.texture(), 0, GL_RGBA, GL_FLOAT, texels));
+      EXPECT_EQ(image.download()->valueAsDouble(0, 0, 0, channels - 1), expected) << pixelType << " " << channels;
+    }
 }
 
 TEST_F(GlImageTest, KeepsTheOrderOfTheSamples) {

@@ -56,12 +56,19 @@ TEST(ShaderText, IsThatOfTheOperations) {
 TEST(ShaderText, EqualLeavesShareAUniformAndNumbersAreFloats) {
   const SharedImage first(ImageDescriptor(PixelFloat, 2, 2)), second(ImageDescriptor(PixelUInt8, 2, 2, 3));
   const Array<const SharedImage> x(first), again(first), y(second);
-  const Array<const SharedImage, void, true> moved(first, {1, 0, 0});
+  using Mapped = Array<const SharedImage, void, true>;
+  const Mapped moved(first, {1, 0, 0});
+  Mapped others[] = {Mapped(first, {0, 1, 0}), Mapped(first, {1, 0, 0}, {1, 0, 2}), moved, moved, moved};
+  others[2].setRaw(true);
+  others[3].setWrap(internal::kClampToBorder);
+  others[4].setBorderColor({0, 0, 0, 1});
   EXPECT_EQ(shaderOf((x + 2) * (again + 2)).first, "uniform sampler2D u_array0;\nuniform float u_scalarint0;\n");
   EXPECT_EQ(shaderOf(y * 2 + 2.0f + 2.0 + 3).first, "uniform sampler2DArray u_array0;\nuniform float u_scalarint0;\n"
                                                     "uniform float u_scalarfloat0;\nuniform float u_scalardouble0;\n"
                                                     "uniform float u_scalarint1;\n");
   EXPECT_CONTAINS(shaderOf(x + moved).first, "uniform sampler2D u_array1;\n") << "the same image, read elsewhere";
+  for (const Mapped& other : others)
+    EXPECT_CONTAINS(shaderOf(moved + other).first, "uniform sampler2D u_array1;\n") << "or otherwise";
 }
 
 class Shaders : public Tests::ContextTest {
