@@ -218,6 +218,7 @@ TEST(AcquisitionDesign, RefusesNonsenseInWords) {
       {Wave::Plane, [](AcquisitionDesign& d) { d.origins = {20.0}; }, "reaches from -9.45"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.startDepth = 40.0; }, "from 40 to 40 mm"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.sector = 2.0; }, "above 0 and below 90"},
+      {Wave::Plane, [](AcquisitionDesign& d) { d.angles.back() = -1.6; }, "must lie between -90 and 90"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.radius = 40.0, d.sector = 0.5; }, "a convex array follows"},
       {Wave::Plane, [](AcquisitionDesign& d) { d.apertures = 4, d.beams = 4; }, "only one of them"},
       {Wave::Diverging, [](AcquisitionDesign&) {}, "either the distance of the virtual source or its positions"},

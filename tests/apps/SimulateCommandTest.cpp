@@ -89,7 +89,7 @@ TEST(SimulateCommand, ReportsWhatOnlyShowsAtWork) {
   for (const auto& [line, text] :
        {std::pair(kInterleaved + " --output x.kvx", "x.kvx"),
         {kInterleaved + " --output file", "file can't be made a folder, and a file must end in .kvx"},
-        {std::string("simulate --sequence huge.xml --output huge.kvx"), "samples"},
+        {std::string("simulate --sequence huge.xml --output folder"), "samples"},
         {std::string("stream simulated --sequence huge.xml"), "samples"}}) {
     const ProgramResult result = runKelvaris(line, folder.path());
     EXPECT_EQ(result.status, 1) << line;

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
 namespace Kelvaris::US {
@@ -331,6 +332,19 @@ TEST_F(BeamformingAlgorithmTest, ComputeAddsWhatTheSetAsAWholeHas) {
 }
 
 // ---- Threads
+
+TEST_F(BeamformingAlgorithmTest, ParametersStayAsTheyAreUntilTheBeamformerIsPrepared) {
+  std::future<void> change;
+  const int sink = Log::addSink([&](const Log::Entry& entry) {
+    if (!entry.message.starts_with("Preparing the beamformer")) return;
+    change = std::async(std::launch::async, [&] { algorithm.fNumber = 2.0; });
+    EXPECT_EQ(change.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  });
+  EXPECT_TRUE(process(algorithm, planeWaves()).first);
+  Log::removeSink(sink);
+  change.get();
+  EXPECT_EQ(algorithm.fNumber.value(), 2.0);
+}
 
 TEST_F(BeamformingAlgorithmTest, WorksOnSeveralThreadsWhileParametersAreSet) {
   const FrameAcquisition acquisitions[] = {planeWaves(2), focusedBeams(4)};

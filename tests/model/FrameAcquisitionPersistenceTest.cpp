@@ -31,7 +31,8 @@ FrameAcquisition read(const Properties& properties) {
 TEST(FramePersistence, ParametersAreEnoughForAFrameMadeFromThem) {
   for (const Transducer& transducer : {kLinearArray, kConvexArray})
     for (const int eventType : {0, 1, 2}) {
-      const FrameAcquisition original(transducer, formParameters(eventType));
+      FrameAcquisition original(transducer, formParameters(eventType));
+      original.setReceiveSamplingFrequency(2.5e6); // of the parameters too
       const Properties properties = stored(original);
       EXPECT_FALSE(properties.findSubProperties("events"));
       EXPECT_EQ(properties.hasParam("numberApertures"), eventType != 0);
