@@ -98,11 +98,11 @@ void StreamControllerBase::addControls() {
 }
 
 void StreamControllerBase::configure(const Properties* properties) {
-  m_algorithm->configure(properties);
+  if (m_algorithm) m_algorithm->configure(properties);
 }
 
 void StreamControllerBase::configuration(Properties* properties) const {
-  m_algorithm->configuration(properties);
+  if (m_algorithm) m_algorithm->configuration(properties);
 }
 
 } // namespace Kelvaris

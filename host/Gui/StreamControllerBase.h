@@ -17,8 +17,8 @@ class StreamControllerBase : public QWidget, public AlgorithmController, public 
   Q_OBJECT
 
 public:
-  /// The algorithm must outlive the panel. Throws std::invalid_argument for null, std::runtime_error without a
-  /// QApplication.
+  /// The algorithm must outlive the panel, or the panel must forget it. Throws std::invalid_argument for null,
+  /// std::runtime_error without a QApplication.
   explicit StreamControllerBase(StreamAlgorithm* algorithm);
 
   QWidget* widget() override { return this; }
@@ -28,14 +28,17 @@ public:
   /// stream anew.
   void init() override;
 
+  /// Both do nothing once the algorithm has been forgotten.
   void configure(const Properties* properties) override;
   void configuration(Properties* properties) const override;
 
 protected:
   StreamAlgorithm& streamAlgorithm() const { return *m_algorithm; }
+  /// The algorithm is about to go before the panel.
+  void forgetAlgorithm() { m_algorithm = nullptr; }
   /// For panels that have their own "Start" and "Stop": the controls come without. To be called before init().
   void leaveOutStartStop() { m_hasStartStop = false; }
-  /// For outputs that can't be started and stopped: nothing but messages is shown. To be called before init().
+  /// For outputs that run as their inputs do: nothing but messages is shown. To be called before init().
   void leaveOutControls() { m_hasControls = false; }
   /// Whether init() runs the algorithm.
   virtual bool needsCompute() const { return !m_algorithm->stream(); }
@@ -48,7 +51,7 @@ private:
   QString compute();
   void addControls();
 
-  StreamAlgorithm* m_algorithm;
+  StreamAlgorithm* m_algorithm; ///< null when it has been forgotten
   StreamControls* m_controls = nullptr;
   QString m_failure;
   bool m_hasStartStop = true, m_hasControls = true;

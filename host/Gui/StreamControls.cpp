@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds kPollInterval{50};
 QString inWords(Stream::State state) {
   switch (state) {
   case Stream::State::Closed:
-    return StreamControls::tr("Closed");
+    return StreamControls::tr("Not started");
   case Stream::State::Open:
     return StreamControls::tr("Stopped");
   case Stream::State::Running:

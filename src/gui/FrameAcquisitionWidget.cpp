@@ -28,7 +28,7 @@ void removeDerived(Properties& properties) {
 }
 
 /// Throws std::invalid_argument if the elements of a convex array go all around its circle: they would lie on one
-/// another, and it can take many seconds to make a frame of them.
+/// another.
 void checkArc(const Properties& transducer) {
   int numElements = 0;
   double pitch = 0.0, radius = 0.0;

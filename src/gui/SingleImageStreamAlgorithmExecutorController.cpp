@@ -23,7 +23,6 @@ SingleImageStreamAlgorithmExecutorController::SingleImageStreamAlgorithmExecutor
     : StreamControllerBase(executor),
       m_ui(std::make_unique<Ui_SingleImageStreamAlgorithmExecutorController>()),
       m_executor(executor) {
-  leaveOutControls(); // the output runs as the input does
   m_ui->setupUi(this);
   arrange(*this);
   updateGUI();
@@ -115,6 +114,7 @@ void SingleImageStreamAlgorithmExecutorController::removeDependentController() {
 void SingleImageStreamAlgorithmExecutorController::onExecutorGone() {
   guarded(kCategory, [this] { removeDependentController(); });
   m_executor = nullptr;
+  forgetAlgorithm();
   setEnabled(false);
 }
 
@@ -145,7 +145,7 @@ void SingleImageStreamAlgorithmExecutorController::updateGUI() {
   if (name.isEmpty()) return;
   const QSignalBlocker blocker(m_ui->comboBox_alg);
   if (m_ui->comboBox_alg->findText(name) < 0) m_ui->comboBox_alg->addItem(name);
-  m_ui->comboBox_alg->setCurrentText(name);
+  m_ui->comboBox_alg->setCurrentIndex(m_ui->comboBox_alg->findText(name));
 }
 
 } // namespace Kelvaris::US

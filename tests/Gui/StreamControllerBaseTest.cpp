@@ -83,7 +83,7 @@ TEST(StreamControllerBaseTest, ControlsFollowTheStreamUntilItEnds) {
   EXPECT_EQ(algorithm.computed, 1);
   ASSERT_EQ(window.data.size(), 1u);
   panel.show();
-  EXPECT_EQ(panel.all(), "Closed, Pause, Start, -");
+  EXPECT_EQ(panel.all(), "Not started, Pause, Start, -");
   panel.press("startStopButton"); // which opens it, too
   EXPECT_TRUE(QTest::qWaitFor([&] { return panel.all() == "Running, Pause, Stop, -"; }));
   panel.press("pauseButton");
@@ -106,7 +106,7 @@ TEST(StreamControllerBaseTest, ControlsFollowTheStreamUntilItEnds) {
   EXPECT_FALSE(panel.findChild<QPushButton*>("startStopButton")->isEnabled());
   panel.init();
   EXPECT_EQ(algorithm.computed, 2);
-  EXPECT_EQ(panel.all(), "Closed, Pause, Start, -") << "a new stream";
+  EXPECT_EQ(panel.all(), "Not started, Pause, Start, -") << "a new stream";
 }
 
 TEST(StreamControllerBaseTest, TheTabKeyReachesTheControlsBehindThePanelsOwn) {
@@ -143,7 +143,7 @@ TEST(StreamControllerBaseTest, AFailingAlgorithmLeavesThePanelAndSaysWhy) {
                   Log::error("Test", "it can't be opened");
                   return std::make_unique<Probe>(false);
                 },
-                "Closed, -, Start, it can't be opened", 1}};
+                "Not started, -, Start, it can't be opened", 1}};
   for (const auto& c : cases) {
     const Tests::ExpectedLog log;
     Tests::PanelWindow window;
@@ -175,7 +175,7 @@ TEST(StreamControllerBaseTest, ControlsFitIntoAnyLayout) {
     panel.init();
     panel.show();
     EXPECT_NE(algorithm.stream(), nullptr) << "there is no window that could have taken it";
-    EXPECT_EQ(panel.all(), c.ownButtons ? "Closed, Pause, -, -" : "Closed, Pause, Start, -");
+    EXPECT_EQ(panel.all(), c.ownButtons ? "Not started, Pause, -, -" : "Not started, Pause, Start, -");
     const auto* const state = panel.findChild<QLabel*>("streamStateLabel");
     EXPECT_TRUE(panel.rect().contains(QRect(state->mapTo(&panel, QPoint()), state->size())));
     EXPECT_GT(panel.layout()->count(), 0);

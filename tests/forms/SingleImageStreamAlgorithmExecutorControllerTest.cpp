@@ -82,6 +82,7 @@ TEST_F(ExecutorPanel, SetsAndShowsTheParameters) {
 }
 
 TEST_F(ExecutorPanel, StartsAnAlgorithmAndShowsItsController) {
+  input.openAsync();
   show();
   emitRow({1.0f});
   executor->waitUntilCompleted(); // lost, as there is no algorithm yet
@@ -89,6 +90,8 @@ TEST_F(ExecutorPanel, StartsAnAlgorithmAndShowsItsController) {
   ASSERT_EQ(window.data.size(), 1u);
   const Receiver receiver(output());
   EXPECT_TRUE(choiceIsShown());
+  click(*panel, "startStopButton");
+  EXPECT_TRUE(QTest::qWaitFor([&] { return input.state() == Stream::State::Running; })) << "what feeds the output";
   emitRow({2.0f});
   ASSERT_TRUE(waitForAlgorithm());
   EXPECT_FALSE(choiceIsShown());
@@ -139,6 +142,7 @@ TEST_F(ExecutorPanel, OffersTheNameOfARestoredExecutor) {
     auto& restored = child<QComboBox>(show(), "comboBox_alg");
     EXPECT_EQ(restored.count(), count);
     EXPECT_EQ(restored.currentText(), name);
+    EXPECT_EQ(restored.itemText(restored.currentIndex()), name) << "arrows go on from there";
   }
 }
 
@@ -183,6 +187,9 @@ TEST_F(ExecutorPanel, TheControllerOfTheAlgorithmGoesFirst) {
       EXPECT_FALSE(panel->isEnabled());
       panel->init();
       child<QSpinBox>(*panel, "spinBox_queueSize").setValue(3);
+      Properties stored;
+      panel->configuration(&stored);
+      panel->configure(&stored);
     }
     ownWindow.reset();
     QCoreApplication::processEvents();
