@@ -1,5 +1,7 @@
 #include "viewer/BusyIndicator.h"
 
+#include "Gui/QtHelpers.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QProgressBar>
@@ -8,7 +10,10 @@
 namespace Kelvaris::Viewer {
 
 BusyIndicator::BusyIndicator(QWidget* parent)
-    : QWidget(parent), m_text(new QLabel(this)), m_bar(new QProgressBar(this)), m_cancel(new QToolButton(this)) {
+    : QWidget(parent),
+      m_text(&QtHelpers::make<QLabel>(this)),
+      m_bar(&QtHelpers::make<QProgressBar>(this)),
+      m_cancel(&QtHelpers::make<QToolButton>(this)) {
   m_bar->setTextVisible(false);
   m_bar->setFixedWidth(120);
   m_bar->setMaximumHeight(fontMetrics().height());
@@ -18,11 +23,11 @@ BusyIndicator::BusyIndicator(QWidget* parent)
   m_cancel->setFocusPolicy(Qt::TabFocus);
   m_cancel->setShortcut(QKeySequence("Ctrl+."));
   connect(m_cancel, &QToolButton::clicked, this, &BusyIndicator::cancelRequested);
-  auto* const layout = new QHBoxLayout(this);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->addWidget(m_text);
-  layout->addWidget(m_bar);
-  layout->addWidget(m_cancel);
+  auto& layout = QtHelpers::make<QHBoxLayout>(this);
+  layout.setContentsMargins(0, 0, 0, 0);
+  layout.addWidget(m_text);
+  layout.addWidget(m_bar);
+  layout.addWidget(m_cancel);
   hide();
   m_delay.setSingleShot(true);
   m_delay.setInterval(300);

@@ -6,6 +6,7 @@
 #include "Gui/Controller.h"
 #include "Gui/DefaultAlgorithmController.h"
 #include "Gui/DefaultControllerDecorator.h"
+#include "Gui/QtHelpers.h"
 #include "Gui/StreamControllerBase.h"
 #include "Lib/Algorithm.h"
 
@@ -58,12 +59,13 @@ AlgorithmController* ControllerDocks::add(std::unique_ptr<AlgorithmController> c
   AlgorithmController* const added = controller.get();
   const QString title = shown->widget()->windowTitle();
   const QString name = QString::fromStdString(added->algorithm().factoryInfo().displayName);
-  auto* const decorator = new DefaultControllerDecorator(shown->widget(), name.isEmpty() ? title : name);
+  auto panel = std::make_unique<DefaultControllerDecorator>(shown->widget(), name.isEmpty() ? title : name);
+  auto* const decorator = panel.get();
   if (dynamic_cast<StreamControllerBase*>(added)) decorator->hideAlgorithmButtons();
 
-  auto* const dock = new QDockWidget(decorator->title(), &m_window);
+  auto* const dock = &QtHelpers::make<QDockWidget>(&m_window, decorator->title());
   dock->setObjectName(QStringLiteral("controller%1").arg(m_count++));
-  dock->setWidget(new PanelArea(decorator));
+  dock->setWidget(std::make_unique<PanelArea>(panel.release()).release());
   connect(decorator, &DefaultControllerDecorator::titleChanged, dock, &QDockWidget::setWindowTitle);
   connect(decorator, &DefaultControllerDecorator::computeRequested, this,
           [this, added] { Q_EMIT computeRequested(&added->algorithm()); });

@@ -10,6 +10,7 @@
 #include <QScrollBar>
 
 #include <algorithm>
+#include <memory>
 
 namespace Kelvaris::Viewer {
 namespace {
@@ -18,11 +19,11 @@ namespace {
 constexpr int kShownText = 200, kShownParts = 20;
 
 QTreeWidgetItem& addRow(QTreeWidgetItem& parent, const QString& name, const QString& value = {}) {
-  auto* const row =
-      new QTreeWidgetItem(&parent, {name, value.size() > kShownText ? value.left(kShownText) + "…" : value});
-  row->setToolTip(0, name);
-  row->setToolTip(1, value.left(2000));
-  return *row;
+  const QStringList texts{name, value.size() > kShownText ? value.left(kShownText) + "…" : value};
+  QTreeWidgetItem& row = *std::make_unique<QTreeWidgetItem>(&parent, texts).release();
+  row.setToolTip(0, name);
+  row.setToolTip(1, value.left(2000));
+  return row;
 }
 
 void addProperties(QTreeWidgetItem& parent, const Properties& properties) {

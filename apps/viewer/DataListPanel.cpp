@@ -4,6 +4,7 @@
 #include "viewer/Workspace.h"
 
 #include "Core/LongWork.h"
+#include "Gui/QtHelpers.h"
 
 #include <QAction>
 #include <QHeaderView>
@@ -14,6 +15,7 @@
 #include <QVBoxLayout>
 
 #include <chrono>
+#include <utility>
 
 namespace Kelvaris::Viewer {
 namespace {
@@ -71,7 +73,10 @@ QString stateText(const Step& step) {
 } // namespace
 
 DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
-    : QWidget(parent), m_workspace(workspace), m_tree(new QTreeWidget(this)), m_details(new DataDetails(this)) {
+    : QWidget(parent),
+      m_workspace(workspace),
+      m_tree(&QtHelpers::make<QTreeWidget>(this)),
+      m_details(&QtHelpers::make<DataDetails>(this)) {
   m_tree->setObjectName("dataList");
   m_tree->setAccessibleName(tr("Data"));
   m_tree->setColumnCount(Columns);
@@ -89,14 +94,14 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
   m_details->setObjectName("dataDetails");
   m_details->setAccessibleName(tr("Details of the selected data"));
 
-  auto* const splitter = new QSplitter(Qt::Vertical, this);
-  splitter->addWidget(m_tree);
-  splitter->addWidget(m_details);
-  splitter->setChildrenCollapsible(false);
-  splitter->setSizes({200, 200});
-  auto* const layout = new QVBoxLayout(this);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->addWidget(splitter);
+  auto& splitter = QtHelpers::make<QSplitter>(this, Qt::Vertical);
+  splitter.addWidget(m_tree);
+  splitter.addWidget(m_details);
+  splitter.setChildrenCollapsible(false);
+  splitter.setSizes({200, 200});
+  auto& layout = QtHelpers::make<QVBoxLayout>(this);
+  layout.setContentsMargins(0, 0, 0, 0);
+  layout.addWidget(&splitter);
   setFocusProxy(m_tree);
   setMinimumWidth(metrics.horizontalAdvance('x') * 24);
 
@@ -105,8 +110,8 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
     Q_EMIT selectionChanged();
   });
   // Streams tell nobody that they are set to something else.
-  auto* const refresh = new QTimer(this);
-  connect(refresh, &QTimer::timeout, this, [this] {
+  auto& refresh = QtHelpers::make<QTimer>(this);
+  connect(&refresh, &QTimer::timeout, this, [this] {
     if (LongWork::isGoingOn()) return; // a stream that simulates can't be asked
     bool haveKindsChanged = false;     // a step's output isn't known before its first emission
     for (const auto& item : m_workspace.items())
@@ -118,7 +123,7 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
     if (m_details->isVisible() && selected.size() == 1 && selected.front()->stream()) updateDetails();
     if (haveKindsChanged) Q_EMIT kindsChanged();
   });
-  refresh->start(kRefreshInterval);
+  refresh.start(kRefreshInterval);
   connect(m_tree, &QTreeWidget::itemActivated, this, &DataListPanel::activated);
   connect(m_tree, &QTreeWidget::itemChanged, this, [this](QTreeWidgetItem* row, int column) {
     if (column != Name) return;
@@ -168,39 +173,39 @@ void DataListPanel::setActions(const QList<QAction*>& actions) {
   m_tree->addActions(actions);
 }
 
-void DataListPanel::insert(QTreeWidgetItem* row, const std::vector<DataItem*>& inputs) {
+void DataListPanel::insert(std::unique_ptr<QTreeWidgetItem> row, const std::vector<DataItem*>& inputs) {
   QTreeWidgetItem* const parent = inputs.empty() ? nullptr : rowOf(inputs.front());
   if (parent) {
-    parent->addChild(row);
+    parent->addChild(row.release());
     parent->setExpanded(true);
   } else {
-    m_tree->addTopLevelItem(row);
+    m_tree->addTopLevelItem(row.release());
   }
 }
 
 void DataListPanel::addItem(DataItem& item) {
   const QSignalBlocker blocker(m_tree);
-  auto* const row = new QTreeWidgetItem;
+  auto row = std::make_unique<QTreeWidgetItem>();
   row->setFlags(row->flags() | Qt::ItemIsEditable);
-  m_itemRows.insert(&item, row);
+  m_itemRows.insert(&item, row.get());
   if (const Step* step = item.producer()) {
-    insert(row, step->inputs());
+    insert(std::move(row), step->inputs());
     removeRow(m_stepRows.take(step));
   } else {
-    insert(row, {});
+    insert(std::move(row), {});
   }
   fill(item);
 }
 
 void DataListPanel::addStep(Step& step) {
   if (step.output()) return;
-  auto* const row = new QTreeWidgetItem;
+  auto row = std::make_unique<QTreeWidgetItem>();
   QFont font = m_tree->font();
   font.setItalic(true);
   for (int column = 0; column < Columns; ++column)
     row->setFont(column, font);
-  m_stepRows.insert(&step, row);
-  insert(row, step.inputs());
+  m_stepRows.insert(&step, row.get());
+  insert(std::move(row), step.inputs());
   fill(step);
 }
 

@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QWidget>
 
+#include <memory>
 #include <vector>
 
 class QTreeWidget;
@@ -52,7 +53,7 @@ private:
   void fill(Step& step);
   void updateDetails();
   QTreeWidgetItem* rowOf(const DataItem* item) const { return m_itemRows.value(item); }
-  void insert(QTreeWidgetItem* row, const std::vector<DataItem*>& inputs);
+  void insert(std::unique_ptr<QTreeWidgetItem> row, const std::vector<DataItem*>& inputs);
 
   Workspace& m_workspace;
   QTreeWidget* m_tree;

@@ -2,6 +2,8 @@
 
 #include "viewer/LogModel.h"
 
+#include "Gui/QtHelpers.h"
+
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
@@ -14,6 +16,8 @@
 #include <QSortFilterProxyModel>
 #include <QTableView>
 #include <QVBoxLayout>
+
+#include <memory>
 
 namespace Kelvaris::Viewer {
 namespace {
@@ -40,9 +44,9 @@ private:
 } // namespace
 
 LogPanel::LogPanel(LogModel& log, QWidget* parent)
-    : QWidget(parent), m_level(new QComboBox(this)), m_table(new QTableView(this)) {
-  auto* const fromLevel = new FromLevel(this);
-  m_shown = fromLevel;
+    : QWidget(parent), m_level(&QtHelpers::make<QComboBox>(this)), m_table(&QtHelpers::make<QTableView>(this)) {
+  auto& fromLevel = QtHelpers::make<FromLevel>(this);
+  m_shown = &fromLevel;
   m_shown->setSourceModel(&log);
 
   m_level->setObjectName("logLevel");
@@ -53,7 +57,7 @@ LogPanel::LogPanel(LogModel& log, QWidget* parent)
   m_level->addItem(tr("Errors"), static_cast<int>(Log::Error));
   m_level->setCurrentIndex(1);
   connect(m_level, qOverload<int>(&QComboBox::currentIndexChanged), this,
-          [this, fromLevel] { fromLevel->setLevel(m_level->currentData().toInt()); });
+          [this, &fromLevel] { fromLevel.setLevel(m_level->currentData().toInt()); });
 
   m_table->setObjectName("logTable");
   m_table->setModel(m_shown);
@@ -73,30 +77,30 @@ LogPanel::LogPanel(LogModel& log, QWidget* parent)
   m_table->setColumnWidth(LogModel::Source, metrics.horizontalAdvance("ChannelDataFilterAlgorithm") + 16);
   m_table->setColumnWidth(LogModel::Count, metrics.horizontalAdvance("x 00000") + 16);
 
-  auto* const copyButton = new QPushButton(tr("Copy"), this);
-  copyButton->setToolTip(tr("Copy the selected lines, or all that are shown, to the clipboard (Ctrl+C)"));
-  connect(copyButton, &QPushButton::clicked, this, &LogPanel::copy);
-  auto* const copyAction = new QAction(m_table);
-  copyAction->setShortcut(QKeySequence::Copy);
-  copyAction->setShortcutContext(Qt::WidgetShortcut);
-  connect(copyAction, &QAction::triggered, this, &LogPanel::copy);
-  m_table->addAction(copyAction);
-  auto* const clearButton = new QPushButton(tr("Clear"), this);
-  clearButton->setToolTip(tr("Remove all lines"));
-  connect(clearButton, &QPushButton::clicked, &log, &LogModel::clear);
+  auto& copyButton = QtHelpers::make<QPushButton>(this, tr("Copy"));
+  copyButton.setToolTip(tr("Copy the selected lines, or all that are shown, to the clipboard (Ctrl+C)"));
+  connect(&copyButton, &QPushButton::clicked, this, &LogPanel::copy);
+  auto& copyAction = QtHelpers::make<QAction>(m_table);
+  copyAction.setShortcut(QKeySequence::Copy);
+  copyAction.setShortcutContext(Qt::WidgetShortcut);
+  connect(&copyAction, &QAction::triggered, this, &LogPanel::copy);
+  m_table->addAction(&copyAction);
+  auto& clearButton = QtHelpers::make<QPushButton>(this, tr("Clear"));
+  clearButton.setToolTip(tr("Remove all lines"));
+  connect(&clearButton, &QPushButton::clicked, &log, &LogModel::clear);
 
-  auto* const label = new QLabel(tr("Show from:"), this);
-  label->setBuddy(m_level);
-  auto* const bar = new QHBoxLayout;
-  bar->addWidget(label);
+  auto& label = QtHelpers::make<QLabel>(this, tr("Show from:"));
+  label.setBuddy(m_level);
+  auto bar = std::make_unique<QHBoxLayout>();
+  bar->addWidget(&label);
   bar->addWidget(m_level);
   bar->addStretch(1);
-  bar->addWidget(copyButton);
-  bar->addWidget(clearButton);
-  auto* const layout = new QVBoxLayout(this);
-  layout->setContentsMargins(4, 4, 4, 4);
-  layout->addLayout(bar);
-  layout->addWidget(m_table, 1);
+  bar->addWidget(&copyButton);
+  bar->addWidget(&clearButton);
+  auto& layout = QtHelpers::make<QVBoxLayout>(this);
+  layout.setContentsMargins(4, 4, 4, 4);
+  layout.addLayout(bar.release());
+  layout.addWidget(m_table, 1);
 
   // New lines come into sight unless the user has scrolled back.
   connect(m_shown, &QAbstractItemModel::rowsAboutToBeInserted, this, [this] {

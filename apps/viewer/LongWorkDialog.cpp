@@ -1,5 +1,7 @@
 #include "viewer/LongWorkDialog.h"
 
+#include "Gui/QtHelpers.h"
+
 #include <QAbstractSpinBox>
 #include <QApplication>
 #include <QDialogButtonBox>
@@ -35,21 +37,24 @@ void letGo() {
 } // namespace
 
 LongWorkDialog::LongWorkDialog(QWidget* parent)
-    : QDialog(parent), m_text(new QLabel(this)), m_bar(new QProgressBar(this)), m_cancel(nullptr) {
+    : QDialog(parent),
+      m_text(&QtHelpers::make<QLabel>(this)),
+      m_bar(&QtHelpers::make<QProgressBar>(this)),
+      m_cancel(nullptr) {
   setObjectName("longWorkDialog");
   setWindowTitle(tr("Working"));
   setWindowModality(Qt::ApplicationModal);
   m_bar->setAccessibleName(tr("Progress"));
-  auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);
-  m_cancel = buttons->button(QDialogButtonBox::Cancel);
+  auto& buttons = QtHelpers::make<QDialogButtonBox>(this, QDialogButtonBox::Cancel);
+  m_cancel = buttons.button(QDialogButtonBox::Cancel);
   m_cancel->setObjectName("cancelLongWork");
   m_cancel->setAutoDefault(false); // whoever types into a field, and Return at its end, would press it
   m_cancel->setToolTip(tr("Give it up (Esc)"));
-  connect(buttons, &QDialogButtonBox::rejected, this, &LongWorkDialog::reject);
-  auto* const layout = new QVBoxLayout(this);
-  layout->addWidget(m_text);
-  layout->addWidget(m_bar);
-  layout->addWidget(buttons);
+  connect(&buttons, &QDialogButtonBox::rejected, this, &LongWorkDialog::reject);
+  auto& layout = QtHelpers::make<QVBoxLayout>(this);
+  layout.addWidget(m_text);
+  layout.addWidget(m_bar);
+  layout.addWidget(&buttons);
   setMinimumWidth(fontMetrics().averageCharWidth() * 60);
   LongWork::setHandler(this);
 }

@@ -1,5 +1,7 @@
 #include "viewer/MessageBar.h"
 
+#include "Gui/QtHelpers.h"
+
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -12,7 +14,7 @@ constexpr int kFollowsMs = 300, kLines = 5;
 
 } // namespace
 
-MessageBar::MessageBar(QWidget* parent) : QFrame(parent), m_text(new QLabel(this)) {
+MessageBar::MessageBar(QWidget* parent) : QFrame(parent), m_text(&QtHelpers::make<QLabel>(this)) {
   setObjectName("messageBar");
   setFrameShape(QFrame::StyledPanel);
   setAutoFillBackground(true);
@@ -20,15 +22,15 @@ MessageBar::MessageBar(QWidget* parent) : QFrame(parent), m_text(new QLabel(this
   m_text->setWordWrap(true);
   m_text->setTextFormat(Qt::PlainText);
   m_text->setTextInteractionFlags(Qt::TextSelectableByMouse);
-  auto* const close = new QPushButton(tr("Dismiss"), this);
-  close->setObjectName("dismissMessage");
-  close->setShortcut(Qt::Key_Escape);
-  close->setToolTip(tr("Close this message (Esc); the log keeps it"));
-  connect(close, &QPushButton::clicked, this, &QWidget::hide);
-  auto* const layout = new QHBoxLayout(this);
-  layout->setContentsMargins(8, 4, 4, 4);
-  layout->addWidget(m_text, 1);
-  layout->addWidget(close, 0, Qt::AlignTop);
+  auto& close = QtHelpers::make<QPushButton>(this, tr("Dismiss"));
+  close.setObjectName("dismissMessage");
+  close.setShortcut(Qt::Key_Escape);
+  close.setToolTip(tr("Close this message (Esc); the log keeps it"));
+  connect(&close, &QPushButton::clicked, this, &QWidget::hide);
+  auto& layout = QtHelpers::make<QHBoxLayout>(this);
+  layout.setContentsMargins(8, 4, 4, 4);
+  layout.addWidget(m_text, 1);
+  layout.addWidget(&close, 0, Qt::AlignTop);
   takeColors();
   hide();
 }

@@ -2,7 +2,6 @@
 #include "viewer/AlgorithmMenu.h"
 #include "viewer/Appearance.h"
 #include "viewer/ChainOf.h"
-#include "viewer/ControllerDocks.h"
 #include "viewer/DataListPanel.h"
 #include "viewer/Focus.h"
 #include "viewer/HelpDialogs.h"
@@ -168,7 +167,7 @@ void ViewerWindow::makeViewMenu() {
   QMenu* const panels = menu.addMenu(tr("&Settings of"));
   connect(panels, &QMenu::aboutToShow, this, [this, panels] {
     panels->clear();
-    m_controllers->addActions(*panels);
+    m_controllers.addActions(*panels);
     if (panels->isEmpty()) panels->addAction(tr("(no step yet)"))->setEnabled(false);
   });
   addAction(menu, tr("Ne&xt part of the window"), tr("Move the keyboard's focus: data, picture, settings, log"),
@@ -318,12 +317,12 @@ void ViewerWindow::record() {
 }
 
 void ViewerWindow::showSettings() {
-  if (Step* step = selectedStep()) m_controllers->reveal(step->algorithm(), true);
+  if (Step* step = selectedStep()) m_controllers.reveal(step->algorithm(), true);
 }
 
 void ViewerWindow::focusNextPart() {
   std::vector<QWidget*> parts;
-  for (QWidget* part : {static_cast<QWidget*>(m_dataDock), static_cast<QWidget*>(m_view), m_controllers->front(),
+  for (QWidget* part : {static_cast<QWidget*>(m_dataDock), static_cast<QWidget*>(m_view), m_controllers.front(),
                         static_cast<QWidget*>(m_logDock)})
     if (part && part->isVisible()) parts.push_back(part);
   const QWidget* const focus = focusWidget();

@@ -3,7 +3,6 @@
 #include "viewer/AlgorithmMenu.h"
 #include "viewer/Appearance.h"
 #include "viewer/BusyIndicator.h"
-#include "viewer/ControllerDocks.h"
 #include "viewer/DataListPanel.h"
 #include "viewer/LiveDisplay.h"
 #include "viewer/LogPanel.h"
@@ -13,6 +12,7 @@
 #include "viewer/view/ImageView.h"
 
 #include "Core/Log.h"
+#include "Gui/QtHelpers.h"
 #include "Lib/FactoryRegistry.h"
 
 #include <QAbstractSpinBox>
@@ -58,28 +58,28 @@ bool holdsImages(const std::filesystem::path& file) {
 
 ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
     : m_settings(settings),
-      m_controllers(new ControllerDocks(*this, *this)),
-      m_view(new ImageView(this)),
-      m_message(new MessageBar(this)),
-      m_dataList(new DataListPanel(m_workspace, this)),
-      m_busy(new BusyIndicator(this)),
-      m_pointed(new QLabel(this)),
-      m_liveStatus(new QLabel(this)),
-      m_live(new LiveDisplay(*m_view, this)),
-      m_algorithmMenu(new AlgorithmMenu(m_workspace.algorithms(), this)),
-      m_recentFiles(new RecentFiles(settings, this)) {
+      m_controllers(*this, *this),
+      m_view(&QtHelpers::make<ImageView>(this)),
+      m_message(&QtHelpers::make<MessageBar>(this)),
+      m_dataList(&QtHelpers::make<DataListPanel>(this, m_workspace)),
+      m_busy(&QtHelpers::make<BusyIndicator>(this)),
+      m_pointed(&QtHelpers::make<QLabel>(this)),
+      m_liveStatus(&QtHelpers::make<QLabel>(this)),
+      m_live(&QtHelpers::make<LiveDisplay>(this, *m_view)),
+      m_algorithmMenu(&QtHelpers::make<AlgorithmMenu>(this, m_workspace.algorithms())),
+      m_recentFiles(&QtHelpers::make<RecentFiles>(this, settings)) {
   setObjectName("viewerWindow");
   setAcceptDrops(true);
   setDockOptions(AnimatedDocks | AllowTabbedDocks | AllowNestedDocks);
   setTabPosition(Qt::RightDockWidgetArea, QTabWidget::North);
   resize(QSize(1400, 900).boundedTo(largestSize()));
 
-  auto* const center = new QWidget(this);
-  auto* const layout = new QVBoxLayout(center);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->addWidget(m_message);
-  layout->addWidget(m_view, 1);
-  setCentralWidget(center);
+  auto& center = QtHelpers::make<QWidget>(this);
+  auto& layout = QtHelpers::make<QVBoxLayout>(&center);
+  layout.setContentsMargins(0, 0, 0, 0);
+  layout.addWidget(m_message);
+  layout.addWidget(m_view, 1);
+  setCentralWidget(&center);
 
   makeDocks(log);
   makeStatusBar();
@@ -96,7 +96,7 @@ ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
   showSelection();
   m_dataList->setFocus();
   qApp->installEventFilter(this);
-  new LongWorkDialog(this);
+  QtHelpers::make<LongWorkDialog>(this);
 }
 
 ViewerWindow::~ViewerWindow() {
@@ -112,21 +112,21 @@ QSize ViewerWindow::largestSize() const {
 
 void ViewerWindow::makeDocks(LogModel& log) {
   const auto add = [this](const QString& name, const QString& title, QWidget* content, Qt::DockWidgetArea area) {
-    auto* const dock = new QDockWidget(title, this);
+    auto* const dock = &QtHelpers::make<QDockWidget>(this, title);
     dock->setObjectName(name);
     dock->setWidget(content);
     addDockWidget(area, dock);
     return dock;
   };
   m_dataDock = add("dataDock", tr("Data"), m_dataList, Qt::LeftDockWidgetArea);
-  m_logDock = add("logDock", tr("Log"), new LogPanel(log, this), Qt::BottomDockWidgetArea);
+  m_logDock = add("logDock", tr("Log"), &QtHelpers::make<LogPanel>(this, log), Qt::BottomDockWidgetArea);
   resizeDocks({m_dataDock}, {std::min(400, width() / 4)}, Qt::Horizontal);
   resizeDocks({m_logDock}, {std::min(150, height() / 6)}, Qt::Vertical);
   m_logDock->setVisible(height() >= kHeightWithLog);
-  connect(m_controllers, &ControllerDocks::computeRequested, this, [this](Algorithm* algorithm) {
+  connect(&m_controllers, &ControllerDocks::computeRequested, this, [this](Algorithm* algorithm) {
     if (Step* step = m_workspace.stepOf(*algorithm)) m_workspace.run(*step);
   });
-  connect(m_controllers, &ControllerDocks::cancelRequested, this, [this](Algorithm* algorithm) {
+  connect(&m_controllers, &ControllerDocks::cancelRequested, this, [this](Algorithm* algorithm) {
     if (Step* step = m_workspace.stepOf(*algorithm)) m_workspace.cancel(*step);
   });
   connect(m_dataList, &DataListPanel::selectionChanged, this, &ViewerWindow::showSelection);
@@ -172,7 +172,7 @@ void ViewerWindow::connectWorkspace() {
   connect(&m_workspace, &Workspace::stepAdded, this, [this](Step* step) { addControllerOf(*step); });
   connect(&m_workspace, &Workspace::stepAboutToBeRemoved, this, [this](Step* step) {
     m_undoStack.clear(); // its commands may refer to the form
-    m_controllers->removeOf(step->algorithm());
+    m_controllers.removeOf(step->algorithm());
   });
   connect(&m_workspace, &Workspace::stepChanged, this, [this](Step* step) { showState(*step); });
   connect(&m_workspace, &Workspace::progress, this, &ViewerWindow::showProgress);
@@ -236,11 +236,11 @@ void ViewerWindow::setDark(bool dark) {
 }
 
 AlgorithmController* ViewerWindow::addController(std::unique_ptr<AlgorithmController> controller) {
-  return m_controllers->add(std::move(controller));
+  return m_controllers.add(std::move(controller));
 }
 
 std::unique_ptr<AlgorithmController> ViewerWindow::removeController(AlgorithmController* controller) {
-  return m_controllers->remove(controller);
+  return m_controllers.remove(controller);
 }
 
 void ViewerWindow::addData(OwningDataList list, Algorithm& producer) {
@@ -264,7 +264,7 @@ void ViewerWindow::showSelection() {
     showItem(*items.front());
   }
   const Step* const step = items.size() == 1 ? items.front()->producer() : m_dataList->selectedStep();
-  if (step) m_controllers->reveal(step->algorithm(), false);
+  if (step) m_controllers.reveal(step->algorithm(), false);
   updateActions();
 }
 
@@ -349,12 +349,12 @@ void ViewerWindow::showProgress(Step* step, const QString& text, int done, int s
   if (!text.isEmpty()) m_busy->showProgress(text, done, steps);
   // The panel of a short run doesn't jump.
   if (step && m_busySince.isValid() && m_busySince.elapsed() > 300)
-    m_controllers->showProgress(step->algorithm(), text, done, steps);
+    m_controllers.showProgress(step->algorithm(), text, done, steps);
 }
 
 void ViewerWindow::showState(Step& step) {
   if (step.state() == Step::State::Idle || step.state() == Step::State::Failed)
-    m_controllers->showEnd(step.algorithm(), step.error(), step.output() && !step.isOutdated());
+    m_controllers.showEnd(step.algorithm(), step.error(), step.output() && !step.isOutdated());
   if (step.state() == Step::State::Failed) {
     m_message->showError(tr("%1 failed. %2").arg(step.name(), step.error()));
     m_failedStep = step.id();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "viewer/ControllerDocks.h"
 #include "viewer/LogModel.h"
 #include "viewer/Workspace.h"
 #include "viewer/view/ViewState.h"
@@ -27,7 +28,6 @@ namespace Kelvaris::Viewer {
 
 class AlgorithmMenu;
 class BusyIndicator;
-class ControllerDocks;
 class DataListPanel;
 class ImageView;
 class LiveDisplay;
@@ -123,7 +123,7 @@ private:
   QSettings* m_settings;
   Workspace m_workspace;
   QUndoStack m_undoStack;
-  ControllerDocks* m_controllers;
+  ControllerDocks m_controllers;
   ImageView* m_view;
   MessageBar* m_message;
   DataListPanel* m_dataList;

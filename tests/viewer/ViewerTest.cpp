@@ -12,6 +12,9 @@
 #include "viewer/view/ImageCanvas.h"
 #include "viewer/view/ImageView.h"
 
+#include "Gui/Controller.h"
+#include "Lib/Algorithm.h"
+#include "Lib/FactoryRegistry.h"
 #include "Lib/PluginManager.h"
 
 #include <QAction>
@@ -19,6 +22,7 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QLineEdit>
+#include <QPointer>
 #include <QProcess>
 #include <QPushButton>
 #include <QTimer>
@@ -246,6 +250,20 @@ TEST_F(ViewerTest, SaysWhatIsWrong) {
   EXPECT_FALSE(beamforming->isEnabled());
   EXPECT_TRUE(beamforming->statusTip().contains("select an entry")) << beamforming->statusTip().toStdString();
   EXPECT_TRUE(window.findChild<QAction*>("USImgFormation.CreateStreamIoSimulatedChannelData")->isEnabled());
+}
+
+TEST_F(ViewerTest, ControllersThatOthersAddEndWithIt) {
+  const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
+  const FactoryRegistry& registry = FactoryRegistry::get();
+  const auto algorithm =
+      registry.algorithmDescriptor("USImgFormation.CreateStreamIoSimulatedChannelData", false)->create({});
+  ASSERT_TRUE(algorithm);
+  auto controller = registry.createAlgorithmController(algorithm.get());
+  const QPointer<QWidget> panel = dynamic_cast<Controller&>(*controller).widget();
+  open().addController(std::move(controller));
+  EXPECT_TRUE(panel && panel->isVisible());
+  m_window.reset();
+  EXPECT_FALSE(panel);
 }
 
 /// Of this process, in main memory.

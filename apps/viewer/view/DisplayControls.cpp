@@ -38,14 +38,14 @@ QIcon swatch(const QColor& color, const QBrush& pattern = Qt::NoBrush) {
 }
 
 QComboBox* comboBox(QWidget* parent, const QString& name, const QString& tip) {
-  auto* box = new QComboBox(parent);
+  auto* box = &QtHelpers::make<QComboBox>(parent);
   box->setAccessibleName(name);
   box->setToolTip(tip);
   return box;
 }
 
 QDoubleSpinBox* spinBox(QWidget* parent) {
-  auto* box = new QDoubleSpinBox(parent);
+  auto* box = &QtHelpers::make<QDoubleSpinBox>(parent);
   box->setKeyboardTracking(false);
   box->setDecimals(15); // setMapping() shows as many as the width needs
   box->setRange(-1e15, 1e15);
@@ -55,25 +55,25 @@ QDoubleSpinBox* spinBox(QWidget* parent) {
 }
 
 QPushButton* button(QWidget* parent, const QString& text, const QString& tip) {
-  auto* made = new QPushButton(text, parent);
+  auto* made = &QtHelpers::make<QPushButton>(parent, text);
   made->setToolTip(tip);
   made->setFixedWidth(made->fontMetrics().horizontalAdvance(text) + 24);
   return made;
 }
 
 QLabel* label(QWidget* parent, const QString& text, QWidget* buddy) {
-  auto* made = new QLabel(text, parent);
+  auto* made = &QtHelpers::make<QLabel>(parent, text);
   made->setBuddy(buddy);
   return made;
 }
 
 /// Widgets that stay together in one line.
 QWidget* group(QWidget* parent, std::initializer_list<QWidget*> widgets) {
-  auto* made = new QWidget(parent);
-  auto* layout = new QHBoxLayout(made);
-  layout->setContentsMargins(0, 0, 0, 0);
+  auto* made = &QtHelpers::make<QWidget>(parent);
+  auto& layout = QtHelpers::make<QHBoxLayout>(made);
+  layout.setContentsMargins(0, 0, 0, 0);
   for (QWidget* widget : widgets)
-    layout->addWidget(widget);
+    layout.addWidget(widget);
   return made;
 }
 
@@ -88,15 +88,15 @@ DisplayControls::DisplayControls(QWidget* parent)
                         tr("What invalid pixels look like. Striped ones are transparent in a saved picture"))),
       m_interpolation(comboBox(this, tr("Interpolation"),
                                tr("How a magnified picture looks. Automatic: smooth until pixels are large"))),
-      m_centerLabel(new QLabel(this)),
-      m_widthLabel(new QLabel(this)),
-      m_magnification(new QLabel(this)),
+      m_centerLabel(&QtHelpers::make<QLabel>(this)),
+      m_widthLabel(&QtHelpers::make<QLabel>(this)),
+      m_magnification(&QtHelpers::make<QLabel>(this)),
       m_center(spinBox(this)),
       m_width(spinBox(this)),
       m_automatic(button(this, tr("Au&to"), tr("The range that the values of this slice suggest"))),
       m_full(button(this, tr("F&ull"),
                     tr("The whole range of the pixel type, or of the values of this slice where that has no bounds"))),
-      m_stretched(new QCheckBox(tr("Stretch"), this)) {
+      m_stretched(&QtHelpers::make<QCheckBox>(this, tr("Stretch"))) {
   for (const ColorMap& map : colorMaps()) {
     m_colorMap->addItem(colorBar(map), map.name);
     m_colorMap->setItemData(m_colorMap->count() - 1, map.description, Qt::ToolTipRole);
@@ -121,16 +121,16 @@ DisplayControls::DisplayControls(QWidget* parent)
   auto* fit = button(this, tr("F&it"), tr("The whole picture (0)"));
   auto* oneToOne = button(this, tr("&1:1"), tr("One screen pixel for a pixel of the picture (1)"));
 
-  auto* controls = new WrapLayout(this);
-  controls->addWidget(group(this, {label(this, tr("C&olours"), m_colorMap), m_colorMap}));
-  controls->addWidget(group(this, {label(this, tr("&Shows"), m_law), m_law}));
-  controls->addWidget(group(this, {m_centerLabel, m_center}));
-  controls->addWidget(group(this, {m_widthLabel, m_width}));
-  controls->addWidget(group(this, {m_automatic, m_full}));
-  controls->addWidget(m_maskGroup = group(this, {label(this, tr("&Masked"), m_masked), m_masked}));
-  controls->addWidget(group(this, {label(this, tr("&Pixels"), m_interpolation), m_interpolation}));
-  controls->addWidget(m_stretched);
-  controls->addWidget(group(this, {fit, oneToOne, m_magnification}));
+  auto& controls = QtHelpers::make<WrapLayout>(this);
+  controls.addWidget(group(this, {label(this, tr("C&olours"), m_colorMap), m_colorMap}));
+  controls.addWidget(group(this, {label(this, tr("&Shows"), m_law), m_law}));
+  controls.addWidget(group(this, {m_centerLabel, m_center}));
+  controls.addWidget(group(this, {m_widthLabel, m_width}));
+  controls.addWidget(group(this, {m_automatic, m_full}));
+  controls.addWidget(m_maskGroup = group(this, {label(this, tr("&Masked"), m_masked), m_masked}));
+  controls.addWidget(group(this, {label(this, tr("&Pixels"), m_interpolation), m_interpolation}));
+  controls.addWidget(m_stretched);
+  controls.addWidget(group(this, {fit, oneToOne, m_magnification}));
   const std::array<QWidget*, 11> inOrder = {m_colorMap, m_law,           m_center,    m_width, m_automatic, m_full,
                                             m_masked,   m_interpolation, m_stretched, fit,     oneToOne};
   for (std::size_t i = 1; i < inOrder.size(); ++i)

@@ -17,6 +17,7 @@
 #include <QVBoxLayout>
 
 #include <cmath>
+#include <memory>
 #include <stdexcept>
 
 namespace Kelvaris::Viewer {
@@ -44,15 +45,15 @@ QIcon playIcon(bool isPlaying, const QColor& color, double ratio) {
 
 ImageView::ImageView(QWidget* parent)
     : QWidget(parent),
-      m_canvas(new ImageCanvas(this)),
-      m_xRuler(new Ruler(Qt::Horizontal, this)),
-      m_yRuler(new Ruler(Qt::Vertical, this)),
-      m_sliceBar(new PositionBar(tr("Slice"), tr("PageUp, PageDown, Home, End"), this)),
-      m_imageBar(new PositionBar(tr("Image"), tr("Ctrl and PageUp, PageDown, Home, End"), this)),
-      m_playButton(new QToolButton(this)),
-      m_rateBox(new QDoubleSpinBox(this)),
-      m_player(new CinePlayer(this)),
-      m_controls(new DisplayControls(this)) {
+      m_canvas(&QtHelpers::make<ImageCanvas>(this)),
+      m_xRuler(&QtHelpers::make<Ruler>(this, Qt::Horizontal)),
+      m_yRuler(&QtHelpers::make<Ruler>(this, Qt::Vertical)),
+      m_sliceBar(&QtHelpers::make<PositionBar>(this, tr("Slice"), tr("PageUp, PageDown, Home, End"))),
+      m_imageBar(&QtHelpers::make<PositionBar>(this, tr("Image"), tr("Ctrl and PageUp, PageDown, Home, End"))),
+      m_playButton(&QtHelpers::make<QToolButton>(this)),
+      m_rateBox(&QtHelpers::make<QDoubleSpinBox>(this)),
+      m_player(&QtHelpers::make<CinePlayer>(this)),
+      m_controls(&QtHelpers::make<DisplayControls>(this)) {
   setFocusProxy(m_canvas);
   m_playButton->setCheckable(true);
   m_playButton->setToolTip(tr("Play the images over and over (Space)"));
@@ -67,16 +68,16 @@ ImageView::ImageView(QWidget* parent)
   m_imageBar->addControl(m_rateBox);
 
   // The rulers lie beside the picture, over the part of the canvas that it leaves free: see updateRulers().
-  auto* area = new QVBoxLayout;
+  auto area = std::make_unique<QVBoxLayout>();
   area->setContentsMargins(m_yRuler->sizeHint().width(), m_xRuler->sizeHint().height(), 0, 0);
   area->addWidget(m_canvas);
   for (Ruler* ruler : {m_xRuler, m_yRuler})
     ruler->setAttribute(Qt::WA_TransparentForMouseEvents);
-  auto* all = new QVBoxLayout(this);
-  all->addLayout(area, 1);
-  all->addWidget(m_sliceBar);
-  all->addWidget(m_imageBar);
-  all->addWidget(m_controls);
+  auto& all = QtHelpers::make<QVBoxLayout>(this);
+  all.addLayout(area.release(), 1);
+  all.addWidget(m_sliceBar);
+  all.addWidget(m_imageBar);
+  all.addWidget(m_controls);
 
   connect(m_canvas, &ImageCanvas::transformed, this, &ImageView::updateRulers);
   connect(m_canvas, &ImageCanvas::pointed, this, &ImageView::updatePointed);

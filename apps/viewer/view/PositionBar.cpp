@@ -1,5 +1,7 @@
 #include "viewer/view/PositionBar.h"
 
+#include "Gui/QtHelpers.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QSignalBlocker>
@@ -14,10 +16,10 @@ PositionBar::PositionBar(const QString& title, const QString& keys, QWidget* par
     : QWidget(parent),
       m_title(title),
       m_keys(keys),
-      m_layout(new QHBoxLayout(this)),
-      m_label(new QLabel(this)),
-      m_slider(new QSlider(Qt::Horizontal, this)),
-      m_spinBox(new QSpinBox(this)) {
+      m_layout(&QtHelpers::make<QHBoxLayout>(this)),
+      m_label(&QtHelpers::make<QLabel>(this)),
+      m_slider(&QtHelpers::make<QSlider>(this, Qt::Horizontal)),
+      m_spinBox(&QtHelpers::make<QSpinBox>(this)) {
   m_layout->setContentsMargins(0, 0, 0, 0);
   m_layout->addWidget(m_label);
   m_layout->addWidget(m_slider, 1);
