@@ -1,23 +1,27 @@
 #include "viewer/AlgorithmMenu.h"
 
+#include "Gui/QtHelpers.h"
+
 #include <QAction>
-#include <QSet>
+#include <QKeySequence>
 
 namespace Kelvaris::Viewer {
 namespace {
 
-QStringList textsOf(const QMenu& menu) {
-  QStringList texts;
+/// The text of a new entry, with a letter or digit that no other entry of the menu has for its mnemonic.
+QString textFor(const QMenu& menu, const QString& name) {
+  QString taken;
   for (const QAction* action : menu.actions())
-    texts.append(action->text());
-  return texts;
+    if (const QKeySequence keys = QKeySequence::mnemonic(action->text()); !keys.isEmpty())
+      taken += QChar(static_cast<char16_t>(keys[0])).toLower(); // without the bits of Alt
+  return QtHelpers::withMnemonic(name, taken, true);
 }
 
 /// The submenu of that title, made if there is none.
 QMenu& submenu(QMenu& menu, const QString& title) {
   for (const QAction* action : menu.actions())
     if (action->menu() && action->text().remove('&') == title) return *action->menu();
-  QMenu* const added = menu.addMenu(withMnemonic(title, textsOf(menu)));
+  QMenu* const added = menu.addMenu(textFor(menu, title));
   added->setToolTipsVisible(true);
   return *added;
 }
@@ -27,18 +31,6 @@ QString quoted(const std::string& name) {
 }
 
 } // namespace
-
-QString withMnemonic(const QString& text, const QStringList& texts) {
-  QSet<QChar> taken;
-  for (const QString& other : texts)
-    if (const auto mark = other.indexOf('&'); mark >= 0 && mark + 1 < other.size())
-      taken.insert(other[mark + 1].toLower());
-  const QString escaped = QString(text).replace('&', "&&");
-  for (int i = 0; i < escaped.size(); ++i)
-    if (escaped[i].isLetterOrNumber() && !taken.contains(escaped[i].toLower()))
-      return escaped.left(i) + '&' + escaped.mid(i);
-  return escaped;
-}
 
 AlgorithmMenu::AlgorithmMenu(const std::vector<AlgorithmFactory::Descriptor>& descriptors, QWidget* parent)
     : QMenu(parent) {
@@ -62,7 +54,7 @@ void AlgorithmMenu::addSources(QMenu& menu) {
 
 QAction* AlgorithmMenu::addEntry(QMenu& menu, const AlgorithmFactory::Descriptor& descriptor) {
   const QString name = QString::fromStdString(descriptor.displayName());
-  QAction* const action = menu.addAction(withMnemonic(name, textsOf(menu)));
+  QAction* const action = menu.addAction(textFor(menu, name));
   action->setObjectName(QString::fromStdString(descriptor.id));
   if (descriptor.attributes & AlgorithmFactory::Descriptor::Expert) {
     QFont font = action->font();

@@ -41,7 +41,4 @@ private:
   std::vector<Entry> m_entries;
 };
 
-/// The text with '&' before the first letter that no other entry of `texts` has for its mnemonic.
-QString withMnemonic(const QString& text, const QStringList& texts);
-
 } // namespace Kelvaris::Viewer

@@ -12,6 +12,7 @@
 #include "viewer/view/ImageCanvas.h"
 #include "viewer/view/ImageView.h"
 
+#include "Gui/QtHelpers.h"
 #include "Lib/FactoryRegistry.h"
 #include "Lib/PendingFile.h"
 
@@ -150,10 +151,9 @@ void ViewerWindow::makeViewMenu() {
   addAction(menu, tr("O&ne to one"), tr("One pixel of the picture is one pixel of the screen"), QKeySequence("Ctrl+1"),
             [this] { m_view->canvas().oneToOne(); });
   QMenu& colors = *menu.addMenu(tr("&Colour map"));
-  QStringList names;
+  QString taken;
   for (std::size_t i = 0; i < colorMaps().size(); ++i) {
-    names.append(withMnemonic(colorMaps()[i].name, names));
-    addAction(colors, names.back(), colorMaps()[i].description, {},
+    addAction(colors, QtHelpers::withMnemonic(colorMaps()[i].name, taken), colorMaps()[i].description, {},
               [this, i] { m_view->setColorMap(static_cast<int>(i)); });
   }
   menu.addSeparator();

@@ -78,16 +78,18 @@ void ignoreWheelWithoutFocus(QWidget& widget) {
   widget.installEventFilter(&make<WheelGuard>(&widget));
 }
 
-QString withMnemonic(const QString& text, QString& taken) {
+QString withMnemonic(const QString& text, QString& taken, bool digits) {
+  const QString escaped = QString(text).replace('&', "&&");
   for (const bool onlyInitials : {true, false})
-    for (int i = 0; i < text.size(); ++i) {
-      const QChar letter = text[i].toLower();
-      if (!letter.isLetter() || taken.contains(letter) || (onlyInitials && i > 0 && text[i - 1].isLetterOrNumber()))
+    for (int i = 0; i < escaped.size(); ++i) {
+      const QChar letter = escaped[i].toLower();
+      if (!(letter.isLetter() || (digits && letter.isNumber())) || taken.contains(letter) ||
+          (onlyInitials && i > 0 && escaped[i - 1].isLetterOrNumber()))
         continue;
       taken += letter;
-      return QString(text).insert(i, '&');
+      return QString(escaped).insert(i, '&');
     }
-  return text;
+  return escaped;
 }
 
 } // namespace Kelvaris::QtHelpers

@@ -36,8 +36,8 @@ void makeExpandable(QGroupBox& box, bool expanded = true);
 /// or a combo box changes nothing.
 void ignoreWheelWithoutFocus(QWidget& widget);
 
-/// `text` with '&' before a letter that isn't among `taken`, and added there: the first letter of a word where one is
-/// free. Unchanged where no letter is free.
-QString withMnemonic(const QString& text, QString& taken);
+/// `text`, each '&' in it doubled, with '&' before a letter, or with `digits` a digit, that isn't among `taken`, and
+/// added there: the first of a word where one is free. Without a mnemonic where none is free.
+QString withMnemonic(const QString& text, QString& taken, bool digits = false);
 
 } // namespace Kelvaris::QtHelpers

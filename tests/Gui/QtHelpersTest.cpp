@@ -83,10 +83,16 @@ TEST(QtHelpersTest, MnemonicsAreFreeLetters) {
   QString taken = "ad";
   const struct {
     const char *text, *marked;
-  } cases[] = {
-      {"Dynamic range", "Dynamic &range"}, {"Radius", "Rad&ius"}, {"I/Q", "I/&Q"}, {"Ad q", "Ad q"}, {"10 %", "10 %"}};
+  } cases[] = {{"Dynamic range", "Dynamic &range"},
+               {"Radius", "Rad&ius"},
+               {"I/Q", "I/&Q"},
+               {"Ad q", "Ad q"},
+               {"10 %", "10 %"},
+               {"A & B", "A && &B"}};
   for (const auto& c : cases)
     EXPECT_EQ(QtHelpers::withMnemonic(c.text, taken).toStdString(), c.marked);
+  for (const auto& [text, marked] : {std::pair("2D", "&2D"), std::pair("2 D", "2 D")})
+    EXPECT_EQ(QtHelpers::withMnemonic(text, taken, true).toStdString(), marked);
 }
 
 TEST(DefaultControllerDecoratorTest, ShowsHowARunGoesAndGivesThePanelBack) {
