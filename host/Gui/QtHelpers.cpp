@@ -1,8 +1,9 @@
 #include "Gui/QtHelpers.h"
 
 #include <QApplication>
-#include <QEvent>
+#include <QDoubleSpinBox>
 #include <QGroupBox>
+#include <QKeyEvent>
 #include <QPointer>
 #include <QProxyStyle>
 #include <QStyleOption>
@@ -35,6 +36,21 @@ public:
   bool eventFilter(QObject* watched, QEvent* event) override {
     if (event->type() != QEvent::Wheel || static_cast<QWidget*>(watched)->hasFocus()) return false;
     event->ignore();
+    return true;
+  }
+};
+
+class CommaGuard : public QObject {
+public:
+  using QObject::QObject;
+
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() != QEvent::KeyPress) return false;
+    const auto& key = static_cast<QKeyEvent&>(*event);
+    const QString point = static_cast<QWidget*>(watched)->locale().decimalPoint();
+    if ((key.text() != "," && key.text() != ".") || key.text() == point) return false;
+    QKeyEvent typed(QEvent::KeyPress, point == "," ? Qt::Key_Comma : Qt::Key_Period, key.modifiers(), point);
+    QCoreApplication::sendEvent(watched, &typed);
     return true;
   }
 };
@@ -76,6 +92,10 @@ void makeExpandable(QGroupBox& box, bool expanded) {
 void ignoreWheelWithoutFocus(QWidget& widget) {
   widget.setFocusPolicy(Qt::StrongFocus);
   widget.installEventFilter(&make<WheelGuard>(&widget));
+}
+
+void takeCommaAsPoint(QDoubleSpinBox& box) {
+  box.installEventFilter(&make<CommaGuard>(&box));
 }
 
 QString withMnemonic(const QString& text, QString& taken, bool digits) {

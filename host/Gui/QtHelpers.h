@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+class QDoubleSpinBox;
 class QGroupBox;
 class QWidget;
 
@@ -35,6 +36,10 @@ void makeExpandable(QGroupBox& box, bool expanded = true);
 /// Leaves the mouse wheel to what the widget lies in until the widget has the focus, so that scrolling over a spin box
 /// or a combo box changes nothing.
 void ignoreWheelWithoutFocus(QWidget& widget);
+
+/// Comma and point, typed into the box, are both its locale's decimal point: elsewhere one of them parts thousands, so
+/// that "2,5" were 25.
+void takeCommaAsPoint(QDoubleSpinBox& box);
 
 /// `text`, each '&' in it doubled, with '&' before a letter, or with `digits` a digit, that isn't among `taken`, and
 /// added there: the first of a word where one is free. Without a mnemonic where none is free.

@@ -24,6 +24,8 @@ void arrange(QWidget& form) {
     label->setMinimumWidth(width);
   for (QAbstractSpinBox* box : form.findChildren<QAbstractSpinBox*>())
     QtHelpers::ignoreWheelWithoutFocus(*box);
+  for (QDoubleSpinBox* box : form.findChildren<QDoubleSpinBox*>())
+    QtHelpers::takeCommaAsPoint(*box);
   for (QComboBox* box : form.findChildren<QComboBox*>())
     QtHelpers::ignoreWheelWithoutFocus(*box);
 }

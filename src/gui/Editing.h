@@ -28,8 +28,8 @@ inline void showValue(const Properties& properties, const char* key, QSpinBox& b
   if (properties.param(key, value)) QtHelpers::setSilent(box, &QSpinBox::setValue, value);
 }
 
-/// Makes the labels of all form layouts within the form equally wide, so that the fields stand in one column; and lets
-/// the mouse wheel scroll past the boxes.
+/// Makes the labels of all form layouts within the form equally wide, so that the fields stand in one column; lets
+/// the mouse wheel scroll past the boxes; and takes a comma as a decimal point.
 void arrange(QWidget& form);
 
 /// Gives the checked button of the group the form's colours for what is selected, and the others those that they

@@ -38,7 +38,7 @@ struct Row {
 constexpr Row kRows[] = {
     {kFocused, "endDepthDoubleSpinBox", "endDepth", "20.00mm", 20.0, "42.5", 42.5, true},
     {kFocused, "pulseFrequencyDoubleSpinBox", "pulseFrequency", "2.00MHz", 2e6, "3.5", 3.5e6, true},
-    {kFocused, "pulseLengthDoubleSpinBox", "pulseLength", "2.00", 2.0, "1.5", 1.5, false},
+    {kFocused, "pulseLengthDoubleSpinBox", "pulseLength", "2.00", 2.0, "1,5", 1.5, false},
     {kFocused, "speedOfSoundDoubleSpinBox", "speedOfSound", "1540.00m/s", 1.54e6, "1480", 1.48e6, false},
     {kFocused, "transmitApertureSpinBox", "maxTransmitAperture", "64", 64, "32", 32, false},
     {kFocused, "receiveApertureSpinBox", "maxReceiveAperture", "64", 64, "16", 16, false},

@@ -47,6 +47,7 @@ QComboBox* comboBox(QWidget* parent, const QString& name, const QString& tip) {
 QDoubleSpinBox* spinBox(QWidget* parent) {
   auto* box = &QtHelpers::make<QDoubleSpinBox>(parent);
   box->setKeyboardTracking(false);
+  QtHelpers::takeCommaAsPoint(*box);
   box->setDecimals(15); // setMapping() shows as many as the width needs
   box->setRange(-1e15, 1e15);
   // Without a width of its own it would take that of the largest number.

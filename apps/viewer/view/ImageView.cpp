@@ -62,6 +62,7 @@ ImageView::ImageView(QWidget* parent)
   m_rateBox->setDecimals(1);
   m_rateBox->setSuffix(tr(" /s"));
   m_rateBox->setKeyboardTracking(false);
+  QtHelpers::takeCommaAsPoint(*m_rateBox);
   m_rateBox->setToolTip(tr("Images per second"));
   m_rateBox->setAccessibleName(tr("Images per second"));
   m_imageBar->addControl(m_playButton);
