@@ -131,8 +131,12 @@ std::unique_ptr<AlgorithmController> ControllerDocks::undock(AlgorithmController
 }
 
 bool ControllerDocks::reveal(const Algorithm& algorithm, bool focus) {
-  const Entry* const entry = find(algorithm);
+  const Entry* entry = find(algorithm);
   if (!entry) return false;
+  entry->dock->show();
+  const auto* const controller = dynamic_cast<Controller*>(entry->controller.get());
+  for (const Entry& other : m_entries)
+    if (controller && other.controller.get() == controller->dependentController()) entry = &other;
   entry->dock->show();
   entry->dock->raise();
   if (focus) focusFirst(*entry->decorator);

@@ -83,7 +83,7 @@ DataListPanel::DataListPanel(Workspace& workspace, QWidget* parent)
   m_tree->setHeaderLabels({tr("Name"), tr("Kind"), tr("Size"), tr("Components")});
   m_tree->headerItem()->setToolTip(Size, tr("How many of width x height x slices, sample type x samples a pixel"));
   m_tree->setSelectionMode(QAbstractItemView::ExtendedSelection);
-  m_tree->setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked);
+  m_tree->setEditTriggers(QAbstractItemView::EditKeyPressed);
   m_tree->setContextMenuPolicy(Qt::ActionsContextMenu);
   m_tree->setUniformRowHeights(true);
   m_tree->setIndentation(14);

@@ -13,7 +13,8 @@ LiveDisplay::LiveDisplay(ImageView& view, QObject* parent) : QObject(parent), m_
 void LiveDisplay::show(ImageStream& stream) {
   stop();
   m_view.clear();
-  m_view.canvas().setMessage(tr("No frame has come yet.\nA stream that is stopped starts with Ctrl+T."));
+  m_view.canvas().setMessage(
+      tr("No frame has come yet.\nIf the stream is stopped, Ctrl+T starts it; a step may wait for its settings."));
   m_feed = std::make_unique<LiveFeed>(stream);
   connect(m_feed.get(), &LiveFeed::arrived, this, &LiveDisplay::take);
   m_statusTimer.start();

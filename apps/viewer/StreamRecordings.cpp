@@ -70,4 +70,9 @@ void StreamRecordings::stop(DataItem& stream) {
     Q_EMIT failed(tr("Nothing has been recorded: %1 has emitted no images meanwhile").arg(stream.name()));
 }
 
+void StreamRecordings::stopAll() {
+  while (!m_recordings.empty())
+    stop(*m_recordings.back().stream);
+}
+
 } // namespace Kelvaris::Viewer

@@ -27,6 +27,8 @@ public:
   void start(DataItem& stream, int emissions);
   /// Hands over what there is, or says by failed() that there is nothing. Must come before the stream goes.
   void stop(DataItem& stream);
+  void stopAll();
+  bool isEmpty() const { return m_recordings.empty(); }
   bool isRecording(const DataItem& stream) const;
   /// Gives up all of them.
   void clear() { m_recordings.clear(); }

@@ -24,6 +24,7 @@
 #include <QFileInfo>
 #include <QInputDialog>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QStatusBar>
 
 #include <exception>
@@ -281,6 +282,14 @@ bool ViewerWindow::saveSession() {
 }
 
 void ViewerWindow::removeSelected() {
+  QStringList unsaved;
+  for (const DataItem* item : m_dataList->selectedItems())
+    if (item->images() && !item->producer() && item->file().empty()) unsaved.append(item->name());
+  if (!unsaved.isEmpty() &&
+      QMessageBox::question(this, tr("Remove"),
+                            tr("%1: nothing has saved this. Remove it for good?").arg(unsaved.join(", "))) !=
+          QMessageBox::Yes)
+    return;
   m_touched = true;
   // To go on with: what the step worked on, unless the list finds a neighbour.
   const Step* const removed = selectedStep();

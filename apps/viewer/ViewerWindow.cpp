@@ -54,6 +54,12 @@ bool holdsImages(const std::filesystem::path& file) {
   return stream && begin == "\x89HDF\r\n\x1a\n";
 }
 
+/// What is typed into, of a spin box or a line; null for others.
+QLineEdit* editOf(const QObject& field) {
+  const auto* const box = qobject_cast<const QAbstractSpinBox*>(&field);
+  return box ? box->findChild<QLineEdit*>() : const_cast<QLineEdit*>(qobject_cast<const QLineEdit*>(&field));
+}
+
 } // namespace
 
 ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
@@ -88,8 +94,12 @@ ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
 
   if (m_settings) {
     restoreGeometry(m_settings->value("geometry").toByteArray());
-    if (!isMaximized() && !isFullScreen()) // with another scale, or on another screen
+    if (!isMaximized() && !isFullScreen()) { // with another scale, or on another screen
       resize(size().boundedTo(largestSize()));
+      const QRect room(screen()->availableGeometry().topLeft(), largestSize());
+      move(std::max(room.left(), std::min(x(), room.right() + 1 - width())),
+           std::max(room.top(), std::min(y(), room.bottom() + 1 - height())));
+    }
     restoreState(m_settings->value("docks").toByteArray());
     setDark(m_settings->value("dark").toBool());
   }
@@ -123,6 +133,13 @@ void ViewerWindow::makeDocks(LogModel& log) {
   resizeDocks({m_dataDock}, {std::min(400, width() / 4)}, Qt::Horizontal);
   resizeDocks({m_logDock}, {std::min(150, height() / 6)}, Qt::Vertical);
   m_logDock->setVisible(height() >= kHeightWithLog);
+  connect(&log, &LogModel::rowsInserted, this, [this, &log](const QModelIndex&, int first, int last) {
+    if (m_logDock->isVisible()) return;
+    for (int row = first; row <= last; ++row)
+      if (log.index(row, 0).data(LogModel::kLevelRole).toInt() >= Log::Error)
+        statusBar()->showMessage(
+            tr("Error: %1 (View › Log has more)").arg(log.index(row, LogModel::Message).data().toString()), 10000);
+  });
   connect(&m_controllers, &ControllerDocks::computeRequested, this, [this](Algorithm* algorithm) {
     if (Step* step = m_workspace.stepOf(*algorithm)) m_workspace.run(*step);
   });
@@ -145,7 +162,11 @@ void ViewerWindow::makeStatusBar() {
                               "had come"));
   connect(m_view, &ImageView::pointed, m_pointed, &QLabel::setText);
   connect(m_live, &LiveDisplay::statusChanged, m_liveStatus, &QLabel::setText);
-  connect(m_live, &LiveDisplay::started, this, &ViewerWindow::restoreView);
+  connect(m_live, &LiveDisplay::started, this, [this] {
+    showAsBefore();
+    restoreView();
+    updateActions();
+  });
   connect(m_busy, &BusyIndicator::cancelRequested, this, &ViewerWindow::cancelAll);
 }
 
@@ -164,14 +185,17 @@ void ViewerWindow::connectWorkspace() {
   });
   connect(&m_workspace, &Workspace::itemAboutToBeRemoved, this, [this](DataItem* item) {
     m_pendingView.reset();
+    m_seenAs.erase(item->id());
     if (item != m_shown) return;
     m_shown = nullptr;
     m_live->stop();
     m_view->clear();
+    updateActions();
   });
   connect(&m_workspace, &Workspace::stepAdded, this, [this](Step* step) { addControllerOf(*step); });
   connect(&m_workspace, &Workspace::stepAboutToBeRemoved, this, [this](Step* step) {
     m_undoStack.clear(); // its commands may refer to the form
+    if (step->id() == m_failedStep) hideFailure();
     m_controllers.removeOf(step->algorithm());
   });
   connect(&m_workspace, &Workspace::stepChanged, this, [this](Step* step) { showState(*step); });
@@ -270,13 +294,20 @@ void ViewerWindow::showSelection() {
 
 void ViewerWindow::showItem(DataItem& item) {
   if (&item == m_shown) return;
+  if (m_shown && m_view->images()) m_seenAs[m_shown->id()] = m_view->state();
   m_shown = &item;
   if (ImageStream* stream = item.stream()) {
     m_live->show(*stream);
   } else {
     m_live->stop();
     m_view->showImages(item.snapshot());
+    showAsBefore();
   }
+}
+
+void ViewerWindow::showAsBefore() {
+  const auto seen = m_shown ? m_seenAs.find(m_shown->id()) : m_seenAs.end();
+  if (seen != m_seenAs.end()) m_view->setState(seen->second);
 }
 
 Properties ViewerWindow::viewOfSession() const {
@@ -330,8 +361,8 @@ void ViewerWindow::updateActions() {
       static_cast<int>(items.size()));
   const bool hasStep = selectedStep() != nullptr;
   m_saveItem->setEnabled(item && item->images());
-  m_exportPicture->setEnabled(m_shown);
-  m_copyPicture->setEnabled(m_shown);
+  for (QAction* action : {m_exportPicture, m_copyPicture})
+    action->setEnabled(m_shown && m_view->images());
   m_applyChain->setEnabled(item);
   m_saveChain->setEnabled(item && hasStep);
   m_rename->setEnabled(item);
@@ -359,10 +390,14 @@ void ViewerWindow::showState(Step& step) {
     m_message->showError(tr("%1 failed. %2").arg(step.name(), step.error()));
     m_failedStep = step.id();
   } else if (step.state() == Step::State::Idle && step.id() == m_failedStep) {
-    m_failedStep = 0;
-    m_message->hide();
+    hideFailure();
   }
   updateActions();
+}
+
+void ViewerWindow::hideFailure() {
+  m_failedStep = 0;
+  m_message->hide();
 }
 
 void ViewerWindow::showError(const QString& text) {
@@ -385,11 +420,17 @@ void ViewerWindow::updateTitle() {
 
 bool ViewerWindow::mayLeave(const std::function<void()>& onceSaved) {
   noteStreamChanges();
-  if (!m_touched || !m_workspace.isModified()) return true;
+  const bool isRecording = m_workspace.isRecording();
+  if (!isRecording && (!m_touched || !m_workspace.isModified())) return true;
   const auto answer = QMessageBox::question(
-      this, tr("Unsaved changes"), tr("Steps and settings have changed since the last session was saved. Save them?"),
+      this, tr("Unsaved changes"),
+      isRecording ? tr("A recording goes on. End it, and save what it has with steps and settings?")
+                  : tr("Steps and settings have changed since the last session was saved. Save them?"),
       QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, QMessageBox::Save);
-  if (answer == QMessageBox::Save && saveSession()) m_onceSaved = onceSaved;
+  if (answer == QMessageBox::Save) {
+    m_workspace.stopRecordings();
+    if (saveSession()) m_onceSaved = onceSaved;
+  }
   return answer == QMessageBox::Discard;
 }
 
@@ -398,6 +439,12 @@ void ViewerWindow::noteStreamChanges() {
 }
 
 bool ViewerWindow::eventFilter(QObject* object, QEvent* event) {
+  const auto isEnter = [&] {
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    return key == Qt::Key_Return || key == Qt::Key_Enter;
+  };
+  if (event->type() == QEvent::FocusOut || (event->type() == QEvent::KeyPress && isEnter()))
+    if (QLineEdit* const edit = editOf(*object)) edit->setModified(false); // what was typed has become a value
   if (event->type() == QEvent::ShortcutOverride && isForMenus(*object, *static_cast<QKeyEvent*>(event))) {
     event->ignore();
     return true;
@@ -406,10 +453,9 @@ bool ViewerWindow::eventFilter(QObject* object, QEvent* event) {
 }
 
 bool ViewerWindow::isForMenus(const QObject& field, const QKeyEvent& key) const {
-  const auto* const box = qobject_cast<const QAbstractSpinBox*>(&field);
-  const auto* const edit = box ? box->findChild<QLineEdit*>() : qobject_cast<const QLineEdit*>(&field);
+  const auto* const edit = editOf(field);
   if (!edit || edit->window() != this || !(key.modifiers() & Qt::ControlModifier)) return false;
-  if ((key.matches(QKeySequence::Undo) && edit->isUndoAvailable()) ||
+  if ((key.matches(QKeySequence::Undo) && edit->isModified() && edit->isUndoAvailable()) ||
       (key.matches(QKeySequence::Redo) && edit->isRedoAvailable()))
     return false; // the text that is being typed
   const QKeySequence keys(key.key() | static_cast<int>(key.modifiers() & ~Qt::KeypadModifier));

@@ -13,6 +13,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -83,6 +84,9 @@ private:
   void endRestoring();
   void showProgress(Step* step, const QString& text, int done, int steps);
   void showState(Step& step);
+  void hideFailure();
+  /// What is shown is looked at as when it was shown last.
+  void showAsBefore();
   void showError(const QString& text);
   void updateActions();
   void updateTitle();
@@ -143,7 +147,8 @@ private:
     ViewState state;
     bool isShown = false;
   };
-  DataItem* m_shown = nullptr; ///< in the view
+  DataItem* m_shown = nullptr;       ///< in the view
+  std::map<int, ViewState> m_seenAs; ///< how the items that aren't shown were looked at, by id
   std::optional<PendingView> m_pendingView;
   int m_failedStep = 0;                 ///< of which the message speaks
   std::filesystem::path m_pendingChain; ///< for the next item that is read

@@ -109,7 +109,9 @@ public:
   /// recording of the stream at the same time is refused by failed().
   void startRecording(DataItem& stream, int emissions = 0) { m_recordings.start(stream, emissions); }
   void stopRecording(DataItem& stream) { m_recordings.stop(stream); }
+  void stopRecordings() { m_recordings.stopAll(); }
   bool isRecording(const DataItem& stream) const { return m_recordings.isRecording(stream); }
+  bool isRecording() const { return !m_recordings.isEmpty(); }
 
   // Sessions: the list of data, the steps with their settings, and what a window wants to keep. Data of files are kept
   // by their names relative to the session's file; other data that no step makes are written to a folder beside it.

@@ -4,6 +4,7 @@ class QWidget;
 
 namespace Kelvaris {
 
+class AlgorithmController;
 class DefaultControllerDecorator;
 class MainWindow;
 
@@ -19,6 +20,8 @@ public:
   virtual QWidget* widget() = 0;
   /// Called once the window shows the panel.
   virtual void init() {}
+  /// A controller that this one has brought to the window and that is still there; null for none.
+  virtual AlgorithmController* dependentController() const { return nullptr; }
 
   /// Null while no window shows the panel. The window sets it.
   MainWindow* mainWindow() const { return m_mainWindow; }

@@ -27,6 +27,9 @@ public:
 
   /// Makes no output by itself, unless it has been started before.
   void init() override;
+  AlgorithmController* dependentController() const override {
+    return m_dependentPanel ? m_dependentController : nullptr;
+  }
 
 private Q_SLOTS:
   void onStart();

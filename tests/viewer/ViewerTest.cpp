@@ -9,6 +9,7 @@
 #include "viewer/LiveDisplay.h"
 #include "viewer/MessageBar.h"
 #include "viewer/ViewerWindow.h"
+#include "viewer/Workspace.h"
 #include "viewer/view/ImageCanvas.h"
 #include "viewer/view/ImageView.h"
 
@@ -22,6 +23,7 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPointer>
 #include <QProcess>
 #include <QPushButton>
@@ -115,14 +117,14 @@ protected:
 };
 
 /// Types a value into the field of a panel, as a user does.
-void enter(QWidget& window, const char* field, const QString& text) {
+void enter(QWidget& window, const char* field, const QString& text, Qt::Key last = Qt::Key_Return) {
   auto* const editor = window.findChild<QWidget*>(field);
   ASSERT_TRUE(editor) << field;
   ASSERT_TRUE(waitUntil([&] { return editor->isVisible(); })) << field;
   editor->setFocus();
   QTest::keyClick(editor, Qt::Key_A, Qt::ControlModifier);
   QTest::keyClicks(editor, text);
-  QTest::keyClick(editor, Qt::Key_Return);
+  QTest::keyClick(editor, last);
 }
 
 /// Chooses an entry that asks for a file, and the file in its dialog.
@@ -176,6 +178,13 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   EXPECT_TRUE(waitUntil([&] { return !findPicture(screenshot(), m_picture).has_value(); }));
   QTest::keyClick(field, Qt::Key_Z, Qt::ControlModifier);
   EXPECT_TRUE(waitUntil([&] { return findPicture(screenshot(), m_picture).has_value(); }));
+  ASSERT_NO_FATAL_FAILURE(enter(window, "editor_outputSize_1", "300", Qt::Key_Tab));
+  const auto rows = [&] { return window.view().images()->get(0).descriptor().height(); };
+  EXPECT_TRUE(waitUntil([&] { return rows() == 300; }));
+  auto* const height = window.findChild<QWidget*>("editor_outputSize_1");
+  height->setFocus();
+  QTest::keyClick(height, Qt::Key_Z, Qt::ControlModifier);
+  EXPECT_TRUE(waitUntil([&] { return rows() == 350; })) << "the value, not only the text";
 
   // The session comes back as it was looked at, though the last step's result isn't what was.
   auto* const list = window.findChild<QTreeWidget*>("dataList");
@@ -189,6 +198,10 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   window.view().setMapping({Viewer::DisplayMapping::Law::Decibels, -3.0, 55.5});
   window.view().canvas().lookAt({20.0, 900.0}, 3.0);
   const Viewer::ViewState state = window.view().state();
+  select(list->topLevelItem(0)->child(0));
+  EXPECT_EQ(window.view().state().colorMap, "Gray");
+  select(list->topLevelItem(0));
+  EXPECT_EQ(window.view().state(), state);
   ASSERT_NO_FATAL_FAILURE(chooseFile(window, {"File", "Save session..."}, m_folder / "a.kvs"));
   ASSERT_TRUE(waitUntil([&] { return fs::exists(m_folder / "a.kvs") && !workspace.isBusy(); }));
   window.open(m_folder / "a.kvs");
@@ -205,6 +218,14 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   list->setFocus();
   QTest::keyClick(list, Qt::Key_Delete);
   EXPECT_EQ(list->selectedItems(), QList<QTreeWidgetItem*>({beamformed})) << "to go on with";
+
+  const ExpectedLog expected;
+  const auto& message = *window.findChild<Viewer::MessageBar*>();
+  ASSERT_NO_FATAL_FAILURE(enter(window, "editor_outputSize_0", "0"));
+  EXPECT_TRUE(waitUntil([&] { return message.text().contains("Beamforming failed"); }));
+  list->setFocus();
+  QTest::keyClick(list, Qt::Key_Delete);
+  EXPECT_TRUE(message.isHidden()) << "goes with the step";
 }
 
 TEST_F(ViewerTest, TheProgramShowsThePictureOfTheCommandLine) {
@@ -250,6 +271,44 @@ TEST_F(ViewerTest, SaysWhatIsWrong) {
   EXPECT_FALSE(beamforming->isEnabled());
   EXPECT_TRUE(beamforming->statusTip().contains("select an entry")) << beamforming->statusTip().toStdString();
   EXPECT_TRUE(window.findChild<QAction*>("USImgFormation.CreateStreamIoSimulatedChannelData")->isEnabled());
+}
+
+TEST_F(ViewerTest, WhatNothingHasSavedIsNotLostWithoutAQuestion) {
+  ViewerWindow& window = open();
+  auto& workspace = window.workspace();
+  const auto answer = [](QMessageBox::StandardButton button) {
+    QTimer::singleShot(0, [button] {
+      auto* const question = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+      ASSERT_TRUE(question);
+      QTest::mouseClick(question->button(button), Qt::LeftButton);
+    });
+  };
+  auto* const list = window.findChild<QTreeWidget*>();
+  const auto actions = window.findChildren<QAction*>();
+  const QAction* const exportPicture = *std::find_if(actions.begin(), actions.end(), [](const QAction* action) {
+    return action->shortcut() == QKeySequence("Ctrl+E");
+  });
+  {
+    const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
+    ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, {"File", "New stream", "Simulated Ultrasound Channel Data"}));
+    ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 0; }));
+  }
+  workspace.startRecording(*workspace.items().front());
+  answer(QMessageBox::Cancel);
+  EXPECT_FALSE(window.close());
+  EXPECT_TRUE(workspace.isRecording());
+  ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 5; }));
+
+  QTest::keyClick(list, Qt::Key_Delete); // the stream; what has been recorded stays
+  ASSERT_EQ(workspace.items().size(), 1u);
+  EXPECT_TRUE(workspace.items().front()->images());
+  for (const auto& [button, left] : {std::pair(QMessageBox::No, 1u), std::pair(QMessageBox::Yes, 0u)}) {
+    EXPECT_TRUE(exportPicture->isEnabled());
+    answer(button);
+    QTest::keyClick(list, Qt::Key_Delete);
+    EXPECT_EQ(workspace.items().size(), left);
+  }
+  EXPECT_FALSE(exportPicture->isEnabled());
 }
 
 TEST_F(ViewerTest, ControllersThatOthersAddEndWithIt) {
