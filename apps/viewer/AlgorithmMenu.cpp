@@ -20,7 +20,7 @@ QString textFor(const QMenu& menu, const QString& name) {
 /// The submenu of that title, made if there is none.
 QMenu& submenu(QMenu& menu, const QString& title) {
   for (const QAction* action : menu.actions())
-    if (action->menu() && action->text().remove('&') == title) return *action->menu();
+    if (action->menu() && action->text().remove('&') == QString(title).remove('&')) return *action->menu();
   QMenu* const added = menu.addMenu(textFor(menu, title));
   added->setToolTipsVisible(true);
   return *added;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -41,16 +42,15 @@ H5FD_t* open(const char* name, unsigned, hid_t access, haddr_t) {
     info->state->setError(errno);
     return nullptr;
   }
-  auto* output = new OutputFile(); // owned by HDF5 until close()
+  auto output = std::make_unique<OutputFile>();
   output->file = file;
   output->state = info->state;
-  return output;
+  return output.release(); // owned by HDF5 until close()
 }
 
 herr_t close(H5FD_t* file) {
-  const OutputFile& output = self(file);
-  if (::close(output.file) != 0) output.state->setError(errno);
-  delete &output;
+  const std::unique_ptr<OutputFile> output(&self(file));
+  if (::close(output->file) != 0) output->state->setError(errno);
   return 0;
 }
 
