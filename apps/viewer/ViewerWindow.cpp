@@ -94,13 +94,14 @@ ViewerWindow::ViewerWindow(QSettings* settings, LogModel& log)
 
   if (m_settings) {
     restoreGeometry(m_settings->value("geometry").toByteArray());
+    restoreState(m_settings->value("docks").toByteArray());
     if (!isMaximized() && !isFullScreen()) { // with another scale, or on another screen
       resize(size().boundedTo(largestSize()));
       const QRect room(screen()->availableGeometry().topLeft(), largestSize());
       move(std::max(room.left(), std::min(x(), room.right() + 1 - width())),
            std::max(room.top(), std::min(y(), room.bottom() + 1 - height())));
+      if (size() != m_settings->value("size").toSize()) sizeDocks();
     }
-    restoreState(m_settings->value("docks").toByteArray());
     setDark(m_settings->value("dark").toBool());
   }
   showSelection();
@@ -130,9 +131,7 @@ void ViewerWindow::makeDocks(LogModel& log) {
   };
   m_dataDock = add("dataDock", tr("Data"), m_dataList, Qt::LeftDockWidgetArea);
   m_logDock = add("logDock", tr("Log"), &QtHelpers::make<LogPanel>(this, log), Qt::BottomDockWidgetArea);
-  resizeDocks({m_dataDock}, {std::min(400, width() / 4)}, Qt::Horizontal);
-  resizeDocks({m_logDock}, {std::min(150, height() / 6)}, Qt::Vertical);
-  m_logDock->setVisible(height() >= kHeightWithLog);
+  sizeDocks();
   connect(&log, &LogModel::rowsInserted, this, [this, &log](const QModelIndex&, int first, int last) {
     if (m_logDock->isVisible()) return;
     for (int row = first; row <= last; ++row)
@@ -151,6 +150,12 @@ void ViewerWindow::makeDocks(LogModel& log) {
   connect(m_dataList, &DataListPanel::activated, this, &ViewerWindow::showSettings);
   connect(m_algorithmMenu, &AlgorithmMenu::chosen, this, &ViewerWindow::applyAlgorithm);
   connect(m_recentFiles, &RecentFiles::chosen, this, [this](const QString& path) { open(path.toStdString()); });
+}
+
+void ViewerWindow::sizeDocks() {
+  resizeDocks({m_dataDock}, {std::min(400, width() / 4)}, Qt::Horizontal);
+  resizeDocks({m_logDock}, {std::min(150, height() / 6)}, Qt::Vertical);
+  m_logDock->setVisible(height() >= kHeightWithLog);
 }
 
 void ViewerWindow::makeStatusBar() {
@@ -468,6 +473,7 @@ void ViewerWindow::closeEvent(QCloseEvent* event) {
   if (!mayLeave([this] { close(); })) return event->ignore();
   if (m_settings) {
     m_settings->setValue("geometry", saveGeometry());
+    m_settings->setValue("size", size());
     m_settings->setValue("docks", saveState());
     m_settings->setValue("dark", m_dark->isChecked());
   }

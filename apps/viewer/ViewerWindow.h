@@ -70,6 +70,8 @@ private:
   /// That the screen has room for, below a title bar.
   QSize largestSize() const;
   void makeDocks(LogModel& log);
+  /// As the window's size suggests.
+  void sizeDocks();
   void makeStatusBar();
   void connectWorkspace();
   void addControllerOf(Step& step);
