@@ -36,9 +36,9 @@ void LiveDisplay::setPaused(bool paused) {
 
 void LiveDisplay::take(const std::shared_ptr<const SharedImageSet>& images) {
   if (m_paused && m_shown > 0) return;
-  if (m_shown++ > 0) return m_view.updateImages(images);
-  m_view.showImages(images);
-  Q_EMIT started();
+  const bool isFirst = m_shown++ == 0;
+  m_view.updateImages(images);
+  if (isFirst) Q_EMIT started();
 }
 
 void LiveDisplay::tellStatus() {

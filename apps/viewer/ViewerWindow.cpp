@@ -168,7 +168,6 @@ void ViewerWindow::makeStatusBar() {
   connect(m_view, &ImageView::pointed, m_pointed, &QLabel::setText);
   connect(m_live, &LiveDisplay::statusChanged, m_liveStatus, &QLabel::setText);
   connect(m_live, &LiveDisplay::started, this, [this] {
-    showAsBefore();
     restoreView();
     updateActions();
   });
@@ -190,7 +189,7 @@ void ViewerWindow::connectWorkspace() {
   });
   connect(&m_workspace, &Workspace::itemAboutToBeRemoved, this, [this](DataItem* item) {
     m_pendingView.reset();
-    m_seenAs.erase(item->id());
+    m_seen.erase(item->id());
     if (item != m_shown) return;
     m_shown = nullptr;
     m_live->stop();
@@ -299,20 +298,18 @@ void ViewerWindow::showSelection() {
 
 void ViewerWindow::showItem(DataItem& item) {
   if (&item == m_shown) return;
-  if (m_shown && m_view->images()) m_seenAs[m_shown->id()] = m_view->state();
+  if (m_shown && m_view->images())
+    m_seen[m_shown->id()] = {m_view->state(), m_shown->stream() ? m_view->images() : nullptr};
   m_shown = &item;
+  const auto seen = m_seen.find(item.id());
   if (ImageStream* stream = item.stream()) {
     m_live->show(*stream);
+    if (seen != m_seen.end()) m_view->showImages(seen->second.last);
   } else {
     m_live->stop();
     m_view->showImages(item.snapshot());
-    showAsBefore();
   }
-}
-
-void ViewerWindow::showAsBefore() {
-  const auto seen = m_shown ? m_seenAs.find(m_shown->id()) : m_seenAs.end();
-  if (seen != m_seenAs.end()) m_view->setState(seen->second);
+  if (seen != m_seen.end()) m_view->setState(seen->second.state);
 }
 
 Properties ViewerWindow::viewOfSession() const {

@@ -87,8 +87,6 @@ private:
   void showProgress(Step* step, const QString& text, int done, int steps);
   void showState(Step& step);
   void hideFailure();
-  /// What is shown is looked at as when it was shown last.
-  void showAsBefore();
   void showError(const QString& text);
   void updateActions();
   void updateTitle();
@@ -149,8 +147,12 @@ private:
     ViewState state;
     bool isShown = false;
   };
-  DataItem* m_shown = nullptr;       ///< in the view
-  std::map<int, ViewState> m_seenAs; ///< how the items that aren't shown were looked at, by id
+  DataItem* m_shown = nullptr; ///< in the view
+  struct Seen {
+    ViewState state;
+    std::shared_ptr<const SharedImageSet> last; ///< of a stream, which may emit nothing more
+  };
+  std::map<int, Seen> m_seen; ///< how the items that aren't shown were looked at, by id
   std::optional<PendingView> m_pendingView;
   int m_failedStep = 0;                 ///< of which the message speaks
   std::filesystem::path m_pendingChain; ///< for the next item that is read

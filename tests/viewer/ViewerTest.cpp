@@ -10,6 +10,7 @@
 #include "viewer/MessageBar.h"
 #include "viewer/ViewerWindow.h"
 #include "viewer/Workspace.h"
+#include "viewer/view/ColorMap.h"
 #include "viewer/view/ImageCanvas.h"
 #include "viewer/view/ImageView.h"
 
@@ -283,7 +284,7 @@ TEST_F(ViewerTest, WhatNothingHasSavedIsNotLostWithoutAQuestion) {
       QTest::mouseClick(question->button(button), Qt::LeftButton);
     });
   };
-  auto* const list = window.findChild<QTreeWidget*>();
+  auto* const list = window.findChild<QTreeWidget*>("dataList");
   const auto actions = window.findChildren<QAction*>();
   const QAction* const exportPicture = *std::find_if(actions.begin(), actions.end(), [](const QAction* action) {
     return action->shortcut() == QKeySequence("Ctrl+E");
@@ -298,6 +299,17 @@ TEST_F(ViewerTest, WhatNothingHasSavedIsNotLostWithoutAQuestion) {
   EXPECT_FALSE(window.close());
   EXPECT_TRUE(workspace.isRecording());
   ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 5; }));
+
+  Viewer::DataItem& stream = *workspace.items().front();
+  stream.stream()->stopAsync().wait();
+  window.view().setColorMap(2);
+  const auto last = window.view().images();
+  workspace.stopRecording(stream);
+  ASSERT_EQ(workspace.items().size(), 2u);
+  EXPECT_NE(window.view().images(), last);
+  list->setCurrentItem(list->topLevelItem(0), 0, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  EXPECT_EQ(window.view().images(), last) << "of the stream, which emits nothing more";
+  EXPECT_EQ(window.view().state().colorMap, Viewer::colorMaps()[2].name);
 
   QTest::keyClick(list, Qt::Key_Delete); // the stream; what has been recorded stays
   ASSERT_EQ(workspace.items().size(), 1u);
