@@ -23,6 +23,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QDockWidget>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPointer>
@@ -321,6 +322,26 @@ TEST_F(ViewerTest, WhatNothingHasSavedIsNotLostWithoutAQuestion) {
     EXPECT_EQ(workspace.items().size(), left);
   }
   EXPECT_FALSE(exportPicture->isEnabled());
+}
+
+TEST_F(ViewerTest, GoesToTheSettingsOfAnAlgorithmOnAStream) {
+  const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
+  ViewerWindow& window = open();
+  ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, {"File", "New stream", "Simulated Ultrasound Channel Data"}));
+  ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 0; }));
+  window.findChild<QAction*>("USImgFormation.SingleImageStreamAlgorithmExecutor")->trigger();
+  ASSERT_NO_FATAL_FAILURE(enter(window, "comboBox_alg", "IQ Demodulation"));
+  QTest::mouseClick(window.findChild<QPushButton*>("pushButton_start"), Qt::LeftButton);
+  QWidget* field = nullptr;
+  ASSERT_TRUE(waitUntil([&] { return (field = window.findChild<QWidget*>("editor_decimationFactor")); }));
+  QWidget* dock = field;
+  while (!qobject_cast<QDockWidget*>(dock))
+    dock = dock->parentWidget();
+  EXPECT_EQ(dock->windowTitle(), "Stream: IQ Demodulation");
+  dock->close();
+  EXPECT_FALSE(field->isVisible());
+  QTest::keyClick(window.findChild<QTreeWidget*>("dataList"), Qt::Key_F4);
+  EXPECT_TRUE(waitUntil([&] { return field->isVisible() && dock->isAncestorOf(QApplication::focusWidget()); }));
 }
 
 TEST_F(ViewerTest, ControllersThatOthersAddEndWithIt) {
