@@ -32,7 +32,7 @@ protected:
 
 TEST_F(StreamChain, NoneOfTenThousandFramesGetsLostUnnoticed) {
   for (const bool blocking : {true, false}) {
-    const std::uint64_t count = blocking ? 2'000 : 8'000; // who blocks, waits for every thread to get its turn
+    const std::uint64_t count = blocking ? 2'000 : 10'000; // who blocks, waits for every thread to get its turn
     const Tests::ExpectedLog log;
     ShowParameters::thrown = 0;
     Source source(count);
