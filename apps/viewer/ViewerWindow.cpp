@@ -55,9 +55,9 @@ bool holdsImages(const std::filesystem::path& file) {
 }
 
 /// What is typed into, of a spin box or a line; null for others.
-QLineEdit* editOf(const QObject& field) {
-  const auto* const box = qobject_cast<const QAbstractSpinBox*>(&field);
-  return box ? box->findChild<QLineEdit*>() : const_cast<QLineEdit*>(qobject_cast<const QLineEdit*>(&field));
+QLineEdit* editOf(QObject& field) {
+  const auto* const box = qobject_cast<QAbstractSpinBox*>(&field);
+  return box ? box->findChild<QLineEdit*>() : qobject_cast<QLineEdit*>(&field);
 }
 
 } // namespace
@@ -454,7 +454,7 @@ bool ViewerWindow::eventFilter(QObject* object, QEvent* event) {
   return QMainWindow::eventFilter(object, event);
 }
 
-bool ViewerWindow::isForMenus(const QObject& field, const QKeyEvent& key) const {
+bool ViewerWindow::isForMenus(QObject& field, const QKeyEvent& key) const {
   const auto* const edit = editOf(field);
   if (!edit || edit->window() != this || !(key.modifiers() & Qt::ControlModifier)) return false;
   if ((key.matches(QKeySequence::Undo) && edit->isModified() && edit->isUndoAvailable()) ||

@@ -113,7 +113,7 @@ private:
   void noteStreamChanges();
   /// True for keys of a menu's entry that the field would keep for itself, as line editors do with Ctrl+Z, Ctrl+E and
   /// Ctrl+K.
-  bool isForMenus(const QObject& field, const QKeyEvent& key) const;
+  bool isForMenus(QObject& field, const QKeyEvent& key) const;
   void removeSelected();
   void record();
   void showSettings();

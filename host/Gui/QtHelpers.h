@@ -37,8 +37,8 @@ void makeExpandable(QGroupBox& box, bool expanded = true);
 /// or a combo box changes nothing.
 void ignoreWheelWithoutFocus(QWidget& widget);
 
-/// Comma and point, typed into the box, are both its locale's decimal point: elsewhere one of them parts thousands, so
-/// that "2,5" were 25.
+/// Comma and point, typed into the box, are both its locale's decimal point: otherwise one of them separates
+/// thousands, and "2,5" becomes 25.
 void takeCommaAsPoint(QDoubleSpinBox& box);
 
 /// `text`, each '&' in it doubled, with '&' before a letter, or with `digits` a digit, that isn't among `taken`, and

@@ -2,6 +2,7 @@
 
 #include "Gui/DefaultControllerDecorator.h"
 
+#include <QDoubleSpinBox>
 #include <QGroupBox>
 #include <QLabel>
 #include <QProgressBar>
@@ -77,6 +78,18 @@ TEST(QtHelpersTest, TheWheelTurnsOnlyWhatHasTheFocus) {
     QApplication::sendEvent(&box, &event);
     EXPECT_EQ(box.value(), focused ? 1 : 0);
   }
+}
+
+TEST(QtHelpersTest, CommaAndPointAreTheDecimalPoint) {
+  for (const QLocale& locale : {QLocale::c(), QLocale(QLocale::German)})
+    for (const char* typed : {"2.5", "2,5"}) {
+      QDoubleSpinBox box;
+      box.setLocale(locale);
+      QtHelpers::takeCommaAsPoint(box);
+      box.selectAll();
+      QTest::keyClicks(&box, typed);
+      EXPECT_EQ(box.value(), 2.5) << typed << " " << locale.name().toStdString();
+    }
 }
 
 TEST(QtHelpersTest, MnemonicsAreFreeLetters) {

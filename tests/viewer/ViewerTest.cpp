@@ -24,6 +24,7 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QDockWidget>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPointer>
@@ -112,6 +113,17 @@ protected:
     return window;
   }
 
+  /// A simulated stream, live in the view.
+  static void addStream(ViewerWindow& window) {
+    const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
+    ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, {"File", "New stream", "Simulated Ultrasound Channel Data"}));
+    ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 0; }));
+  }
+  static void select(ViewerWindow& window, QTreeWidgetItem* row) {
+    window.findChild<QTreeWidget*>("dataList")
+        ->setCurrentItem(row, 0, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  }
+
   TemporaryFolder m_folder;
   QImage m_picture;
   Viewer::LogModel m_log;
@@ -190,19 +202,16 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
 
   // The session comes back as it was looked at, though the last step's result isn't what was.
   auto* const list = window.findChild<QTreeWidget*>("dataList");
-  const auto select = [list](QTreeWidgetItem* item) {
-    list->setCurrentItem(item, 0, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-  };
-  select(list->topLevelItem(0));
+  select(window, list->topLevelItem(0));
   const int shown = window.view().images()->get(0).descriptor().width();
   ASSERT_NE(shown, 250) << "as the last picture";
   window.view().setColorMap(2);
   window.view().setMapping({Viewer::DisplayMapping::Law::Decibels, -3.0, 55.5});
   window.view().canvas().lookAt({20.0, 900.0}, 3.0);
   const Viewer::ViewState state = window.view().state();
-  select(list->topLevelItem(0)->child(0));
+  select(window, list->topLevelItem(0)->child(0));
   EXPECT_EQ(window.view().state().colorMap, "Gray");
-  select(list->topLevelItem(0));
+  select(window, list->topLevelItem(0));
   EXPECT_EQ(window.view().state(), state);
   ASSERT_NO_FATAL_FAILURE(chooseFile(window, {"File", "Save session..."}, m_folder / "a.kvs"));
   ASSERT_TRUE(waitUntil([&] { return fs::exists(m_folder / "a.kvs") && !workspace.isBusy(); }));
@@ -216,7 +225,7 @@ TEST_F(ViewerTest, ChainFromTheMenuShowsThePictureOfTheCommandLine) {
   EXPECT_NEAR(back.center.y(), state.center.y(), 0.5);
 
   QTreeWidgetItem* const beamformed = list->topLevelItem(0)->child(0)->child(0);
-  select(beamformed->child(0));
+  select(window, beamformed->child(0));
   list->setFocus();
   QTest::keyClick(list, Qt::Key_Delete);
   EXPECT_EQ(list->selectedItems(), QList<QTreeWidgetItem*>({beamformed})) << "to go on with";
@@ -290,26 +299,28 @@ TEST_F(ViewerTest, WhatNothingHasSavedIsNotLostWithoutAQuestion) {
   const QAction* const exportPicture = *std::find_if(actions.begin(), actions.end(), [](const QAction* action) {
     return action->shortcut() == QKeySequence("Ctrl+E");
   });
-  {
-    const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
-    ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, {"File", "New stream", "Simulated Ultrasound Channel Data"}));
-    ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 0; }));
-  }
+  ASSERT_NO_FATAL_FAILURE(addStream(window));
   workspace.startRecording(*workspace.items().front());
   answer(QMessageBox::Cancel);
   EXPECT_FALSE(window.close());
   EXPECT_TRUE(workspace.isRecording());
   ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 5; }));
 
-  Viewer::DataItem& stream = *workspace.items().front();
-  stream.stream()->stopAsync().wait();
+  workspace.items().front()->stream()->stopAsync().wait();
   window.view().setColorMap(2);
-  const auto last = window.view().images();
-  workspace.stopRecording(stream);
-  ASSERT_EQ(workspace.items().size(), 2u);
-  EXPECT_NE(window.view().images(), last);
-  list->setCurrentItem(list->topLevelItem(0), 0, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-  EXPECT_EQ(window.view().images(), last) << "of the stream, which emits nothing more";
+  QTimer fileDialogs;
+  QObject::connect(&fileDialogs, &QTimer::timeout, [] {
+    if (auto* const dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget())) dialog->reject();
+  });
+  fileDialogs.start(10);
+  answer(QMessageBox::Save);
+  EXPECT_FALSE(window.close());
+  EXPECT_FALSE(workspace.isRecording());
+  ASSERT_EQ(workspace.items().size(), 2u) << "what has been recorded is kept, though no file was chosen";
+  EXPECT_EQ(window.view().state().colorMap, "Gray");
+  select(window, list->topLevelItem(0));
+  EXPECT_TRUE(window.view().images()) << "the last ones of the stream";
+  EXPECT_EQ(window.live().shown(), 0) << "it emits nothing more";
   EXPECT_EQ(window.view().state().colorMap, Viewer::colorMaps()[2].name);
 
   QTest::keyClick(list, Qt::Key_Delete); // the stream; what has been recorded stays
@@ -325,10 +336,8 @@ TEST_F(ViewerTest, WhatNothingHasSavedIsNotLostWithoutAQuestion) {
 }
 
 TEST_F(ViewerTest, GoesToTheSettingsOfAnAlgorithmOnAStream) {
-  const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
   ViewerWindow& window = open();
-  ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, {"File", "New stream", "Simulated Ultrasound Channel Data"}));
-  ASSERT_TRUE(waitUntil([&] { return window.live().shown() > 0; }));
+  ASSERT_NO_FATAL_FAILURE(addStream(window));
   window.findChild<QAction*>("USImgFormation.SingleImageStreamAlgorithmExecutor")->trigger();
   ASSERT_NO_FATAL_FAILURE(enter(window, "comboBox_alg", "IQ Demodulation"));
   QTest::mouseClick(window.findChild<QPushButton*>("pushButton_start"), Qt::LeftButton);
@@ -368,9 +377,9 @@ double residentMiB() {
 
 TEST_F(ViewerTest, LiveStreamWithChangingParametersTakesNoMoreMemory) {
   ViewerWindow& window = open();
-  const ExpectedLog expected; // a new stream asks for SIMUS, which isn't there
-  ASSERT_NO_FATAL_FAILURE(chooseFromMenu(window, {"File", "New stream", "Simulated Ultrasound Channel Data"}));
+  ASSERT_NO_FATAL_FAILURE(addStream(window));
   ASSERT_NO_FATAL_FAILURE(enter(window, "targetFrameRateDoubleSpinBox", "50"));
+  const ExpectedLog expected; // each letter chooses: SIMUS first, which isn't there
   auto* const simulator = window.findChild<QComboBox*>("simulatorComboBox");
   ASSERT_TRUE(simulator);
   QTest::keyClicks(simulator, "Simple");
